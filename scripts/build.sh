@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# One entry point for building, testing and running the project.
+#   scripts/build.sh run        build everything and run the host simulator's default scenario
+#   scripts/build.sh test       build everything and run every test
+#   scripts/build.sh sanitize   the same tests built with AddressSanitizer + UndefinedBehaviorSanitizer
+#   scripts/build.sh bench      build and run the benchmarks
+#   scripts/build.sh fuzz       build the libFuzzer targets with clang and run each over its corpus
+# Environment: ZQ_WERROR=ON turns warnings into errors; JOBS sets build parallelism.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cmd=${1:-run}
+shift || true
+jobs=${JOBS:-$(nproc)}
+werror=${ZQ_WERROR:-OFF}
+
+ensure_packages() {
+  local missing=()
+  for p in "$@"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
+  if ((${#missing[@]})); then
+    echo "installing: ${missing[*]}"
+    local sudo=""; [ "$(id -u)" -eq 0 ] || sudo=sudo
+    $sudo apt-get update -qq && $sudo apt-get install -y -qq "${missing[@]}"
+  fi
+}
+
+base_packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev)
+
+configure_build() {  # dir, extra cmake args...
+  local dir=$1; shift
+  cmake -S "$root" -B "$root/$dir" -G Ninja -DZQ_WERROR="$werror" "$@" >/dev/null
+  cmake --build "$root/$dir" -j "$jobs"
+}
+
+run_tests() {  # dir, extra ctest args...
+  local dir=$1; shift
+  (cd "$root/$dir" && ctest -j "$jobs" --output-on-failure --timeout 600 "$@")
+}
+
+case "$cmd" in
+  run)
+    ensure_packages "${base_packages[@]}"
+    configure_build build
+    if [ -x "$root/build/tools/quelld_sim/quelld_sim" ]; then
+      exec "$root/build/tools/quelld_sim/quelld_sim" "$@"
+    else
+      exec "$root/build/tools/wlog_example/wlog_example" "$@"
+    fi
+    ;;
+  test)
+    ensure_packages "${base_packages[@]}"
+    configure_build build
+    run_tests build "$@"
+    ;;
+  sanitize)
+    ensure_packages "${base_packages[@]}"
+    configure_build build-asan -DCMAKE_BUILD_TYPE=Debug -DZQ_SANITIZE=ON -DZQ_BUILD_BENCH=OFF
+    ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+      run_tests build-asan -LE nosan "$@"
+    ;;
+  bench)
+    ensure_packages "${base_packages[@]}" libssl-dev
+    configure_build build-bench -DCMAKE_BUILD_TYPE=Release -DZQ_BUILD_TESTS=OFF
+    for b in "$root"/build-bench/bench/*_bench; do
+      [ -x "$b" ] && "$b" "$@"
+    done
+    ;;
+  fuzz)
+    ensure_packages "${base_packages[@]}" clang libclang-rt-dev
+    CC=clang CXX=clang++ configure_build build-fuzz -DZQ_BUILD_FUZZ=ON -DZQ_BUILD_TESTS=OFF -DZQ_BUILD_BENCH=OFF
+    secs=${FUZZ_SECONDS:-20}
+    for f in "$root"/build-fuzz/fuzz/*_fuzz; do
+      [ -x "$f" ] || continue
+      name=$(basename "$f")
+      mkdir -p "$root/build-fuzz/corpus-$name"
+      "$f" -max_total_time="$secs" "$root/build-fuzz/corpus-$name" "$root/fuzz/corpus/${name%_fuzz}"
+    done
+    ;;
+  *)
+    echo "usage: $0 run|test|sanitize|bench|fuzz" >&2
+    exit 2
+    ;;
+esac
