@@ -25,10 +25,14 @@ ensure_packages() {
 
 base_packages=(cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev)
 
-configure_build() {  # dir, extra cmake args...
+configure() {  # dir, extra cmake args...
   local dir=$1; shift
   cmake -S "$root" -B "$root/$dir" -G Ninja -DZQ_WERROR="$werror" "$@" >/dev/null
-  cmake --build "$root/$dir" -j "$jobs"
+}
+
+configure_build() {  # dir, extra cmake args...
+  configure "$@"
+  cmake --build "$root/$1" -j "$jobs"
 }
 
 run_tests() {  # dir, extra ctest args...
@@ -66,7 +70,9 @@ case "$cmd" in
     ;;
   fuzz)
     ensure_packages "${base_packages[@]}" clang libclang-rt-dev
-    CC=clang CXX=clang++ configure_build build-fuzz -DZQ_BUILD_FUZZ=ON -DZQ_BUILD_TESTS=OFF -DZQ_BUILD_BENCH=OFF
+    CC=clang CXX=clang++ configure build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+      -DZQ_BUILD_FUZZ=ON -DZQ_BUILD_TESTS=OFF -DZQ_BUILD_BENCH=OFF
+    cmake --build "$root/build-fuzz" -j "$jobs" --target fuzz_all
     secs=${FUZZ_SECONDS:-20}
     for f in "$root"/build-fuzz/fuzz/*_fuzz; do
       [ -x "$f" ] || continue
