@@ -15,6 +15,12 @@
  * - Slots are the entry points of the SDK, numbered by KryDoubleSlot. Each slot counts its calls,
  *   returns the result it was told to return (default 0, KRY_SDK_PROC_OK), and keeps a copy of
  *   the bytes of every record it was handed, together with the data the record points at.
+ * - Behaviour of the SDK entry points: an initialiser that returns 0 (or a table) starts the
+ *   double; kry_sdk_get_anti_interf keeps the send callback of its KrySdkAntiInitInfo; release
+ *   stops it and forgets the callback. A user event with a null record returns
+ *   KRY_SDK_PROC_INVALID_ARG, and one that arrives while the double is not started returns
+ *   KRY_SDK_PROC_INTERNAL_ERR, whatever result was set; both are counted as failed calls. An
+ *   initialiser given a null init record returns KRY_SDK_PROC_INVALID_ARG (the proc variant null).
  * - Output buffers: functions that copy bytes out behave like snprintf: at most `cap` bytes are
  *   copied (nothing when `buf` is null or `cap` is 0) and the full length is returned, so a result
  *   larger than `cap` means the copy was cut. Nothing past buf[cap-1] is ever written.
