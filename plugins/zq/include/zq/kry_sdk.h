@@ -31,26 +31,27 @@ typedef char KRY_TCHAR;
 #define KRY_SDK_GET_ANTI_INTERF "kry_sdk_get_anti_interf"
 #define KRY_SDK_GET_SDK_INFO "kry_sdk_get_sdk_info"
 
-enum KrySdkProcResult {
+// Fixed underlying types: values outside the named ones pass through unchanged.
+enum KrySdkProcResult : int32_t {
   KRY_SDK_PROC_OK = 0,
   KRY_SDK_PROC_INVALID_ARG = 1,
   KRY_SDK_PROC_INTERNAL_ERR = 2,
   KRY_SDK_PROC_FAIL = 3,
 };
 
-enum KrySdkNetworkType {
+enum KrySdkNetworkType : uint32_t {
   KRY_SDK_HALDOR_IDC_NETWORK = 0,
   KRY_SDK_NON_HALDOR_IDC_NETWORK = 1,
 };
 
-enum KrySdkBackendEnvironmentType {
+enum KrySdkBackendEnvironmentType : uint32_t {
   KRY_SDK_UNDEFINED_ENVIRONMENT = 0,
   KRY_SDK_TEST_ENVIRONMENT = 101,
   KRY_SDK_PRODUCT_ENVIRONMENT = 1001,
 };
 
 // Account types as the SDK knows them (stored as uint16 in KryAccountId::account_type_).
-enum KryAccountType {
+enum KryAccountType : uint16_t {
   KRYACCOUNT_TYPE_MX = 1,
   KRYACCOUNT_TYPE_TOLVA = 2,
   KRYACCOUNT_TYPE_BAIDU = 3,
@@ -78,7 +79,7 @@ enum KryAccountType {
 };
 
 // Client platforms as the SDK knows them (stored as uint16 in KryAccountInfo::plat_id_).
-enum KryAccountPlatId {
+enum KryAccountPlatId : uint16_t {
   KRYPLAT_ID_IOS = 0,
   KRYPLAT_ID_ANDROID = 1,
   KRYPLAT_ID_RESERVE = 2,
