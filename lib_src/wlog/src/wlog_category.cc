@@ -1,0 +1,322 @@
+// Categories and the log call: priority windows, id/class filters, the forward chain, the
+// parent dispatch, message formatting into the category buffer and the category write.
+
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/time.h>
+
+#include "wlog/wlog.h"
+#include "wlog_internal.h"
+
+namespace {
+
+// Forward chains are checked for loops by wlog_init and wlog_set_category_forward; walks are
+// still bounded so that a chain damaged by direct writes cannot hang the caller.
+constexpr int kMaxChain = WLOG_MAX_CATEGORY + 1;
+
+inline WLOGCATEGORYINNERINST* inner_of(WLOGCATEGORYINST* pstCat) {
+  return reinterpret_cast<WLOGCATEGORYINNERINST*>(pstCat);
+}
+
+inline bool in_window(const WLOGCATEGORY* cat, int prio) {
+  if (cat->iPriorityHigh != -1 && cat->iPriorityHigh > prio) return false;
+  if (cat->iPriorityLow != -1 && prio > cat->iPriorityLow) return false;
+  return true;
+}
+
+inline bool window_accepts(const WLOGCATEGORYINNERINST* c, int prio) {
+  return c->pstCat != nullptr && c->pstCat->stDevice.iType != WLOG_DEV_NO &&
+         in_window(c->pstCat, prio);
+}
+
+// Filter half of can_write: an empty (or negative) count accepts.
+inline bool can_write_filter(const WLOGCATEGORYINNERINST* c, unsigned id, unsigned cls) {
+  return c->pstCat != nullptr &&
+         (c->pstCat->stFilter.iCount < 1 || wlogfilter_match_vec(&c->pstCat->stFilter, id, cls));
+}
+
+// The device's own message space when it builds records itself (memory ring), else the
+// category buffer.
+char* get_buffer(WLOGCATEGORYINNERINST* c) {
+  WLOGCATEGORY* cat = c->pstCat;
+  const WLOGANYOPS* ops = wlogany_find_ops_i(cat->stDevice.iType);
+  if (ops != nullptr && ops->pfnOwnsRecord != nullptr && ops->pfnGetMsgBuff != nullptr &&
+      ops->pfnOwnsRecord(&cat->stDevice)) {
+    char* slot = nullptr;
+    if (ops->pfnGetMsgBuff(&c->stWlogAnyInst, static_cast<size_t>(cat->iMaxMsgSize), &slot) == 0 &&
+        slot != nullptr) {
+      return slot;
+    }
+  }
+  return c->pszBuff;
+}
+
+// Hands the record to one category's appender (initialising it on first use).
+int append(WLOGCATEGORYINNERINST* a, WLOGEVENTBASE* e) {
+  if (!window_accepts(a, e->evt_priority)) return 0;
+  if (!a->iInited) {
+    if (wlogany_init(&a->stWlogAnyInst, &a->pstCat->stDevice) < 0) return -1;
+    a->iInited = 1;
+  }
+  WLOGIOVEC vec[3];
+  int n = 0;
+  if (e->evt_msg_prefix_len > 0) {
+    vec[n].iov_base = e->evt_msg_prefix_buffer;
+    vec[n++].iov_len = static_cast<size_t>(e->evt_msg_prefix_len);
+  }
+  vec[n].iov_base = e->evt_msg;
+  vec[n++].iov_len = e->evt_msg_len > 0 ? static_cast<size_t>(e->evt_msg_len) : 0;
+  if (e->evt_msg_sufix_len > 0) {
+    vec[n].iov_base = e->evt_msg_sufix_buffer;
+    vec[n++].iov_len = static_cast<size_t>(e->evt_msg_sufix_len);
+  }
+  return wlogany_writev(&a->stWlogAnyInst, e->evt_id, e->evt_cls, vec, n);
+}
+
+void build_binary_head(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e) {
+  WLOGBINHEAD head;
+  head.chVer = WLOGBIN_VER;
+  head.chMagic = WLOGBIN_MAGIC;
+  head.chCmd = 0;
+  head.chHeadLen = WLOGBIN_HEAD_LEN;
+  head.iBodyLen = e->evt_msg_len;
+  head.stTime.iSec = static_cast<int32_t>(e->evt_timestamp.tv_sec);
+  head.stTime.iUsec = static_cast<int32_t>(e->evt_timestamp.tv_usec);
+  head.iSeq = ++c->iSeq;
+  head.dwID = e->evt_id;
+  head.dwCls = e->evt_cls;
+  head.iType = e->evt_type;
+  head.iBodyVer = e->evt_version;
+  head.iCheckSum = 0;
+  e->evt_msg_prefix_len =
+      wlogbin_hton_head(e->evt_msg_prefix_buffer, sizeof(e->evt_msg_prefix_buffer), &head);
+}
+
+// The category write on one category of the forward chain.
+int log_in(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e) {
+  WLOGCATEGORY* cat = c->pstCat;
+  if (cat == nullptr || cat->stDevice.iType == WLOG_DEV_NO || !in_window(cat, e->evt_priority) ||
+      !wlogfilter_match_vec(&cat->stFilter, e->evt_id, e->evt_cls)) {
+    return 0;
+  }
+  if (c->iFlag & WLOGCAT_FALG_NONE_USE_GETTIMEOFDAY) {
+    e->evt_timestamp = c->stCurr;
+  } else {
+    gettimeofday(&e->evt_timestamp, nullptr);
+  }
+  e->evt_msg_prefix_len = 0;
+  e->evt_msg_sufix_len = 0;
+
+  const WLOGANYOPS* ops = wlogany_find_ops_i(cat->stDevice.iType);
+  if (ops != nullptr && ops->pfnOwnsRecord != nullptr && ops->pfnMakeRecord != nullptr &&
+      ops->pfnOwnsRecord(&cat->stDevice)) {
+    ops->pfnMakeRecord(&c->stWlogAnyInst, e);
+    return 0;
+  }
+
+  e->evt_category = cat->szName;
+  WLOGCTX* ctx = wlog_get_context_i(c);
+  e->evt_hostName = ctx->szHostName;
+  e->evt_moduleName = ctx->szModuleName;
+
+  if (e->evt_is_msg_binary) {
+    if (!(cat->stDevice.iType == WLOG_DEV_FILE && cat->stDevice.stDevice.stFile.iDropBinaryHead)) {
+      build_binary_head(c, e);
+    }
+  } else if (cat->szFormat[0] != '\0') {
+    wlog_layout_format_cached_i(&c->stLayout, e, cat->szFormat);
+  }
+
+  int ret = append(c, e);
+  WLOGCATEGORYINNERINST* a = c;
+  for (int guard = 0; guard < kMaxChain && a->pstCat != nullptr && a->pstCat->iLevelDispatch &&
+                      a->pstParent != nullptr;
+       ++guard) {
+    a = a->pstParent;
+    ret = append(a, e);
+  }
+  return ret;
+}
+
+void event_base_from(WLOGEVENTBASE* b, const WLOGEVENT* e) {
+  b->evt_category = nullptr;
+  b->evt_priority = e->evt_priority;
+  b->evt_msg = e->evt_msg;
+  b->evt_rendered_msg = nullptr;
+  b->evt_hostName = nullptr;
+  b->evt_moduleName = nullptr;
+  b->evt_buffer.buf_size = 0;
+  b->evt_buffer.buf_maxsize = 0;
+  b->evt_buffer.buf_data = nullptr;
+  b->evt_timestamp.tv_sec = 0;
+  b->evt_timestamp.tv_usec = 0;
+  b->evt_loc = e->evt_loc;
+  b->evt_is_msg_binary = e->evt_is_msg_binary;
+  b->evt_msg_len = e->evt_msg_len;
+  b->evt_rendered_msg_len = 0;
+  b->evt_id = e->evt_id;
+  b->evt_cls = e->evt_cls;
+  b->evt_type = e->evt_type;
+  b->evt_version = e->evt_version;
+  b->evt_msg_prefix_len = 0;
+  b->evt_msg_sufix_len = 0;
+}
+
+// Runs the category write along the forward chain; returns the last write's result.
+int log_chain(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* b) {
+  int ret = 0;
+  for (int guard = 0; c != nullptr && guard < kMaxChain; c = c->pstForward, ++guard) {
+    ret = log_in(c, b);
+  }
+  return ret;
+}
+
+}  // namespace
+
+extern "C" {
+
+int wlog_category_can_write(WLOGCATEGORYINST* pstCat, int iPriority, unsigned uId,
+                            unsigned uCls) {
+  WLOGCATEGORYINNERINST* c = inner_of(pstCat);
+  for (int guard = 0; c != nullptr && guard < kMaxChain; c = c->pstForward, ++guard) {
+    if (window_accepts(c, iPriority) && can_write_filter(c, uId, uCls)) return 1;
+  }
+  return 0;
+}
+
+int wlog_category_priority_check_chain(WLOGCATEGORYINNERINST* pstInst, int iPriority) {
+  WLOGCATEGORYINNERINST* c = pstInst;
+  for (int guard = 0; c != nullptr && guard < kMaxChain; c = c->pstForward, ++guard) {
+    if (window_accepts(c, iPriority)) return 1;
+  }
+  return 0;
+}
+
+int wlog_category_filter_check_chain(WLOGCATEGORYINNERINST* pstInst, unsigned uId,
+                                     unsigned uCls) {
+  WLOGCATEGORYINNERINST* c = pstInst;
+  for (int guard = 0; c != nullptr && guard < kMaxChain; c = c->pstForward, ++guard) {
+    if (can_write_filter(c, uId, uCls)) return 1;
+  }
+  return 0;
+}
+
+int wlog_category_logv(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt, const char* pszFmt, ...) {
+  va_list ap;
+  va_start(ap, pszFmt);
+  const int ret = wlog_category_logv_va_list(pstCat, pstEvt, pszFmt, ap);
+  va_end(ap);
+  return ret;
+}
+
+int wlog_category_logv_va_list(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt, const char* pszFmt,
+                               va_list ap) {
+  if (pstCat == nullptr || pstEvt == nullptr || pszFmt == nullptr || pstEvt->evt_is_msg_binary) {
+    return -1;
+  }
+  WLOGCATEGORYINNERINST* c = inner_of(pstCat);
+  if (c->pstCat == nullptr) return -1;
+  const int max = c->pstCat->iMaxMsgSize;
+  char* buf = get_buffer(c);
+  if (buf == nullptr || max < 1) return -1;
+  pstEvt->evt_msg = buf;
+  pstEvt->evt_msg_len = max;
+
+  errno = 0;
+  const int n = vsnprintf(buf, static_cast<size_t>(max), pszFmt, ap);
+  if (n < 0) return -1;
+  if (n >= max) {
+    // Truncated: the last kept character gives way to a NUL that the length counts.
+    pstEvt->evt_msg_len = max - 1;
+    if (max >= 2) buf[max - 2] = '\0';
+  } else {
+    pstEvt->evt_msg_len = n;
+  }
+  return wlog_category_log(pstCat, pstEvt);
+}
+
+int wlog_category_log(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt) {
+  if (pstCat == nullptr || pstEvt == nullptr || pstEvt->evt_msg == nullptr ||
+      pstEvt->evt_msg_len < 0) {
+    return -1;
+  }
+  WLOGEVENTBASE base;
+  event_base_from(&base, pstEvt);
+  (void)log_chain(inner_of(pstCat), &base);
+  return 0;
+}
+
+int wlog_category_log_hex(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt) {
+  if (pstCat == nullptr || pstEvt == nullptr || pstEvt->evt_msg_len < 0 ||
+      (pstEvt->evt_msg == nullptr && pstEvt->evt_msg_len > 0)) {
+    return -1;
+  }
+  WLOGCATEGORYINNERINST* c = inner_of(pstCat);
+  if (c->pstCat == nullptr) return -1;
+  const int max = c->pstCat->iMaxMsgSize;
+  char* buf = get_buffer(c);
+  if (buf == nullptr || max < 1) return -1;
+
+  size_t len = static_cast<size_t>(pstEvt->evt_msg_len);
+  if (2 * len > static_cast<size_t>(max)) len = static_cast<size_t>(max > 2 ? (max - 2) / 2 : 0);
+  size_t hex_len = static_cast<size_t>(max);
+  // A refused conversion (2 * len == max) leaves the buffer as it was and logs it whole.
+  (void)WlogBin2Hex(pstEvt->evt_msg != nullptr ? pstEvt->evt_msg : buf, len, buf, &hex_len);
+
+  WLOGEVENTBASE base;
+  event_base_from(&base, pstEvt);
+  base.evt_msg = buf;
+  base.evt_msg_len = static_cast<int>(hex_len);
+  base.evt_is_msg_binary = 0;
+  return log_chain(c, &base);
+}
+
+int wlog_category_set_priority(WLOGCATEGORYINST* pstCat, int iPriorityHigh, int iPriorityLow) {
+  if (pstCat == nullptr || inner_of(pstCat)->pstCat == nullptr) return -1;
+  WLOGCATEGORY* cat = inner_of(pstCat)->pstCat;
+  cat->iPriorityHigh = iPriorityHigh;
+  cat->iPriorityLow = iPriorityLow;
+  return 0;
+}
+
+int wlog_category_set_format(WLOGCATEGORYINST* pstCat, const char* pszFormat) {
+  if (pstCat == nullptr || pszFormat == nullptr || inner_of(pstCat)->pstCat == nullptr) return -1;
+  WLOGCATEGORY* cat = inner_of(pstCat)->pstCat;
+  strncpy(cat->szFormat, pszFormat, sizeof(cat->szFormat) - 1);
+  cat->szFormat[sizeof(cat->szFormat) - 1] = '\0';
+  return 0;
+}
+
+int wlog_category_set_time_ptr(WLOGCATEGORYINST* pstCat, const struct timeval* pstTime) {
+  if (pstCat == nullptr || pstTime == nullptr) return -1;
+  WLOGCATEGORYINNERINST* c = inner_of(pstCat);
+  c->stCurr = *pstTime;
+  c->iFlag |= WLOGCAT_FALG_NONE_USE_GETTIMEOFDAY;
+  return 0;
+}
+
+int wlog_query_net_category_status(WLOGCATEGORYINST* pstCat) {
+  if (pstCat == nullptr) return -1;
+  WLOGCATEGORYINNERINST* c = inner_of(pstCat);
+  if (c->pstCat == nullptr) return -1;
+  const WLOGDEVANYINST& inst = c->stWlogAnyInst.stInst;
+  switch (c->pstCat->stDevice.iType) {
+    case WLOG_DEV_NET:
+      return inst.stAny.stNet.stInst.iIsSendNetSucc ? 0 : 1;
+    case WLOG_DEV_VEC: {
+      const WLOGVEC& vec = inst.stAny.stVec;
+      const int n = vec.iCount < WLOGVEC_MAX_ELEMENT ? vec.iCount : WLOGVEC_MAX_ELEMENT;
+      for (int i = 0; i < n; ++i) {
+        const WLOGELEMENT& el = vec.astElements[i];
+        if (el.iType == WLOG_DEV_NET && !el.stFileOrNet.stNet.stInst.iIsSendNetSucc) return -1;
+      }
+      return 0;
+    }
+    default:
+      return 0;
+  }
+}
+
+}  // extern "C"

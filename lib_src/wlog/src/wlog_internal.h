@@ -1,0 +1,49 @@
+/*
+ * wlog_internal.h: pieces shared by the library's own sources (not installed).
+ *
+ * The appender dispatch table: one row per device type. Adding a device type means writing
+ * its appender and adding one row in wlog_any.cc; nothing else in the library names a
+ * concrete appender. Besides init/writev/fini a row may offer process-wide set-up (run by
+ * wlog_init/wlog_fini for every row), the name-refresh interval setter, and the hooks of a
+ * device that builds its records itself instead of going through the layout (the memory
+ * ring): a message buffer of its own and a record builder.
+ */
+#ifndef WLOG_SRC_WLOG_INTERNAL_H
+#define WLOG_SRC_WLOG_INTERNAL_H
+
+#include <stddef.h>
+
+#include "wlog/wlog.h"
+
+typedef struct tagWlogAnyOps {
+  int iType;
+  int (*pfnInit)(WLOGANY* pstAny, WLOGDEVANY* pstDev);
+  int (*pfnWritev)(WLOGANY* pstAny, unsigned uId, unsigned uCls, const WLOGIOVEC* pstIOVec,
+                   int iCount);
+  int (*pfnFini)(WLOGANY* pstAny);
+  /* Optional process-wide parts (null when the device has none). */
+  int (*pfnModuleInit)(void);
+  void (*pfnModuleFini)(void);
+  void (*pfnSetDnsInterval)(int iSeconds);
+  /* Optional: non-zero when this description makes the device build records itself. */
+  int (*pfnOwnsRecord)(const WLOGDEVANY* pstDev);
+  /* Optional: message space of iSize bytes provided by the device (0 and *ppszBuff set). */
+  int (*pfnGetMsgBuff)(WLOGANY* pstAny, size_t iSize, char** ppszBuff);
+  /* Optional: builds and stores the record from the event. */
+  int (*pfnMakeRecord)(WLOGANY* pstAny, WLOGEVENTBASE* pstEvt);
+} WLOGANYOPS;
+
+/* Row for a device type, or null for an unknown or not built-in type. */
+const WLOGANYOPS* wlogany_find_ops_i(int iType);
+/* Every row in table order; *piCount receives the count. */
+const WLOGANYOPS* wlogany_all_ops_i(int* piCount);
+
+/* Layout through the category's compiled-pattern cache: output identical to
+ * wlog_layout_format(pstEvt, pszPattern). */
+void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEvt,
+                                 const char* pszPattern);
+
+/* Context owning an inner instance (from its iIndex). */
+WLOGCTX* wlog_get_context_i(WLOGCATEGORYINNERINST* pstInst);
+
+#endif /* WLOG_SRC_WLOG_INTERNAL_H */

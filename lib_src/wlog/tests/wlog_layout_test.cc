@@ -1,0 +1,166 @@
+// Pattern layout: every conversion, the buffer rules, and the compiled renderer's equality
+// with the plain one.
+#include <pthread.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "../src/wlog_internal.h"
+#include "wlog/wlog.h"
+
+namespace {
+
+struct Event {
+  WLOGEVENTBASE e;
+  wlog_loc_info_t loc;
+  char host[16] = "10.1.2.3";
+  char module[16] = "gamesvr";
+  Event() {
+    memset(&e, 0, sizeof(e));
+    loc = {"src/a.cc", 42, "DoWork", nullptr};
+    e.evt_category = "net.io";
+    e.evt_priority = WLOG_PRIORITY_ERROR;
+    e.evt_hostName = host;
+    e.evt_moduleName = module;
+    e.evt_loc = &loc;
+    e.evt_timestamp.tv_sec = 1706706309;
+    e.evt_timestamp.tv_usec = 123;
+    e.evt_id = 77;
+    e.evt_cls = 5;
+  }
+  std::string prefix() const { return std::string(e.evt_msg_prefix_buffer, e.evt_msg_prefix_len); }
+  std::string suffix() const { return std::string(e.evt_msg_sufix_buffer, e.evt_msg_sufix_len); }
+};
+
+std::string date_text(time_t sec) {
+  struct tm tm;
+  localtime_r(&sec, &tm);
+  char buf[64];
+  snprintf(buf, sizeof(buf), "%04d%02d%02d %02d:%02d:%02d", tm.tm_year + 1900, tm.tm_mon + 1,
+           tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
+  return buf;
+}
+
+}  // namespace
+
+TEST(WlogLayout, DatePriorityMessageSplit) {
+  Event ev;
+  wlog_layout_format(&ev.e, "%d.%u %p %m%n");
+  EXPECT_EQ(date_text(1706706309) + ".000123 ERROR    ", ev.prefix());
+  EXPECT_EQ("\n", ev.suffix());
+}
+
+TEST(WlogLayout, EveryConversion) {
+  Event ev;
+  wlog_layout_format(&ev.e, "%C|%F|%M|%P|%U|%c|%f|%h|%l|%t|%p|");
+  char expect[512];
+  snprintf(expect, sizeof(expect), "5|DoWork|gamesvr|%d|77|net.io|src/a.cc|10.1.2.3|42|%lu|ERROR   |",
+           static_cast<int>(getpid()), static_cast<unsigned long>(pthread_self()));
+  EXPECT_EQ(expect, ev.prefix());
+  EXPECT_EQ(0, ev.e.evt_msg_sufix_len);
+}
+
+TEST(WlogLayout, UnknownConversionsAndStrayPercentVanish) {
+  Event ev;
+  wlog_layout_format(&ev.e, "100%%");
+  EXPECT_EQ("100", ev.prefix());
+  wlog_layout_format(&ev.e, "%x%m");
+  EXPECT_EQ("", ev.prefix());
+  EXPECT_EQ(0, ev.e.evt_msg_sufix_len);
+  wlog_layout_format(&ev.e, "a%5pb%");
+  EXPECT_EQ("apb", ev.prefix());
+}
+
+TEST(WlogLayout, MissingLocationPrintsNil) {
+  Event ev;
+  ev.e.evt_loc = nullptr;
+  wlog_layout_format(&ev.e, "%f:%l:%F");
+  EXPECT_EQ("(nil):0:(nil)", ev.prefix());
+}
+
+TEST(WlogLayout, EmptyPatternAndSecondMessageMark) {
+  Event ev;
+  ev.e.evt_msg_prefix_len = 9;
+  ev.e.evt_msg_sufix_len = 9;
+  wlog_layout_format(&ev.e, "");
+  EXPECT_EQ(0, ev.e.evt_msg_prefix_len);
+  EXPECT_EQ(0, ev.e.evt_msg_sufix_len);
+  wlog_layout_format(&ev.e, "<%m>>>%m!");
+  EXPECT_EQ(3, ev.e.evt_msg_prefix_len);  // the second mark takes the suffix position
+  EXPECT_EQ("!", ev.suffix());
+}
+
+TEST(WlogLayout, FullBufferEndsInNul) {
+  Event ev;
+  std::string file(2040, 'f');
+  ev.loc.loc_file = file.c_str();
+  wlog_layout_format(&ev.e, "%f0123456789%m tail");
+  ASSERT_EQ(2048, ev.e.evt_msg_prefix_len);
+  EXPECT_EQ(file + "0123456", ev.prefix().substr(0, 2047));
+  EXPECT_EQ('\0', ev.e.evt_msg_prefix_buffer[2047]);
+  EXPECT_EQ(0, ev.e.evt_msg_sufix_len);  // the walk stopped before %m
+}
+
+TEST(WlogLayout, ConversionThatDoesNotFitIsDroppedWhole) {
+  Event ev;
+  std::string file(2045, 'f');
+  ev.loc.loc_file = file.c_str();
+  wlog_layout_format(&ev.e, "%f%F|");  // "DoWork" needs 6, only 3 left
+  EXPECT_EQ(file + "|", ev.prefix());
+  std::string exact(2042, 'g');
+  ev.loc.loc_file = exact.c_str();
+  wlog_layout_format(&ev.e, "%f%F");  // fits exactly: the final byte becomes NUL
+  ASSERT_EQ(2048, ev.e.evt_msg_prefix_len);
+  EXPECT_EQ(exact + "DoWor", ev.prefix().substr(0, 2047));
+}
+
+TEST(WlogLayoutCached, SameBytesAsPlainRenderer) {
+  const char* pieces[] = {"%C", "%F", "%M", "%P", "%U", "%c", "%d", "%f", "%h", "%l", "%m",
+                          "%n", "%p", "%t", "%u", "%%", "%x", "%7", "[", "]", ".", " ", "abc", "%"};
+  std::mt19937 rng(12345);
+  WLOGLAYOUTCACHE cache;
+  memset(&cache, 0, sizeof(cache));
+  for (int round = 0; round < 3000; ++round) {
+    std::string pattern;
+    const int n = static_cast<int>(rng() % 12);
+    for (int i = 0; i < n && pattern.size() < 120; ++i) pattern += pieces[rng() % 24];
+    std::string file(rng() % 3 == 0 ? 2030 + rng() % 30 : rng() % 40, 'f');
+    Event a;
+    a.loc.loc_file = file.c_str();
+    a.loc.loc_line = static_cast<int>(rng()) - 1000;
+    if (rng() % 7 == 0) a.e.evt_loc = nullptr;
+    a.e.evt_priority = static_cast<int>(rng() % 1400) - 200;
+    a.e.evt_timestamp.tv_sec = 1700000000 + static_cast<time_t>(rng() % 5);
+    a.e.evt_timestamp.tv_usec = rng() % 11 == 0 ? -5 : static_cast<long>(rng() % 1000000);
+    a.e.evt_id = static_cast<unsigned>(rng());
+    Event b = a;
+    b.e.evt_hostName = b.host;
+    b.e.evt_moduleName = b.module;
+    b.e.evt_loc = a.e.evt_loc == nullptr ? nullptr : &b.loc;
+    wlog_layout_format(&a.e, pattern.c_str());
+    wlog_layout_format_cached_i(&cache, &b.e, pattern.c_str());
+    ASSERT_EQ(a.e.evt_msg_prefix_len, b.e.evt_msg_prefix_len) << pattern;
+    ASSERT_EQ(a.e.evt_msg_sufix_len, b.e.evt_msg_sufix_len) << pattern;
+    ASSERT_EQ(a.prefix(), b.prefix()) << pattern;
+    ASSERT_EQ(a.suffix(), b.suffix()) << pattern;
+  }
+}
+
+TEST(WlogLayoutCached, FollowsPatternAndSecondChanges) {
+  WLOGLAYOUTCACHE cache;
+  memset(&cache, 0, sizeof(cache));
+  Event ev;
+  wlog_layout_format_cached_i(&cache, &ev.e, "%d|%m");
+  EXPECT_EQ(date_text(1706706309) + "|", ev.prefix());
+  ev.e.evt_timestamp.tv_sec += 3601;
+  wlog_layout_format_cached_i(&cache, &ev.e, "%d|%m");
+  EXPECT_EQ(date_text(1706706309 + 3601) + "|", ev.prefix());
+  wlog_layout_format_cached_i(&cache, &ev.e, "<%p>%m");
+  EXPECT_EQ("<ERROR   >", ev.prefix());
+}

@@ -1,0 +1,145 @@
+// Helpers for the logging library's tests: temporary directories, capture of standard
+// output, and configurations built in code.
+#ifndef WLOG_TESTS_WLOG_TEST_UTIL_H
+#define WLOG_TESTS_WLOG_TEST_UTIL_H
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+
+#include "wlog/wlog.h"
+
+namespace wlog_test {
+
+// A fresh directory under /tmp, removed with its files at scope end.
+class TempDir {
+ public:
+  TempDir() {
+    char tmpl[] = "/tmp/wlog_test_XXXXXX";
+    const char* p = mkdtemp(tmpl);
+    path_ = p != nullptr ? p : "";
+  }
+  ~TempDir() {
+    if (!path_.empty()) {
+      const std::string cmd = "rm -rf '" + path_ + "'";
+      if (system(cmd.c_str()) != 0) {
+      }
+    }
+  }
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+inline std::string read_file(const std::string& path) {
+  std::string out;
+  FILE* fp = fopen(path.c_str(), "rb");
+  if (fp == nullptr) return out;
+  char buf[4096];
+  size_t n;
+  while ((n = fread(buf, 1, sizeof(buf), fp)) > 0) out.append(buf, n);
+  fclose(fp);
+  return out;
+}
+
+// Redirects standard output (fd 1 and stdout) into a temporary file until Stop().
+class StdoutCapture {
+ public:
+  StdoutCapture() {
+    fflush(stdout);
+    saved_ = dup(1);
+    char tmpl[] = "/tmp/wlog_capture_XXXXXX";
+    const int fd = mkstemp(tmpl);
+    path_ = tmpl;
+    dup2(fd, 1);
+    close(fd);
+  }
+  ~StdoutCapture() {
+    Stop();
+    unlink(path_.c_str());
+  }
+  std::string Stop() {
+    if (saved_ >= 0) {
+      fflush(stdout);
+      dup2(saved_, 1);
+      close(saved_);
+      saved_ = -1;
+      text_ = read_file(path_);
+    }
+    return text_;
+  }
+
+ private:
+  int saved_ = -1;
+  std::string path_;
+  std::string text_;
+};
+
+// Configurations are large (every category embeds every device description): heap only.
+inline std::unique_ptr<WLOGCONF> make_conf() {
+  std::unique_ptr<WLOGCONF> conf(new WLOGCONF());
+  conf->iMagic = WLOG_CONF_MAGIC;
+  conf->iPriorityHigh = -1;
+  conf->iPriorityLow = -1;
+  return conf;
+}
+
+// Appends a category writing to standard output with the given pattern; returns it.
+inline WLOGCATEGORY* add_term_category(WLOGCONF* conf, const char* name, const char* format = "",
+                                       int dev_type = WLOG_DEV_TERM) {
+  WLOGCATEGORY* cat = &conf->astCategoryList[conf->iCount++];
+  snprintf(cat->szName, sizeof(cat->szName), "%s", name);
+  cat->iPriorityHigh = -1;
+  cat->iPriorityLow = -1;
+  snprintf(cat->szFormat, sizeof(cat->szFormat), "%s", format);
+  cat->stDevice.iType = dev_type;
+  cat->stDevice.stDevice.stTerm.iStdType = WLOG_TERM_STDOUT;
+  return cat;
+}
+
+// Appends a category writing to a file (flushed after every write).
+inline WLOGCATEGORY* add_file_category(WLOGCONF* conf, const char* name, const std::string& path,
+                                       const char* format = "") {
+  WLOGCATEGORY* cat = &conf->astCategoryList[conf->iCount++];
+  snprintf(cat->szName, sizeof(cat->szName), "%s", name);
+  cat->iPriorityHigh = -1;
+  cat->iPriorityLow = -1;
+  snprintf(cat->szFormat, sizeof(cat->szFormat), "%s", format);
+  cat->stDevice.iType = WLOG_DEV_FILE;
+  WLOGDEVFILE& f = cat->stDevice.stDevice.stFile;
+  snprintf(f.szPattern, sizeof(f.szPattern), "%s", path.c_str());
+  f.iMaxRotate = 1;
+  f.iSyncTime = 0;
+  return cat;
+}
+
+struct CtxDeleter {
+  void operator()(WLOGCTX* ctx) const {
+    wlog_fini(ctx);
+    wlog_free(&ctx);
+  }
+};
+using CtxPtr = std::unique_ptr<WLOGCTX, CtxDeleter>;
+
+// Initialises a context from conf; null (and *ret set) on failure.
+inline CtxPtr init_ctx(WLOGCONF* conf, int* ret = nullptr) {
+  WLOGCTX* ctx = wlog_alloc();
+  const int r = wlog_init(ctx, conf);
+  if (ret != nullptr) *ret = r;
+  if (r != 0) {
+    wlog_free(&ctx);
+    return CtxPtr();
+  }
+  return CtxPtr(ctx);
+}
+
+}  // namespace wlog_test
+
+#endif  // WLOG_TESTS_WLOG_TEST_UTIL_H
