@@ -1,0 +1,166 @@
+// SDK loader: result codes, diagnostics and the process-wide handle.
+#include <dlfcn.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "test_util.h"
+#include "zq/kry_sdk_import.h"
+
+namespace {
+
+using zqtest::RunInChild;
+using zqtest::TempDir;
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
+
+KrySdkInitInfo InitInfo(uint32_t game_id) {
+  KrySdkInitInfo info;
+  std::memset(&info, 0, sizeof(info));
+  info.game_id_ = game_id;
+  return info;
+}
+
+// A private copy of one of the fake SDK libraries, so a test may delete or replace it.
+std::string CopySdk(const TempDir& dir, const char* from_dir) {
+  std::filesystem::copy_file(std::string(from_dir) + "/libkry_sdk.so", dir.path() + "/libkry_sdk.so");
+  return dir.path();
+}
+
+std::string StdoutText() {
+  std::fflush(stdout);
+  return GetCapturedStdout();
+}
+
+TEST(Loader, NullArgumentsAreRejectedQuietly) {
+  RunInChild([] {
+    const KrySdkInitInfo info = InitInfo(1);
+    CaptureStderr();
+    EXPECT_EQ(kry_sdk_load_and_init(nullptr, &info, nullptr), -1);
+    EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), -1);
+    EXPECT_EQ(kry_sdk_load_and_init_for_quelld(nullptr, &info, nullptr), -1);
+    EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), -1);
+    EXPECT_EQ(kry_sdk_load_and_init_with_proc(nullptr, &info, nullptr), nullptr);
+    EXPECT_EQ(kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), nullptr);
+    EXPECT_EQ(GetCapturedStderr(), "");
+    // Nothing was loaded by the refused calls.
+    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), nullptr);
+  });
+}
+
+TEST(Loader, OpenFailureReportsPathAndLoaderError) {
+  RunInChild([] {
+    TempDir dir;
+    const KrySdkInitInfo info = InitInfo(1);
+    CaptureStderr();
+    EXPECT_EQ(kry_sdk_load_and_init_for_quelld(dir.path().c_str(), &info, nullptr), -1);
+    const std::string err = GetCapturedStderr();
+    const std::string prefix = "Open shared lib " + dir.path() + "/libkry_sdk.so failed, ";
+    EXPECT_EQ(err.compare(0, prefix.size(), prefix), 0) << err;
+    EXPECT_EQ(err.substr(err.size() - 2), ".\n");
+    EXPECT_NE(err.find("No such file"), std::string::npos) << err;
+
+    EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), -1);
+    EXPECT_EQ(kry_sdk_load_and_init_with_proc(dir.path().c_str(), &info, nullptr), nullptr);
+  });
+}
+
+TEST(Loader, LongDirectoryIsCutTo1023Bytes) {
+  RunInChild([] {
+    const std::string dir(1100, 'd');
+    const KrySdkInitInfo info = InitInfo(1);
+    CaptureStderr();
+    EXPECT_EQ(kry_sdk_load_and_init(dir.c_str(), &info, nullptr), -1);
+    const std::string err = GetCapturedStderr();
+    const std::string prefix = "Open shared lib " + dir.substr(0, 1023) + " failed, ";
+    EXPECT_EQ(err.compare(0, prefix.size(), prefix), 0) << err.substr(0, 80);
+  });
+}
+
+TEST(Loader, MissingInitialiserSymbol) {
+  RunInChild([] {
+    const KrySdkInitInfo info = InitInfo(1);
+    CaptureStderr();
+    EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), -2);
+    std::string err = GetCapturedStderr();
+    EXPECT_EQ(err.rfind("dlsym failed, ", 0), 0u) << err;
+    EXPECT_NE(err.find("kry_sdk_init_with_access_info_for_quelld_interf"), std::string::npos) << err;
+    EXPECT_EQ(err.substr(err.size() - 2), ".\n");
+
+    EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), -2);
+    EXPECT_EQ(kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), nullptr);
+    EXPECT_EQ(kry_sdk_get_busi_interf("kry_sdk_get_anti_interf", nullptr), nullptr);
+    // Present symbols are still found.
+    EXPECT_NE(kry_sdk_get_busi_interf("fake_sdk_marker", nullptr), nullptr);
+  });
+}
+
+TEST(Loader, InitialisersReturnTheirOwnResults) {
+  RunInChild([] {
+    const KrySdkInitInfo info = InitInfo(7);
+    EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_FULL_DIR, &info, nullptr), 7);
+    EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_FULL_DIR, &info, nullptr), 1007);
+    const KrySdkBusiInterf* busi = kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_FULL_DIR, &info, nullptr);
+    ASSERT_NE(busi, nullptr);
+    EXPECT_EQ(busi->init_ret_, 7);
+    ASSERT_NE(busi->proc_, nullptr);
+    EXPECT_EQ(busi->proc_(), 42);
+    int request = 5;
+    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &request), &request);
+    EXPECT_EQ(kry_sdk_get_busi_interf(nullptr, &request), nullptr);
+  });
+}
+
+TEST(Loader, SecondLoadReusesTheOpenLibrary) {
+  RunInChild([] {
+    TempDir dir;
+    CopySdk(dir, ZQ_FAKE_SDK_FULL_DIR);
+    const KrySdkInitInfo info = InitInfo(3);
+    EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), 3);
+    std::filesystem::remove(dir.path() + "/libkry_sdk.so");
+    // The file is gone, yet the initialiser runs again on the library opened before.
+    EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), 3);
+    // Another directory is not opened either.
+    EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), 3);
+  });
+}
+
+TEST(Loader, UnloadReleasesAndKeepsTheHandle) {
+  RunInChild([] {
+    TempDir dir;
+    CopySdk(dir, ZQ_FAKE_SDK_FULL_DIR);
+    const KrySdkInitInfo info = InitInfo(4);
+    ASSERT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), 4);
+    // Keep the library mapped independently of the loader, to read its release counter.
+    void* own = dlopen((dir.path() + "/libkry_sdk.so").c_str(), RTLD_NOW);
+    ASSERT_NE(own, nullptr);
+    auto release_count = reinterpret_cast<int (*)()>(dlsym(own, "fake_sdk_release_count"));
+    ASSERT_NE(release_count, nullptr);
+
+    CaptureStdout();
+    EXPECT_EQ(kry_sdk_unload(), 0);
+    EXPECT_EQ(StdoutText(), "Unload KRY SDK OK.\n");
+    EXPECT_EQ(release_count(), 1);
+    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), nullptr);
+    EXPECT_EQ(kry_sdk_get_busi_interf("kry_sdk_release_busi_interf", nullptr), nullptr);
+
+    // A load after the unload does not open the file anew: it marks the old handle loaded.
+    std::filesystem::remove(dir.path() + "/libkry_sdk.so");
+    EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), 4);
+    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), &info);
+  });
+}
+
+TEST(Loader, UnloadWithoutLoadIsRefused) {
+  RunInChild([] {
+    CaptureStdout();
+    EXPECT_EQ(kry_sdk_unload(), -2);
+    EXPECT_EQ(StdoutText(), "");
+    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", nullptr), nullptr);
+  });
+}
+
+}  // namespace

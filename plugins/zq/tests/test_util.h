@@ -1,0 +1,73 @@
+// Helpers shared by the plug-in tests: temporary directories, child processes, file text.
+#ifndef ZQ_TESTS_TEST_UTIL_H_
+#define ZQ_TESTS_TEST_UTIL_H_
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace zqtest {
+
+// A fresh directory under /tmp, removed with its content at the end of the scope.
+class TempDir {
+ public:
+  TempDir() {
+    char tmpl[] = "/tmp/zq_plugin_test.XXXXXX";
+    const char* made = mkdtemp(tmpl);
+    EXPECT_NE(made, nullptr);
+    path_ = made != nullptr ? made : "/tmp";
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+  }
+  const std::string& path() const { return path_; }
+  // The directory with a trailing slash, as the host's lib_ext option expects.
+  std::string slashed() const { return path_ + "/"; }
+
+ private:
+  std::string path_;
+};
+
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+inline void WriteFile(const std::string& path, const std::string& content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+}
+
+// Runs body in a forked child so that process-wide loader state starts fresh for every scenario
+// and never leaks into the next one. Failures inside the child fail the calling test.
+template <typename Body>
+void RunInChild(Body body) {
+  std::fflush(stdout);
+  std::fflush(stderr);
+  const pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    body();
+    std::fflush(stdout);
+    std::fflush(stderr);
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  ASSERT_TRUE(WIFEXITED(status)) << "child ended by signal " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "the scenario failed in the child process (see above)";
+}
+
+}  // namespace zqtest
+
+#endif  // ZQ_TESTS_TEST_UTIL_H_
