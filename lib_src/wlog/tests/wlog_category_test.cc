@@ -1,0 +1,336 @@
+// The log call: windows, filters, forwarding, parent dispatch, the message-size rule, hex and
+// binary messages, per-category settings and the caller macros.
+#include <string.h>
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "wlog/wlog.h"
+#include "wlog_test_util.h"
+
+using wlog_test::add_file_category;
+using wlog_test::add_term_category;
+using wlog_test::CtxPtr;
+using wlog_test::init_ctx;
+using wlog_test::make_conf;
+using wlog_test::StdoutCapture;
+
+namespace {
+
+WLOGCATEGORYINNERINST* inner(WLOGCATEGORYINST* c) {
+  return reinterpret_cast<WLOGCATEGORYINNERINST*>(c);
+}
+
+int log_text(WLOGCATEGORYINST* cat, int prio, const char* text, unsigned id = 0, unsigned cls = 0) {
+  WLOGEVENT evt = {prio, nullptr, 0, nullptr, 0, id, cls, 0, 0};
+  return wlog_category_logv(cat, &evt, "%s", text);
+}
+
+int g_evaluations = 0;
+int counted(int v) {
+  ++g_evaluations;
+  return v;
+}
+
+}  // namespace
+
+TEST(WlogCanWrite, SwitchedOffCategoryStillConsultsForward) {
+  auto conf = make_conf();
+  WLOGCATEGORY* a = add_term_category(conf.get(), "a", "", WLOG_DEV_NO);
+  snprintf(a->szForwardCat, sizeof(a->szForwardCat), "b");
+  WLOGCATEGORY* b = add_term_category(conf.get(), "b");
+  b->iPriorityLow = WLOG_PRIORITY_INFO;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* ca = wlog_get_category(ctx.get(), "a");
+  EXPECT_EQ(1, wlog_category_can_write(ca, WLOG_PRIORITY_ERROR, 0, 0));
+  EXPECT_EQ(0, wlog_category_can_write(ca, WLOG_PRIORITY_DEBUG, 0, 0));
+  EXPECT_EQ(0, wlog_category_can_write(nullptr, WLOG_PRIORITY_ERROR, 0, 0));
+  EXPECT_EQ(1, wlog_category_priority_check_chain(inner(ca), WLOG_PRIORITY_ERROR));
+  EXPECT_EQ(1, wlog_category_filter_check_chain(inner(ca), 1, 2));
+
+  StdoutCapture cap;
+  EXPECT_EQ(0, log_text(ca, WLOG_PRIORITY_ERROR, "via-b"));
+  EXPECT_EQ("via-b", cap.Stop());
+}
+
+TEST(WlogCanWrite, WindowsAndFilters) {
+  auto conf = make_conf();
+  WLOGCATEGORY* open = add_term_category(conf.get(), "open");
+  WLOGCATEGORY* win = add_term_category(conf.get(), "win");
+  win->iPriorityHigh = WLOG_PRIORITY_ERROR;
+  win->iPriorityLow = WLOG_PRIORITY_INFO;
+  WLOGCATEGORY* none = add_term_category(conf.get(), "none");
+  none->stFilter.iCount = -1;
+  WLOGCATEGORY* ids = add_term_category(conf.get(), "ids");
+  ids->stFilter.iCount = 1;
+  ids->stFilter.astFilters[0].stIDFilter = {100, 10, 0, 0, 0, 0};
+  (void)open;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "open");
+  EXPECT_EQ(1, wlog_category_can_write(c, -500, 0, 0));  // no bounds accept everything
+  EXPECT_EQ(1, wlog_category_can_write(c, 5000, 0, 0));
+  c = wlog_get_category(ctx.get(), "win");
+  EXPECT_EQ(0, wlog_category_can_write(c, WLOG_PRIORITY_CRIT, 0, 0));
+  EXPECT_EQ(1, wlog_category_can_write(c, WLOG_PRIORITY_ERROR, 0, 0));
+  EXPECT_EQ(1, wlog_category_can_write(c, WLOG_PRIORITY_INFO, 0, 0));
+  EXPECT_EQ(0, wlog_category_can_write(c, WLOG_PRIORITY_DEBUG, 0, 0));
+  c = wlog_get_category(ctx.get(), "ids");
+  EXPECT_EQ(1, wlog_category_can_write(c, 0, 105, 0));
+  EXPECT_EQ(0, wlog_category_can_write(c, 0, 110, 0));
+
+  // A negative filter count: can_write says yes, the write path rejects.
+  c = wlog_get_category(ctx.get(), "none");
+  EXPECT_EQ(1, wlog_category_can_write(c, 0, 0, 0));
+  StdoutCapture cap;
+  EXPECT_EQ(0, log_text(c, 0, "dropped"));
+  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "ids"), 0, "id-out", 110));
+  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "ids"), 0, "id-in", 101));
+  EXPECT_EQ("id-in", cap.Stop());
+}
+
+TEST(WlogLogv, MessageSizeRule) {
+  auto conf = make_conf();
+  WLOGCATEGORY* cat = add_term_category(conf.get(), "small");
+  cat->iMaxMsgSize = 8;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "small");
+  WLOGEVENT evt = {0, nullptr, 0, nullptr, 0, 0, 0, 0, 0};
+  StdoutCapture cap;
+  ASSERT_EQ(0, wlog_category_logv(c, &evt, "%s", "1234567"));
+  EXPECT_EQ(7, evt.evt_msg_len);
+  ASSERT_EQ(0, wlog_category_logv(c, &evt, "%s", "12345678"));
+  EXPECT_EQ(7, evt.evt_msg_len);  // cut: loses its last kept character, counts the NUL
+  EXPECT_EQ(std::string("1234567") + std::string("123456\0", 7), cap.Stop());
+}
+
+TEST(WlogLogv, RefusesBadArguments) {
+  auto conf = make_conf();
+  add_term_category(conf.get(), "t");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "t");
+  WLOGEVENT evt = {0, nullptr, 0, nullptr, 1, 0, 0, 0, 0};
+  EXPECT_EQ(-1, wlog_category_logv(c, &evt, "x"));  // binary events carry their own bytes
+  evt.evt_is_msg_binary = 0;
+  EXPECT_EQ(-1, wlog_category_logv(c, &evt, nullptr));
+  EXPECT_EQ(-1, wlog_category_logv(nullptr, &evt, "x"));
+  EXPECT_EQ(-1, wlog_category_logv(c, nullptr, "x"));
+  EXPECT_EQ(-1, wlog_category_log(c, nullptr));
+  EXPECT_EQ(-1, wlog_category_log_hex(nullptr, &evt));
+}
+
+TEST(WlogLog, AppenderFailureIsSwallowed) {
+  auto conf = make_conf();
+  WLOGCATEGORY* cat = add_term_category(conf.get(), "bad");
+  cat->stDevice.stDevice.stTerm.iStdType = 2;  // neither stream: every write fails
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "bad");
+  EXPECT_EQ(0, log_text(c, 0, "lost"));
+  char msg[] = "lost";
+  WLOGEVENT evt = {0, msg, 4, nullptr, 0, 0, 0, 0, 0};
+  EXPECT_EQ(0, wlog_category_log(c, &evt));
+  EXPECT_EQ(-1, wlog_category_log_hex(c, &evt));  // hex returns the last write's result
+}
+
+TEST(WlogDispatch, ForwardChainAndParentEachWithTheirLayout) {
+  auto conf = make_conf();
+  WLOGCATEGORY* a = add_term_category(conf.get(), "a", "A[%m]");
+  snprintf(a->szForwardCat, sizeof(a->szForwardCat), "B");
+  add_term_category(conf.get(), "b", "B[%m]");
+  WLOGCATEGORY* parent = add_term_category(conf.get(), "game", "P[%m]");
+  parent->stFilter.iCount = -1;  // the parent's filters do not apply to dispatched records
+  WLOGCATEGORY* child = add_term_category(conf.get(), "game.login", "C[%c:%m]");
+  child->iLevelDispatch = 1;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+
+  StdoutCapture cap;
+  log_text(wlog_get_category(ctx.get(), "a"), 0, "x");
+  log_text(wlog_get_category(ctx.get(), "game.login"), 0, "y");
+  log_text(wlog_get_category(ctx.get(), "game"), 0, "z");  // rejected by its own filters
+  EXPECT_EQ("A[x]B[x]C[game.login:y]C[game.login:y]", cap.Stop());
+}
+
+TEST(WlogDispatch, ParentWindowStillApplies) {
+  auto conf = make_conf();
+  WLOGCATEGORY* parent = add_term_category(conf.get(), "g", "P");
+  parent->iPriorityLow = WLOG_PRIORITY_ERROR;
+  WLOGCATEGORY* child = add_term_category(conf.get(), "g.c", "[%m]");
+  child->iLevelDispatch = 1;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  StdoutCapture cap;
+  log_text(wlog_get_category(ctx.get(), "g.c"), WLOG_PRIORITY_DEBUG, "d");
+  log_text(wlog_get_category(ctx.get(), "g.c"), WLOG_PRIORITY_ERROR, "e");
+  EXPECT_EQ("[d][e][e]", cap.Stop());
+}
+
+TEST(WlogLogHex, ConvertsAndHandlesTheBoundary) {
+  auto conf = make_conf();
+  WLOGCATEGORY* cat = add_term_category(conf.get(), "hex", "<%m>");
+  cat->iMaxMsgSize = 8;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "hex");
+  char three[] = "\x0a\xbc\x01";
+  WLOGEVENT evt = {0, three, 3, nullptr, 1, 0, 0, 0, 0};
+  StdoutCapture cap;
+  EXPECT_LT(0, wlog_category_log_hex(c, &evt));
+  char five[] = "\x01\x02\x03\x04\x05";
+  evt.evt_msg = five;
+  evt.evt_msg_len = 5;  // longer than fits: cut to (8 - 2) / 2 = 3 bytes
+  wlog_category_log_hex(c, &evt);
+  char four[] = "\xff\xff\xff\xff";
+  evt.evt_msg = four;
+  evt.evt_msg_len = 4;  // exactly half the buffer: refused, buffer logged unchanged
+  wlog_category_log_hex(c, &evt);
+  EXPECT_EQ(std::string("<0ABC01><010203><010203\0\0>", 26), cap.Stop());
+}
+
+TEST(WlogLog, BinaryMessageGetsHead) {
+  wlog_test::TempDir dir;
+  ASSERT_FALSE(dir.path().empty());
+  auto conf = make_conf();
+  add_file_category(conf.get(), "bin", dir.file("bin.log"), "ignored %m");
+  WLOGCATEGORY* raw = add_file_category(conf.get(), "raw", dir.file("raw.log"));
+  raw->stDevice.stDevice.stFile.iDropBinaryHead = 1;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  char body[] = "hello";
+  WLOGEVENT evt = {WLOG_PRIORITY_INFO, body, 5, nullptr, 1, 11, 22, 3, 4};
+  timeval fixed = {1700000000, 250};
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "bin");
+  wlog_category_set_time_ptr(c, &fixed);
+  ASSERT_EQ(0, wlog_category_log(c, &evt));
+  ASSERT_EQ(0, wlog_category_log(c, &evt));
+  ASSERT_EQ(0, wlog_category_log(wlog_get_category(ctx.get(), "raw"), &evt));
+
+  const std::string data = wlog_test::read_file(dir.file("bin.log"));
+  ASSERT_EQ(90u, data.size());
+  WLOGBINHEAD h;
+  ASSERT_EQ(40, wlogbin_ntoh_head(&h, data.data() + 45, 40));
+  EXPECT_EQ(WLOGBIN_VER, h.chVer);
+  EXPECT_EQ(WLOGBIN_MAGIC, h.chMagic);
+  EXPECT_EQ(5, h.iBodyLen);
+  EXPECT_EQ(2, h.iSeq);  // pre-incremented per category
+  EXPECT_EQ(1700000000, h.stTime.iSec);
+  EXPECT_EQ(250, h.stTime.iUsec);
+  EXPECT_EQ(11u, h.dwID);
+  EXPECT_EQ(22u, h.dwCls);
+  EXPECT_EQ(3, h.iType);
+  EXPECT_EQ(4, h.iBodyVer);
+  EXPECT_EQ(0, h.iCheckSum);
+  EXPECT_EQ("hello", data.substr(85));
+  EXPECT_EQ("hello", wlog_test::read_file(dir.file("raw.log")));
+}
+
+TEST(WlogCategorySettings, FormatPriorityAndFixedTime) {
+  auto conf = make_conf();
+  add_term_category(conf.get(), "s", "1:%m;");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "s");
+  StdoutCapture cap;
+  log_text(c, 0, "a");
+  ASSERT_EQ(0, wlog_category_set_format(c, "2:%m;"));
+  log_text(c, 0, "b");
+  ASSERT_EQ(0, wlog_category_set_priority(c, WLOG_PRIORITY_ERROR, WLOG_PRIORITY_ERROR));
+  log_text(c, WLOG_PRIORITY_WARN, "skipped");
+  timeval fixed = {1700000000, 42};
+  ASSERT_EQ(0, wlog_category_set_time_ptr(c, &fixed));
+  fixed.tv_usec = 99;  // the value was copied, not the pointer
+  wlog_category_set_format(c, "%u|%m");
+  log_text(c, WLOG_PRIORITY_ERROR, "t");
+  EXPECT_EQ("1:a;2:b;000042|t", cap.Stop());
+
+  const std::string longfmt(200, 'x');
+  ASSERT_EQ(0, wlog_category_set_format(c, longfmt.c_str()));
+  EXPECT_EQ(127u, strlen(inner(c)->pstCat->szFormat));
+  EXPECT_EQ(-1, wlog_category_set_format(c, nullptr));
+  EXPECT_EQ(-1, wlog_category_set_time_ptr(c, nullptr));
+  EXPECT_EQ(-1, wlog_category_set_priority(nullptr, 0, 0));
+}
+
+TEST(WlogNetStatus, ReadsAppenderState) {
+  auto conf = make_conf();
+  conf->iDelayInit = 1;  // appenders stay untouched; the test sets their state
+  add_term_category(conf.get(), "net", "", WLOG_DEV_NET);
+  WLOGCATEGORY* vec = add_term_category(conf.get(), "vec", "", WLOG_DEV_VEC);
+  vec->stDevice.stDevice.stVec.iCount = 2;
+  add_term_category(conf.get(), "term");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* n = wlog_get_category(ctx.get(), "net");
+  inner(n)->stWlogAnyInst.stInst.stAny.stNet.stInst.iIsSendNetSucc = 1;
+  EXPECT_EQ(0, wlog_query_net_category_status(n));
+  inner(n)->stWlogAnyInst.stInst.stAny.stNet.stInst.iIsSendNetSucc = 0;
+  EXPECT_EQ(1, wlog_query_net_category_status(n));
+
+  WLOGCATEGORYINST* v = wlog_get_category(ctx.get(), "vec");
+  WLOGVEC& st = inner(v)->stWlogAnyInst.stInst.stAny.stVec;
+  st.iCount = 2;
+  st.astElements[0].iType = WLOG_DEV_FILE;
+  st.astElements[1].iType = WLOG_DEV_NET;
+  st.astElements[1].stFileOrNet.stNet.stInst.iIsSendNetSucc = 1;
+  EXPECT_EQ(0, wlog_query_net_category_status(v));
+  st.astElements[1].stFileOrNet.stNet.stInst.iIsSendNetSucc = 0;
+  EXPECT_EQ(-1, wlog_query_net_category_status(v));
+
+  EXPECT_EQ(0, wlog_query_net_category_status(wlog_get_category(ctx.get(), "term")));
+  EXPECT_EQ(-1, wlog_query_net_category_status(nullptr));
+}
+
+TEST(WlogMacros, BoundsSkipArgumentEvaluation) {
+  auto conf = make_conf();
+  conf->iPriorityHigh = WLOG_PRIORITY_ERROR;
+  conf->iPriorityLow = WLOG_PRIORITY_INFO;
+  add_term_category(conf.get(), "m", "%p|%f:%l %F|%m;");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "m");
+  ASSERT_EQ(&conf->iPriorityHigh, c->piPriorityHigh);
+  ASSERT_EQ(&conf->iPriorityLow, c->piPriorityLow);
+
+  g_evaluations = 0;
+  StdoutCapture cap;
+  WLOG_LOG_DEBUG(c, "%d", counted(1));  // below the context-wide low bound
+  WLOG_LOG_CRIT(c, "%d", counted(2));   // above the high bound
+  WLOG_LOG_TRACE(nullptr, "%d", counted(3));
+  EXPECT_EQ(0, g_evaluations);
+  const int line = __LINE__ + 1;
+  WLOG_LOG_WARN(c, "v=%d", counted(4));
+  WLOG_LOG_ERROR(c, "plain");
+  EXPECT_EQ(1, g_evaluations);
+  const std::string out = cap.Stop();
+  const std::string expect = std::string("WARN    |") + __FILE__ + ":" + std::to_string(line) +
+                             " " + __func__ + "|v=4;ERROR   |" + __FILE__ + ":" +
+                             std::to_string(line + 1) + " " + __func__ + "|plain;";
+  EXPECT_EQ(expect, out);
+}
+
+TEST(WlogMacros, EveryPriorityMacro) {
+  auto conf = make_conf();
+  add_term_category(conf.get(), "all", "%p;%m");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "all");
+  StdoutCapture cap;
+  WLOG_LOG_FATAL(c, "%s", "");
+  WLOG_LOG_ALERT(c, "%s", "");
+  WLOG_LOG_CRIT(c, "%s", "");
+  WLOG_LOG_ERROR(c, "%s", "");
+  WLOG_LOG_WARN(c, "%s", "");
+  WLOG_LOG_NOTICE(c, "%s", "");
+  WLOG_LOG_INFO(c, "%s", "");
+  WLOG_LOG_DEBUG(c, "%s", "");
+  WLOG_LOG_TRACE(c, "%s", "");
+  WLOG_LOG(c, 1000, "%s", "");
+  EXPECT_EQ("FATAL   ;ALERT   ;CRIT    ;ERROR   ;WARN    ;NOTICE  ;INFO    ;DEBUG   ;TRACE   ;"
+            "UNKNOWN ;",
+            cap.Stop());
+}
