@@ -86,6 +86,8 @@ class ZQPlugin : public quelld::Plugin {
   void FillAccountInfo(const quelld::User& user, KryAccountInfo* info);
   std::string SdkLibPath() const;
 
+ protected:
+  // Protected so that a harness can attach an in-process interface table without a library.
   quelld::Options opts_;
   WLOGCATEGORYINST* log_;
   const KrySdkAntiInterf* anti_interf_;

@@ -11,14 +11,26 @@ namespace {
 
 inline uint32 Rotl(uint32 x, int s) { return (x << s) | (x >> (32 - s)); }
 
-// Round functions in forms that need fewer dependent operations than the textbook ones.
-#define ZQ_MD5_F(x, y, z) ((z) ^ ((x) & ((y) ^ (z))))
-#define ZQ_MD5_G(x, y, z) ((y) ^ ((z) & ((x) ^ (y))))
-#define ZQ_MD5_H(x, y, z) ((x) ^ (y) ^ (z))
-#define ZQ_MD5_I(x, y, z) ((y) ^ ((x) | ~(z)))
+// One step per round. The message word and constant are added first and the terms that do not
+// depend on b are formed early, so only a few operations wait for the previous step's result.
+#define ZQ_MD5_STEP_F(a, b, c, d, xk, s, t) \
+  (a) += (xk) + (uint32)(t);                \
+  (a) += (d) ^ ((b) & ((c) ^ (d)));         \
+  (a) = Rotl((a), (s)) + (b)
 
-#define ZQ_MD5_STEP(f, a, b, c, d, xk, s, t) \
-  (a) += f((b), (c), (d)) + (xk) + (uint32)(t); \
+#define ZQ_MD5_STEP_G(a, b, c, d, xk, s, t)        \
+  (a) += (xk) + (uint32)(t) + ((c) & ~(d));        \
+  (a) += (b) & (d);                                \
+  (a) = Rotl((a), (s)) + (b)
+
+#define ZQ_MD5_STEP_H(a, b, c, d, xk, s, t) \
+  (a) += (xk) + (uint32)(t);                \
+  (a) += (b) ^ ((c) ^ (d));                 \
+  (a) = Rotl((a), (s)) + (b)
+
+#define ZQ_MD5_STEP_I(a, b, c, d, xk, s, t) \
+  (a) += (xk) + (uint32)(t);                \
+  (a) += (c) ^ ((b) | ~(d));                \
   (a) = Rotl((a), (s)) + (b)
 
 }  // namespace
@@ -103,73 +115,73 @@ void XMD5::_transform(const uint8* block) {
   _decode(x, block, 64);
   uint32 a = m_state[0], b = m_state[1], c = m_state[2], d = m_state[3];
 
-  ZQ_MD5_STEP(ZQ_MD5_F, a, b, c, d, x[0], 7, 0xd76aa478);
-  ZQ_MD5_STEP(ZQ_MD5_F, d, a, b, c, x[1], 12, 0xe8c7b756);
-  ZQ_MD5_STEP(ZQ_MD5_F, c, d, a, b, x[2], 17, 0x242070db);
-  ZQ_MD5_STEP(ZQ_MD5_F, b, c, d, a, x[3], 22, 0xc1bdceee);
-  ZQ_MD5_STEP(ZQ_MD5_F, a, b, c, d, x[4], 7, 0xf57c0faf);
-  ZQ_MD5_STEP(ZQ_MD5_F, d, a, b, c, x[5], 12, 0x4787c62a);
-  ZQ_MD5_STEP(ZQ_MD5_F, c, d, a, b, x[6], 17, 0xa8304613);
-  ZQ_MD5_STEP(ZQ_MD5_F, b, c, d, a, x[7], 22, 0xfd469501);
-  ZQ_MD5_STEP(ZQ_MD5_F, a, b, c, d, x[8], 7, 0x698098d8);
-  ZQ_MD5_STEP(ZQ_MD5_F, d, a, b, c, x[9], 12, 0x8b44f7af);
-  ZQ_MD5_STEP(ZQ_MD5_F, c, d, a, b, x[10], 17, 0xffff5bb1);
-  ZQ_MD5_STEP(ZQ_MD5_F, b, c, d, a, x[11], 22, 0x895cd7be);
-  ZQ_MD5_STEP(ZQ_MD5_F, a, b, c, d, x[12], 7, 0x6b901122);
-  ZQ_MD5_STEP(ZQ_MD5_F, d, a, b, c, x[13], 12, 0xfd987193);
-  ZQ_MD5_STEP(ZQ_MD5_F, c, d, a, b, x[14], 17, 0xa679438e);
-  ZQ_MD5_STEP(ZQ_MD5_F, b, c, d, a, x[15], 22, 0x49b40821);
+  ZQ_MD5_STEP_F(a, b, c, d, x[0], 7, 0xd76aa478);
+  ZQ_MD5_STEP_F(d, a, b, c, x[1], 12, 0xe8c7b756);
+  ZQ_MD5_STEP_F(c, d, a, b, x[2], 17, 0x242070db);
+  ZQ_MD5_STEP_F(b, c, d, a, x[3], 22, 0xc1bdceee);
+  ZQ_MD5_STEP_F(a, b, c, d, x[4], 7, 0xf57c0faf);
+  ZQ_MD5_STEP_F(d, a, b, c, x[5], 12, 0x4787c62a);
+  ZQ_MD5_STEP_F(c, d, a, b, x[6], 17, 0xa8304613);
+  ZQ_MD5_STEP_F(b, c, d, a, x[7], 22, 0xfd469501);
+  ZQ_MD5_STEP_F(a, b, c, d, x[8], 7, 0x698098d8);
+  ZQ_MD5_STEP_F(d, a, b, c, x[9], 12, 0x8b44f7af);
+  ZQ_MD5_STEP_F(c, d, a, b, x[10], 17, 0xffff5bb1);
+  ZQ_MD5_STEP_F(b, c, d, a, x[11], 22, 0x895cd7be);
+  ZQ_MD5_STEP_F(a, b, c, d, x[12], 7, 0x6b901122);
+  ZQ_MD5_STEP_F(d, a, b, c, x[13], 12, 0xfd987193);
+  ZQ_MD5_STEP_F(c, d, a, b, x[14], 17, 0xa679438e);
+  ZQ_MD5_STEP_F(b, c, d, a, x[15], 22, 0x49b40821);
 
-  ZQ_MD5_STEP(ZQ_MD5_G, a, b, c, d, x[1], 5, 0xf61e2562);
-  ZQ_MD5_STEP(ZQ_MD5_G, d, a, b, c, x[6], 9, 0xc040b340);
-  ZQ_MD5_STEP(ZQ_MD5_G, c, d, a, b, x[11], 14, 0x265e5a51);
-  ZQ_MD5_STEP(ZQ_MD5_G, b, c, d, a, x[0], 20, 0xe9b6c7aa);
-  ZQ_MD5_STEP(ZQ_MD5_G, a, b, c, d, x[5], 5, 0xd62f105d);
-  ZQ_MD5_STEP(ZQ_MD5_G, d, a, b, c, x[10], 9, 0x02441453);
-  ZQ_MD5_STEP(ZQ_MD5_G, c, d, a, b, x[15], 14, 0xd8a1e681);
-  ZQ_MD5_STEP(ZQ_MD5_G, b, c, d, a, x[4], 20, 0xe7d3fbc8);
-  ZQ_MD5_STEP(ZQ_MD5_G, a, b, c, d, x[9], 5, 0x21e1cde6);
-  ZQ_MD5_STEP(ZQ_MD5_G, d, a, b, c, x[14], 9, 0xc33707d6);
-  ZQ_MD5_STEP(ZQ_MD5_G, c, d, a, b, x[3], 14, 0xf4d50d87);
-  ZQ_MD5_STEP(ZQ_MD5_G, b, c, d, a, x[8], 20, 0x455a14ed);
-  ZQ_MD5_STEP(ZQ_MD5_G, a, b, c, d, x[13], 5, 0xa9e3e905);
-  ZQ_MD5_STEP(ZQ_MD5_G, d, a, b, c, x[2], 9, 0xfcefa3f8);
-  ZQ_MD5_STEP(ZQ_MD5_G, c, d, a, b, x[7], 14, 0x676f02d9);
-  ZQ_MD5_STEP(ZQ_MD5_G, b, c, d, a, x[12], 20, 0x8d2a4c8a);
+  ZQ_MD5_STEP_G(a, b, c, d, x[1], 5, 0xf61e2562);
+  ZQ_MD5_STEP_G(d, a, b, c, x[6], 9, 0xc040b340);
+  ZQ_MD5_STEP_G(c, d, a, b, x[11], 14, 0x265e5a51);
+  ZQ_MD5_STEP_G(b, c, d, a, x[0], 20, 0xe9b6c7aa);
+  ZQ_MD5_STEP_G(a, b, c, d, x[5], 5, 0xd62f105d);
+  ZQ_MD5_STEP_G(d, a, b, c, x[10], 9, 0x02441453);
+  ZQ_MD5_STEP_G(c, d, a, b, x[15], 14, 0xd8a1e681);
+  ZQ_MD5_STEP_G(b, c, d, a, x[4], 20, 0xe7d3fbc8);
+  ZQ_MD5_STEP_G(a, b, c, d, x[9], 5, 0x21e1cde6);
+  ZQ_MD5_STEP_G(d, a, b, c, x[14], 9, 0xc33707d6);
+  ZQ_MD5_STEP_G(c, d, a, b, x[3], 14, 0xf4d50d87);
+  ZQ_MD5_STEP_G(b, c, d, a, x[8], 20, 0x455a14ed);
+  ZQ_MD5_STEP_G(a, b, c, d, x[13], 5, 0xa9e3e905);
+  ZQ_MD5_STEP_G(d, a, b, c, x[2], 9, 0xfcefa3f8);
+  ZQ_MD5_STEP_G(c, d, a, b, x[7], 14, 0x676f02d9);
+  ZQ_MD5_STEP_G(b, c, d, a, x[12], 20, 0x8d2a4c8a);
 
-  ZQ_MD5_STEP(ZQ_MD5_H, a, b, c, d, x[5], 4, 0xfffa3942);
-  ZQ_MD5_STEP(ZQ_MD5_H, d, a, b, c, x[8], 11, 0x8771f681);
-  ZQ_MD5_STEP(ZQ_MD5_H, c, d, a, b, x[11], 16, 0x6d9d6122);
-  ZQ_MD5_STEP(ZQ_MD5_H, b, c, d, a, x[14], 23, 0xfde5380c);
-  ZQ_MD5_STEP(ZQ_MD5_H, a, b, c, d, x[1], 4, 0xa4beea44);
-  ZQ_MD5_STEP(ZQ_MD5_H, d, a, b, c, x[4], 11, 0x4bdecfa9);
-  ZQ_MD5_STEP(ZQ_MD5_H, c, d, a, b, x[7], 16, 0xf6bb4b60);
-  ZQ_MD5_STEP(ZQ_MD5_H, b, c, d, a, x[10], 23, 0xbebfbc70);
-  ZQ_MD5_STEP(ZQ_MD5_H, a, b, c, d, x[13], 4, 0x289b7ec6);
-  ZQ_MD5_STEP(ZQ_MD5_H, d, a, b, c, x[0], 11, 0xeaa127fa);
-  ZQ_MD5_STEP(ZQ_MD5_H, c, d, a, b, x[3], 16, 0xd4ef3085);
-  ZQ_MD5_STEP(ZQ_MD5_H, b, c, d, a, x[6], 23, 0x04881d05);
-  ZQ_MD5_STEP(ZQ_MD5_H, a, b, c, d, x[9], 4, 0xd9d4d039);
-  ZQ_MD5_STEP(ZQ_MD5_H, d, a, b, c, x[12], 11, 0xe6db99e5);
-  ZQ_MD5_STEP(ZQ_MD5_H, c, d, a, b, x[15], 16, 0x1fa27cf8);
-  ZQ_MD5_STEP(ZQ_MD5_H, b, c, d, a, x[2], 23, 0xc4ac5665);
+  ZQ_MD5_STEP_H(a, b, c, d, x[5], 4, 0xfffa3942);
+  ZQ_MD5_STEP_H(d, a, b, c, x[8], 11, 0x8771f681);
+  ZQ_MD5_STEP_H(c, d, a, b, x[11], 16, 0x6d9d6122);
+  ZQ_MD5_STEP_H(b, c, d, a, x[14], 23, 0xfde5380c);
+  ZQ_MD5_STEP_H(a, b, c, d, x[1], 4, 0xa4beea44);
+  ZQ_MD5_STEP_H(d, a, b, c, x[4], 11, 0x4bdecfa9);
+  ZQ_MD5_STEP_H(c, d, a, b, x[7], 16, 0xf6bb4b60);
+  ZQ_MD5_STEP_H(b, c, d, a, x[10], 23, 0xbebfbc70);
+  ZQ_MD5_STEP_H(a, b, c, d, x[13], 4, 0x289b7ec6);
+  ZQ_MD5_STEP_H(d, a, b, c, x[0], 11, 0xeaa127fa);
+  ZQ_MD5_STEP_H(c, d, a, b, x[3], 16, 0xd4ef3085);
+  ZQ_MD5_STEP_H(b, c, d, a, x[6], 23, 0x04881d05);
+  ZQ_MD5_STEP_H(a, b, c, d, x[9], 4, 0xd9d4d039);
+  ZQ_MD5_STEP_H(d, a, b, c, x[12], 11, 0xe6db99e5);
+  ZQ_MD5_STEP_H(c, d, a, b, x[15], 16, 0x1fa27cf8);
+  ZQ_MD5_STEP_H(b, c, d, a, x[2], 23, 0xc4ac5665);
 
-  ZQ_MD5_STEP(ZQ_MD5_I, a, b, c, d, x[0], 6, 0xf4292244);
-  ZQ_MD5_STEP(ZQ_MD5_I, d, a, b, c, x[7], 10, 0x432aff97);
-  ZQ_MD5_STEP(ZQ_MD5_I, c, d, a, b, x[14], 15, 0xab9423a7);
-  ZQ_MD5_STEP(ZQ_MD5_I, b, c, d, a, x[5], 21, 0xfc93a039);
-  ZQ_MD5_STEP(ZQ_MD5_I, a, b, c, d, x[12], 6, 0x655b59c3);
-  ZQ_MD5_STEP(ZQ_MD5_I, d, a, b, c, x[3], 10, 0x8f0ccc92);
-  ZQ_MD5_STEP(ZQ_MD5_I, c, d, a, b, x[10], 15, 0xffeff47d);
-  ZQ_MD5_STEP(ZQ_MD5_I, b, c, d, a, x[1], 21, 0x85845dd1);
-  ZQ_MD5_STEP(ZQ_MD5_I, a, b, c, d, x[8], 6, 0x6fa87e4f);
-  ZQ_MD5_STEP(ZQ_MD5_I, d, a, b, c, x[15], 10, 0xfe2ce6e0);
-  ZQ_MD5_STEP(ZQ_MD5_I, c, d, a, b, x[6], 15, 0xa3014314);
-  ZQ_MD5_STEP(ZQ_MD5_I, b, c, d, a, x[13], 21, 0x4e0811a1);
-  ZQ_MD5_STEP(ZQ_MD5_I, a, b, c, d, x[4], 6, 0xf7537e82);
-  ZQ_MD5_STEP(ZQ_MD5_I, d, a, b, c, x[11], 10, 0xbd3af235);
-  ZQ_MD5_STEP(ZQ_MD5_I, c, d, a, b, x[2], 15, 0x2ad7d2bb);
-  ZQ_MD5_STEP(ZQ_MD5_I, b, c, d, a, x[9], 21, 0xeb86d391);
+  ZQ_MD5_STEP_I(a, b, c, d, x[0], 6, 0xf4292244);
+  ZQ_MD5_STEP_I(d, a, b, c, x[7], 10, 0x432aff97);
+  ZQ_MD5_STEP_I(c, d, a, b, x[14], 15, 0xab9423a7);
+  ZQ_MD5_STEP_I(b, c, d, a, x[5], 21, 0xfc93a039);
+  ZQ_MD5_STEP_I(a, b, c, d, x[12], 6, 0x655b59c3);
+  ZQ_MD5_STEP_I(d, a, b, c, x[3], 10, 0x8f0ccc92);
+  ZQ_MD5_STEP_I(c, d, a, b, x[10], 15, 0xffeff47d);
+  ZQ_MD5_STEP_I(b, c, d, a, x[1], 21, 0x85845dd1);
+  ZQ_MD5_STEP_I(a, b, c, d, x[8], 6, 0x6fa87e4f);
+  ZQ_MD5_STEP_I(d, a, b, c, x[15], 10, 0xfe2ce6e0);
+  ZQ_MD5_STEP_I(c, d, a, b, x[6], 15, 0xa3014314);
+  ZQ_MD5_STEP_I(b, c, d, a, x[13], 21, 0x4e0811a1);
+  ZQ_MD5_STEP_I(a, b, c, d, x[4], 6, 0xf7537e82);
+  ZQ_MD5_STEP_I(d, a, b, c, x[11], 10, 0xbd3af235);
+  ZQ_MD5_STEP_I(c, d, a, b, x[2], 15, 0x2ad7d2bb);
+  ZQ_MD5_STEP_I(b, c, d, a, x[9], 21, 0xeb86d391);
 
   m_state[0] += a;
   m_state[1] += b;
