@@ -1,0 +1,403 @@
+// The logging context: initialisation, links, loops, lookups, clones, reload, the clock
+// override and the bill log.
+#include <string.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "wlog/wlog.h"
+#include "wlog_test_util.h"
+
+using wlog_test::add_file_category;
+using wlog_test::add_term_category;
+using wlog_test::CtxPtr;
+using wlog_test::init_ctx;
+using wlog_test::make_conf;
+using wlog_test::StdoutCapture;
+using wlog_test::TempDir;
+
+namespace {
+
+WLOGCATEGORYINNERINST* inner(WLOGCATEGORYINST* c) {
+  return reinterpret_cast<WLOGCATEGORYINNERINST*>(c);
+}
+
+void log_text(WLOGCATEGORYINST* cat, const char* text) {
+  WLOGEVENT evt = {0, nullptr, 0, nullptr, 0, 0, 0, 0, 0};
+  wlog_category_logv(cat, &evt, "%s", text);
+}
+
+bool exists(const std::string& path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0;
+}
+
+}  // namespace
+
+TEST(WlogInit, BadMagicLeavesContextUntouched) {
+  auto conf = make_conf();
+  conf->iMagic = 1547;
+  WLOGCTX* ctx = wlog_alloc();
+  ASSERT_NE(nullptr, ctx);
+  memset(ctx->szHostName, 'z', sizeof(ctx->szHostName));
+  EXPECT_EQ(-1, wlog_init(ctx, conf.get()));
+  EXPECT_EQ('z', ctx->szHostName[0]);
+  EXPECT_EQ(nullptr, ctx->pstConf);
+  EXPECT_EQ(-1, wlog_init(nullptr, conf.get()));
+  EXPECT_EQ(0, wlog_free(&ctx));
+  EXPECT_EQ(nullptr, ctx);
+  EXPECT_EQ(-1, wlog_free(&ctx));
+}
+
+TEST(WlogInit, DefaultsLinksAndLookups) {
+  auto conf = make_conf();
+  add_term_category(conf.get(), "net");
+  add_term_category(conf.get(), "net.io");
+  WLOGCATEGORY* fwd = add_term_category(conf.get(), "io.x");  // no category "io": no parent
+  snprintf(fwd->szForwardCat, sizeof(fwd->szForwardCat), "NET.IO");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  EXPECT_STREQ("0.0.0.0", ctx->szHostName);
+  EXPECT_STREQ("unknown", ctx->szModuleName);
+  EXPECT_EQ(3, wlog_get_category_size(ctx.get()));
+  EXPECT_EQ(WLOG_DEFAULT_MAX_MSG_SIZE, conf->astCategoryList[0].iMaxMsgSize);
+
+  WLOGCATEGORYINST* net = wlog_get_category(ctx.get(), "NET");
+  ASSERT_NE(nullptr, net);
+  EXPECT_STREQ("net", inner(net)->szName);
+  WLOGCATEGORYINST* io = wlog_get_category(ctx.get(), "net.io");
+  EXPECT_EQ(inner(net), inner(io)->pstParent);
+  EXPECT_EQ(nullptr, inner(net)->pstParent);
+  WLOGCATEGORYINST* x = wlog_get_category(ctx.get(), "io.x");
+  EXPECT_EQ(nullptr, inner(x)->pstParent);
+  EXPECT_EQ(inner(io), inner(x)->pstForward);
+  EXPECT_EQ(nullptr, wlog_get_category(ctx.get(), "missing"));
+  EXPECT_EQ(nullptr, wlog_get_category(nullptr, "net"));
+
+  EXPECT_EQ(net, wlog_get_category_by_index(ctx.get(), 0));
+  EXPECT_EQ(x, wlog_get_category_by_index(ctx.get(), 2));
+  EXPECT_EQ(nullptr, wlog_get_category_by_index(ctx.get(), 3));
+  EXPECT_EQ(nullptr, wlog_get_category_by_index(ctx.get(), -1));
+  EXPECT_EQ(ctx.get(), wlog_get_context(x));
+  EXPECT_EQ(-1, wlog_get_category_size(nullptr));
+  // Only the bound pointers of the public view are filled.
+  EXPECT_EQ(nullptr, net->a_pstParent);
+  EXPECT_EQ(&conf->iPriorityLow, net->piPriorityLow);
+}
+
+TEST(WlogInit, ForwardLoopsAreRefused) {
+  auto conf = make_conf();
+  WLOGCATEGORY* a = add_term_category(conf.get(), "a");
+  snprintf(a->szForwardCat, sizeof(a->szForwardCat), "b");
+  WLOGCATEGORY* b = add_term_category(conf.get(), "b");
+  snprintf(b->szForwardCat, sizeof(b->szForwardCat), "a");
+  StdoutCapture cap;
+  int ret = 0;
+  EXPECT_FALSE(init_ctx(conf.get(), &ret));
+  EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_LOOP), ret);
+  EXPECT_EQ(static_cast<int>(0x83020403u), ret);
+  EXPECT_EQ("wlog conf forward category form loop 1\n", cap.Stop());
+}
+
+TEST(WlogInit, ForwardToMemoryCategoryIsRefused) {
+  auto conf = make_conf();
+  conf->iDelayInit = 1;
+  WLOGCATEGORY* a = add_term_category(conf.get(), "a");
+  snprintf(a->szForwardCat, sizeof(a->szForwardCat), "ring");
+  add_term_category(conf.get(), "ring", "", WLOG_DEV_MEM);
+  StdoutCapture cap;
+  int ret = 0;
+  EXPECT_FALSE(init_ctx(conf.get(), &ret));
+  EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_LOOP), ret);
+  EXPECT_EQ("wlog conf forward category form loop 2\n", cap.Stop());
+}
+
+TEST(WlogInit, AppenderFailureSuppressionAndMustSucceed) {
+  auto conf = make_conf();
+  add_term_category(conf.get(), "ok");
+  add_term_category(conf.get(), "odd", "", 99);  // no such device
+  {
+    StdoutCapture cap;
+    int ret = 0;
+    EXPECT_FALSE(init_ctx(conf.get(), &ret));
+    EXPECT_EQ(-1, ret);
+    EXPECT_EQ("log category odd init failed\n", cap.Stop());
+  }
+  conf->iSuppressError = 1;
+  {
+    StdoutCapture cap;
+    CtxPtr ctx = init_ctx(conf.get());
+    ASSERT_TRUE(ctx);
+    EXPECT_EQ(2, wlog_get_category_size(ctx.get()));
+    EXPECT_EQ(0, inner(wlog_get_category(ctx.get(), "odd"))->iInited);
+    cap.Stop();
+  }
+  conf->astCategoryList[1].iMustSucc = 1;
+  {
+    StdoutCapture cap;
+    EXPECT_FALSE(init_ctx(conf.get()));
+    cap.Stop();
+  }
+}
+
+TEST(WlogInit, DelayedInitOpensOnFirstWrite) {
+  TempDir dir;
+  auto conf = make_conf();
+  conf->iDelayInit = 1;
+  add_file_category(conf.get(), "f", dir.file("late.log"), "%m\n");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  EXPECT_FALSE(exists(dir.file("late.log")));
+  log_text(wlog_get_category(ctx.get(), "f"), "first");
+  EXPECT_EQ("first\n", wlog_test::read_file(dir.file("late.log")));
+}
+
+TEST(WlogContext, HostModuleNamesAndPattern) {
+  TempDir dir;
+  auto conf = make_conf();
+  add_term_category(conf.get(), "t", "%h/%M %m");
+  add_file_category(conf.get(), "f", dir.file("a.log"));
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  EXPECT_EQ(0, wlog_set_host_name(ctx.get(), "10.0.0.9"));
+  EXPECT_EQ(0, wlog_set_module_name(ctx.get(), "zone"));
+  EXPECT_EQ(-1, wlog_set_module_name(ctx.get(), nullptr));
+  EXPECT_EQ(-1, wlog_set_host_name(nullptr, "x"));
+  StdoutCapture cap;
+  log_text(wlog_get_category(ctx.get(), "t"), "m");
+  EXPECT_EQ("10.0.0.9/zone m", cap.Stop());
+  const std::string longname(300, 'h');
+  wlog_set_host_name(ctx.get(), longname.c_str());
+  EXPECT_EQ(127u, strlen(ctx->szHostName));
+
+  EXPECT_STREQ(dir.file("a.log").c_str(), wlog_get_category_pattern(wlog_get_category(ctx.get(), "f")));
+  EXPECT_EQ(nullptr, wlog_get_category_pattern(wlog_get_category(ctx.get(), "t")));
+  EXPECT_EQ(nullptr, wlog_get_category_pattern(nullptr));
+}
+
+TEST(WlogContext, SetForwardLinksAndRefusesLoops) {
+  auto conf = make_conf();
+  add_term_category(conf.get(), "a", "A%m");
+  add_term_category(conf.get(), "b", "B%m");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* a = wlog_get_category(ctx.get(), "a");
+  WLOGCATEGORYINST* b = wlog_get_category(ctx.get(), "b");
+  ASSERT_EQ(0, wlog_set_category_forward(a, b));
+  EXPECT_STREQ("b", conf->astCategoryList[0].szForwardCat);
+  EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_LOOP), wlog_set_category_forward(b, a));
+  EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_LOOP), wlog_set_category_forward(a, a));
+  EXPECT_EQ(-1, wlog_set_category_forward(a, nullptr));
+  StdoutCapture cap;
+  log_text(a, "1");
+  log_text(b, "2");
+  EXPECT_EQ("A1B1B2", cap.Stop());
+}
+
+TEST(WlogClone, RenamesFilePatternAndWritesThere) {
+  TempDir dir;
+  auto conf = make_conf();
+  add_file_category(conf.get(), "app", dir.file("app_%Y.log"), "%c:%m\n");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* app = wlog_get_category(ctx.get(), "app");
+  ASSERT_EQ(0, wlog_clone_category(app, "sub"));
+  EXPECT_EQ(1, wlog_clone_category(app, "SUB"));
+  EXPECT_EQ(2, wlog_get_category_size(ctx.get()));
+  EXPECT_EQ(2, conf->iCount);
+  WLOGCATEGORYINST* sub = wlog_get_category(ctx.get(), "sub");
+  ASSERT_NE(nullptr, sub);
+  EXPECT_EQ(inner(app), inner(sub)->pstCloneParent);
+  EXPECT_EQ(&conf->astCategoryList[1], inner(sub)->pstCat);
+  EXPECT_STREQ(dir.file("app_%Y_sub.log").c_str(), conf->astCategoryList[1].stDevice.stDevice.stFile.szPattern);
+
+  log_text(sub, "hello");
+  char year[8];
+  time_t now = time(nullptr);
+  struct tm tm;
+  localtime_r(&now, &tm);
+  strftime(year, sizeof(year), "%Y", &tm);
+  EXPECT_EQ("sub:hello\n", wlog_test::read_file(dir.file(std::string("app_") + year + "_sub.log")));
+  EXPECT_EQ(-1, wlog_clone_category(nullptr, "x"));
+  EXPECT_EQ(-1, wlog_clone_category(app, nullptr));
+}
+
+TEST(WlogClone, VectorAndMemoryRenaming) {
+  // Vector elements get "prefix_k.suffix" per file element; a memory device's URI grows.
+  TempDir dir;
+  const std::string a_log = dir.file("a.log");
+  const std::string b_base = dir.file("b");
+  auto conf2 = make_conf();
+  conf2->iSuppressError = 1;
+  WLOGCATEGORY* vec = add_term_category(conf2.get(), "vec", "", WLOG_DEV_VEC);
+  WLOGDEVVEC& v = vec->stDevice.stDevice.stVec;
+  v.iCount = 3;
+  v.astElements[0].iType = WLOG_DEV_FILE;
+  snprintf(v.astElements[0].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s", a_log.c_str());
+  v.astElements[1].iType = WLOG_DEV_NET;
+  v.astElements[2].iType = WLOG_DEV_FILE;
+  snprintf(v.astElements[2].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s", b_base.c_str());
+  WLOGCATEGORY* mem = add_term_category(conf2.get(), "mem", "", WLOG_DEV_MEM);
+  snprintf(mem->stDevice.stDevice.stMem.szUri, WLOGMEM_STRING_LEN, "wsm-data://ring");
+  snprintf(mem->stDevice.stDevice.stMem.szPattern, WLOGMEM_STRING_LEN, "/tmp/dump.txt");
+  StdoutCapture cap;
+  CtxPtr ctx2 = init_ctx(conf2.get());
+  ASSERT_TRUE(ctx2);
+  WLOGCLONEOPTION opt = {"vec2", "pre", "suf"};
+  EXPECT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx2.get(), "vec"), &opt));
+  opt = {"mem2", "m", "log"};
+  EXPECT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx2.get(), "mem"), &opt));
+  cap.Stop();
+  const WLOGDEVVEC& cv = conf2->astCategoryList[2].stDevice.stDevice.stVec;
+  EXPECT_EQ(dir.file("a_pre_0.suf"), cv.astElements[0].stDevice.stFile.szPattern);
+  EXPECT_EQ(dir.file("pre_1.suf"), cv.astElements[2].stDevice.stFile.szPattern);
+  const WLOGDEVMEM& cm = conf2->astCategoryList[3].stDevice.stDevice.stMem;
+  EXPECT_STREQ("/tmp/dump_m.log", cm.szPattern);
+  EXPECT_STREQ("wsm-data://ringm.log", cm.szUri);
+}
+
+TEST(WlogClone, FileNameRenamingCases) {
+  struct Case {
+    const char* pattern;
+    const char* expect;
+  } cases[] = {{"app_%Y%m%d.log", "app_%Y%m%d_sub.log"},
+               {"logs/app", "logs/sub.log"},
+               {"app", "sub.log"},
+               {"c:app", "c:sub.log"},
+               {"a.b/c", "a.b/sub.log"}};
+  // Relative patterns make the clone open files in the working directory: use a fresh one.
+  TempDir dir;
+  char old_cwd[4096];
+  ASSERT_NE(nullptr, getcwd(old_cwd, sizeof(old_cwd)));
+  ASSERT_EQ(0, chdir(dir.path().c_str()));
+  for (const Case& tc : cases) {
+    auto conf = make_conf();
+    conf->iSuppressError = 1;  // the renamed file cannot be opened: keep the clone anyway
+    WLOGCATEGORY* cat = add_term_category(conf.get(), "p", "", WLOG_DEV_NO);
+    CtxPtr ctx = init_ctx(conf.get());
+    ASSERT_TRUE(ctx);
+    cat->stDevice.iType = WLOG_DEV_FILE;
+    snprintf(cat->stDevice.stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s", tc.pattern);
+    StdoutCapture cap;
+    ASSERT_EQ(0, wlog_clone_category(wlog_get_category(ctx.get(), "p"), "sub"));
+    cap.Stop();
+    EXPECT_STREQ(tc.expect, conf->astCategoryList[1].stDevice.stDevice.stFile.szPattern);
+    cat->stDevice.iType = WLOG_DEV_NO;
+  }
+  ASSERT_EQ(0, chdir(old_cwd));
+}
+
+TEST(WlogClone, ContextHoldsAtMost512) {
+  auto conf = make_conf();
+  add_term_category(conf.get(), "root", "", WLOG_DEV_NO);
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* root = wlog_get_category(ctx.get(), "root");
+  char name[32];
+  for (int i = 1; i < WLOG_MAX_CATEGORY; ++i) {
+    snprintf(name, sizeof(name), "c%d", i);
+    ASSERT_EQ(0, wlog_clone_category(root, name)) << i;
+  }
+  EXPECT_EQ(WLOG_MAX_CATEGORY, wlog_get_category_size(ctx.get()));
+  EXPECT_EQ(-2, wlog_clone_category(root, "one-too-many"));
+  EXPECT_EQ(1, wlog_clone_category(root, "c7"));
+}
+
+TEST(WlogReload, ReinitialisesAppendersAndRefreshesClones) {
+  auto conf = make_conf();
+  add_term_category(conf.get(), "t", "[%m]");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* t = wlog_get_category(ctx.get(), "t");
+  ASSERT_EQ(0, wlog_clone_category(t, "t2"));
+  WLOGCATEGORYINST* t2 = wlog_get_category(ctx.get(), "t2");
+  conf->astCategoryList[0].iPriorityLow = WLOG_PRIORITY_WARN;  // root record changes
+
+  auto next = make_conf();
+  next->iPriorityHigh = WLOG_PRIORITY_ALERT;
+  next->iPriorityLow = WLOG_PRIORITY_INFO;
+  WLOGCATEGORY* nt = add_term_category(next.get(), "t", "ignored");
+  nt->stDevice.stDevice.stTerm.iStdType = 2;  // the new description: an unusable stream
+  EXPECT_EQ(-1, wlog_reload(ctx.get(), nullptr));
+  ASSERT_EQ(0, wlog_reload(ctx.get(), next.get()));
+  EXPECT_EQ(WLOG_PRIORITY_ALERT, conf->iPriorityHigh);
+  EXPECT_EQ(WLOG_PRIORITY_INFO, conf->iPriorityLow);
+  EXPECT_EQ(WLOG_DEFAULT_DNS_INTERNAL, conf->iAsyncDnsInternal);
+  EXPECT_EQ(&conf->astCategoryList[0], inner(t)->pstCat);  // the record in use stays
+  EXPECT_EQ(WLOG_PRIORITY_WARN, inner(t2)->pstCat->iPriorityLow);
+
+  StdoutCapture cap;
+  log_text(t, "old-stream");  // now goes to the unusable stream
+  log_text(t2, "clone");
+  EXPECT_EQ("[clone]", cap.Stop());
+}
+
+TEST(WlogClock, OverrideAndFallback) {
+  const int64_t before = wlog_get_current_time();
+  EXPECT_GT(before, 1600000000LL * 1000000);
+  timeval tv = {1000, 5};
+  wlog_set_current_time(&tv);
+  EXPECT_EQ(1000000005, wlog_get_current_time());
+  wlog_set_current_time(nullptr);
+  EXPECT_GE(wlog_get_current_time(), before);
+}
+
+TEST(WlogBill, LinesWithTimeAndLongLineCut) {
+  TempDir dir;
+  WLOGFILE* bill = nullptr;
+  EXPECT_EQ(-1, wlog_bill_init(&bill, 4200000001ULL, 1, dir.file("bill.log").c_str()));
+  EXPECT_EQ(-1, wlog_bill_init(nullptr, 0, 1, "x"));
+  ASSERT_EQ(0, wlog_bill_init(&bill, 0, 1, dir.file("bill.log").c_str()));
+  ASSERT_NE(nullptr, bill);
+  EXPECT_EQ(1, wlogfile_is_bill(bill));
+
+  timeval tv = {1700000000, 0};
+  wlog_set_current_time(&tv);
+  ASSERT_EQ(0, wlog_bill_log(bill, "user=%s gold=%d", "ann", 7));
+  wlog_set_current_time(nullptr);
+  const std::string longtext(9000, 'q');
+  ASSERT_EQ(0, wlog_bill_log(bill, "%s", longtext.c_str()));
+  ASSERT_EQ(0, wlog_bill_write(bill, "raw", 3));
+  EXPECT_EQ(-1, wlog_bill_write(bill, nullptr, 3));
+  ASSERT_EQ(0, wlog_bill_fini(&bill));
+  EXPECT_EQ(nullptr, bill);
+  EXPECT_EQ(-1, wlog_bill_fini(&bill));
+
+  time_t sec = 1700000000;
+  struct tm tm;
+  localtime_r(&sec, &tm);
+  char stamp[64];
+  strftime(stamp, sizeof(stamp), "%Y%m%d-%H:%M:%S | ", &tm);
+  const std::string data = wlog_test::read_file(dir.file("bill.log"));
+  const std::string first = std::string(stamp) + "user=ann gold=7\n";
+  ASSERT_EQ(first.size() + 8192 + 3, data.size());
+  EXPECT_EQ(first, data.substr(0, first.size()));
+  EXPECT_EQ('\n', data[first.size() + 8191]);  // the cut line still ends with a line feed
+  EXPECT_EQ("raw", data.substr(data.size() - 3));
+}
+
+TEST(WlogBill, BillCategoryLookup) {
+  TempDir dir;
+  auto conf = make_conf();
+  WLOGCATEGORY* bill = add_file_category(conf.get(), "bill", dir.file("b.log"));
+  WLOGDEVFILE& f = bill->stDevice.stDevice.stFile;
+  f.iMaxRotate = 0;
+  f.iPrecision = 1;
+  add_file_category(conf.get(), "plain", dir.file("p.log"));
+  WLOGCATEGORY* vec = add_term_category(conf.get(), "vec", "", WLOG_DEV_VEC);
+  vec->stDevice.stDevice.stVec.iCount = 1;
+  vec->stDevice.stDevice.stVec.astElements[0].iType = WLOG_DEV_FILE;
+  vec->stDevice.stDevice.stVec.astElements[0].stDevice.stFile.iPrecision = 1;
+  conf->iDelayInit = 1;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  EXPECT_NE(nullptr, wlog_get_bill_category(ctx.get(), "bill"));
+  EXPECT_EQ(nullptr, wlog_get_bill_category(ctx.get(), "plain"));
+  EXPECT_NE(nullptr, wlog_get_bill_category(ctx.get(), "vec"));
+  vec->stDevice.stDevice.stVec.astElements[0].stFilterVec.iCount = 1;
+  EXPECT_EQ(nullptr, wlog_get_bill_category(ctx.get(), "vec"));
+  bill->stFilter.iCount = 1;
+  EXPECT_EQ(nullptr, wlog_get_bill_category(ctx.get(), "bill"));
+}
