@@ -1,0 +1,62 @@
+// Settings of the host simulator: command-line flags and a key=value configuration file.
+#ifndef QUELLD_SIM_SIM_OPTIONS_H_
+#define QUELLD_SIM_SIM_OPTIONS_H_
+
+#include <cstdint>
+#include <string>
+
+namespace quelld_sim {
+
+struct SimOptions {
+  std::string plugin;        // plug-in library to load
+  std::string sdk_dir;       // directory whose libkry_sdk.so is copied and loaded
+  std::string scenario;      // scenario file; empty runs the built-in scenario
+  std::string log_file;      // empty: quelld_sim.log in the work directory
+  int log_level = 600;       // least severe priority written (INFO)
+  bool verbose = false;      // log also to standard output
+  bool reload = true;        // run the reload phase after the scenario
+  bool verify = true;        // compare the SDK double's records with the events sent
+  bool keep = false;         // keep the work directory
+  bool help = false;
+  bool dump_scenario = false;  // print the scenario text that would run, and stop
+
+  // Size of the built-in scenario.
+  int users = 1000;
+  int rounds = 60;
+  int msg_size = 64;
+  int sends = 3;
+
+  // Host options handed to the plug-in.
+  uint32_t pluginid = 1;
+  uint32_t gameid = 10086;
+  std::string gamekey = "quelld-sim-game-key";
+  uint32_t network_type = 1;      // non-IDC network
+  uint32_t backend_env = 101;     // test environment
+  std::string data_proxy = "data.proxy.sim:7001";
+  std::string busi_proxy = "busi.proxy.sim:7002";
+  std::string test_data_proxy = "test.data.proxy.sim:7101";
+  std::string test_busi_proxy = "test.busi.proxy.sim:7102";
+};
+
+// Sets one setting by its key (the long flag name without dashes; '-' and '_' are the same).
+// Boolean keys take 1/0, true/false, yes/no, on/off. Returns false with a message in `err`.
+bool SetOption(SimOptions* opts, const std::string& key, const std::string& value,
+               std::string* err);
+
+// Reads "key = value" lines ('#' starts a comment, blank lines are skipped).
+bool LoadConfigText(SimOptions* opts, const std::string& text, std::string* err);
+bool LoadConfigFile(SimOptions* opts, const std::string& path, std::string* err);
+
+// Applies the command line: a --config file first, then every flag in order, so flags win.
+// Flags are --key value, --key=value, --flag for booleans and --no-flag to clear them.
+bool ParseArgs(SimOptions* opts, int argc, const char* const* argv, std::string* err);
+
+// Priority by name (ERROR, INFO, DEBUG, ...) or number; false when neither.
+bool ParseLogLevel(const std::string& text, int* level);
+
+// The --help text.
+const char* UsageText();
+
+}  // namespace quelld_sim
+
+#endif  // QUELLD_SIM_SIM_OPTIONS_H_

@@ -1,0 +1,26 @@
+// The host simulator: drives a plug-in through its whole life the way quelld does.
+#ifndef QUELLD_SIM_SIMULATOR_H_
+#define QUELLD_SIM_SIMULATOR_H_
+
+#include <ostream>
+
+#include "scenario.h"
+#include "sim_options.h"
+
+namespace quelld_sim {
+
+// Exit codes of the simulator.
+constexpr int kExitOk = 0;
+constexpr int kExitCheckFailed = 1;
+constexpr int kExitSetupFailed = 2;
+
+// Loads the plug-in, starts it with a copy of the SDK in a fresh work directory, plays the
+// scenario, runs the reload phase (unless switched off), quits and deletes the plug-in, and writes
+// progress and the summary to `out` and problems to `errs`. Returns one of the exit codes above.
+// Only one simulation may run in a process at a time (the host send function is process-wide).
+int RunSimulation(const SimOptions& opts, const Scenario& scenario, std::ostream& out,
+                  std::ostream& errs);
+
+}  // namespace quelld_sim
+
+#endif  // QUELLD_SIM_SIMULATOR_H_

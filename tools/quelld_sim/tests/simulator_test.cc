@@ -1,0 +1,139 @@
+// The simulator run in-process against the built plug-in and SDK test double (each test case
+// runs in its own process, so one simulation per process holds).
+#include "simulator.h"
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <string>
+
+#include "host.h"
+
+namespace quelld_sim {
+namespace {
+
+class SimulatorTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/quelld_sim_test_XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    tmp_ = tmpl;
+    setenv("TMPDIR", tmp_.c_str(), 1);  // the simulator's work directory goes in here
+    opts_.plugin = QUELLD_SIM_DEFAULT_PLUGIN;
+    opts_.sdk_dir = QUELLD_SIM_DEFAULT_SDK_DIR;
+  }
+  void TearDown() override { RemoveTree(tmp_); }
+
+  static void RemoveTree(const std::string& dir) {
+    if (DIR* d = opendir(dir.c_str())) {
+      while (dirent* e = readdir(d)) {
+        std::string n = e->d_name;
+        if (n == "." || n == "..") continue;
+        if (e->d_type == DT_DIR) RemoveTree(dir + "/" + n);
+        else unlink((dir + "/" + n).c_str());
+      }
+      closedir(d);
+    }
+    rmdir(dir.c_str());
+  }
+
+  size_t EntriesIn(const std::string& dir) {
+    size_t n = 0;
+    if (DIR* d = opendir(dir.c_str())) {
+      while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
+      closedir(d);
+    }
+    return n;
+  }
+
+  int Run(const std::string& text) {
+    Scenario sc;
+    std::string err;
+    EXPECT_TRUE(ParseScenario(text, &sc, &err)) << err;
+    out_.str("");
+    errs_.str("");
+    return RunSimulation(opts_, sc, out_, errs_);
+  }
+
+  std::string tmp_;
+  SimOptions opts_;
+  std::ostringstream out_, errs_;
+};
+
+TEST_F(SimulatorTest, ExampleScenarioPassesAndLeavesNothingBehind) {
+  std::string sdk = opts_.sdk_dir + "/libkry_sdk.so", before, after, text;
+  ASSERT_TRUE(ReadFile(sdk, &before));
+  ASSERT_TRUE(ReadFile(QUELLD_SIM_EXAMPLE, &text));
+  opts_.log_level = 700;
+  EXPECT_EQ(Run(text), kExitOk) << out_.str() << errs_.str();
+  EXPECT_NE(out_.str().find("quelld_sim: OK"), std::string::npos) << out_.str();
+  // 6 scenario logins plus the probe after the reload phase; one rejected by the SDK.
+  EXPECT_NE(out_.str().find("add_user_ 7 calls 1 non-zero"), std::string::npos) << out_.str();
+  EXPECT_NE(out_.str().find("2 SDK failure lines"), std::string::npos) << out_.str();
+  EXPECT_EQ(EntriesIn(tmp_), 0u);  // work directory removed
+  ASSERT_TRUE(ReadFile(sdk, &after));
+  EXPECT_TRUE(before == after) << "the build tree's SDK library was changed";
+}
+
+TEST_F(SimulatorTest, FailedExpectationFailsTheRun) {
+  EXPECT_EQ(Run("user a\nlogin a\nexpect logins 2\nexpect sdk.add_user 1\nlogout a\n"),
+            kExitCheckFailed);
+  EXPECT_NE(out_.str().find("scenario line 3: expected logins = 2, got 1"), std::string::npos)
+      << out_.str();
+  EXPECT_EQ(out_.str().find("line 4"), std::string::npos);
+  EXPECT_NE(out_.str().find("quelld_sim: FAILED (1 problems)"), std::string::npos);
+}
+
+TEST_F(SimulatorTest, KeepLeavesWorkDirectoryWithLogAndChangedCopy) {
+  opts_.keep = true;
+  opts_.log_level = 700;
+  EXPECT_EQ(Run("user a\nlogin a\nlogout a\n"), kExitOk) << out_.str() << errs_.str();
+  ASSERT_EQ(EntriesIn(tmp_), 1u);
+  DIR* d = opendir(tmp_.c_str());
+  std::string work;
+  while (dirent* e = readdir(d)) {
+    if (e->d_name[0] != '.') work = tmp_ + "/" + e->d_name;
+  }
+  closedir(d);
+  std::string log, copy, orig;
+  ASSERT_TRUE(ReadFile(work + "/quelld_sim.log", &log));
+  EXPECT_NE(log.find("zq plugin recv user(a) login event"), std::string::npos) << log;
+  EXPECT_NE(log.find("libkry_sdk.so not change.will not reload"), std::string::npos);
+  ASSERT_TRUE(ReadFile(work + "/libkry_sdk.so", &copy));
+  ASSERT_TRUE(ReadFile(opts_.sdk_dir + "/libkry_sdk.so", &orig));
+  EXPECT_GT(copy.size(), orig.size());  // the reload phase changed the copy only
+  EXPECT_EQ(copy.compare(0, orig.size(), orig), 0);
+}
+
+TEST_F(SimulatorTest, SetupFailuresExitWithTwoAndSayWhy) {
+  opts_.sdk_dir = tmp_;  // no SDK here
+  EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
+  EXPECT_NE(errs_.str().find("SDK library: cannot read " + tmp_ + "/libkry_sdk.so"),
+            std::string::npos) << errs_.str();
+
+  opts_.sdk_dir = QUELLD_SIM_DEFAULT_SDK_DIR;
+  opts_.plugin = opts_.sdk_dir + "/libkry_sdk.so";  // loadable, but not a plug-in
+  EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
+  EXPECT_NE(errs_.str().find("does not export APIVersion"), std::string::npos) << errs_.str();
+
+  opts_.plugin = tmp_ + "/missing.so";
+  EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
+  EXPECT_NE(errs_.str().find("cannot load plug-in"), std::string::npos) << errs_.str();
+  EXPECT_EQ(EntriesIn(tmp_), 0u);
+}
+
+TEST_F(SimulatorTest, HostSendFailureReachesTheSdk) {
+  opts_.reload = false;
+  EXPECT_EQ(Run("user a\nlogin a\nhost_send_result 5\nsend a x 3\nexpect send_failures 3\n"
+                "expect host_sends 3\nlogout a\n"),
+            kExitOk)
+      << out_.str() << errs_.str();
+  EXPECT_NE(out_.str().find("3 reached the host (3 bytes), 3 refused"), std::string::npos)
+      << out_.str();
+}
+
+}  // namespace
+}  // namespace quelld_sim
