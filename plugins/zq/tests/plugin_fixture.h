@@ -26,17 +26,18 @@ class SdkDouble {
     std::filesystem::copy_file(std::string(ZQ_SDK_DOUBLE_DIR) + "/libkry_sdk.so", lib_path());
     handle_ = dlopen(lib_path().c_str(), RTLD_NOW);
     EXPECT_NE(handle_, nullptr) << dlerror();
-    Bind(reset, "kry_double_reset");
-    Bind(set_result, "kry_double_set_result");
-    Bind(call_count, "kry_double_call_count");
-    Bind(last_record, "kry_double_last_record");
-    Bind(record, "kry_double_record");
-    Bind(set_version, "kry_double_set_version");
-    Bind(send_to_client, "kry_double_send_to_client");
-    Bind(send_to_client_ext, "kry_double_send_to_client_ext");
-    Bind(init_count, "kry_double_init_count");
-    Bind(quit_count, "kry_double_quit_count");
-    Bind(is_running, "kry_double_is_running");
+#define ZQ_BIND(fn) fn = reinterpret_cast<decltype(fn)>(Find("kry_double_" #fn))
+    ZQ_BIND(reset);
+    ZQ_BIND(set_result);
+    ZQ_BIND(call_count);
+    ZQ_BIND(record);
+    ZQ_BIND(set_version);
+    ZQ_BIND(send_to_client);
+    ZQ_BIND(send_to_client_ext);
+    ZQ_BIND(init_count);
+    ZQ_BIND(quit_count);
+    ZQ_BIND(is_running);
+#undef ZQ_BIND
     if (reset != nullptr) reset();
   }
 
@@ -59,7 +60,6 @@ class SdkDouble {
   void (*reset)() = nullptr;
   int (*set_result)(int, int) = nullptr;
   long (*call_count)(int) = nullptr;
-  long (*last_record)(int, void*, size_t) = nullptr;
   long (*record)(int, long, int, void*, size_t) = nullptr;
   void (*set_version)(const char*) = nullptr;
   int (*send_to_client)(const char*, const void*, uint32_t) = nullptr;
@@ -69,10 +69,10 @@ class SdkDouble {
   int (*is_running)() = nullptr;
 
  private:
-  template <typename Fn>
-  void Bind(Fn& fn, const char* name) {
-    fn = handle_ != nullptr ? reinterpret_cast<Fn>(dlsym(handle_, name)) : nullptr;
+  void* Find(const char* name) {
+    void* fn = handle_ != nullptr ? dlsym(handle_, name) : nullptr;
     EXPECT_NE(fn, nullptr) << name;
+    return fn;
   }
 
   TempDir dir_;
