@@ -1,5 +1,7 @@
 // Appender dispatch: selects the concrete appender of a category by its device type.
 // Every device type is one row of kOps; a type without a row is refused by init (-1).
+// Rows are {type, init, writev, fini, module init, module fini, name-refresh interval,
+// owns-record test, message buffer, record builder, joinable pieces}.
 
 #include <string.h>
 
@@ -33,11 +35,11 @@ int term_fini(WLOGANY* a) { return wlogterm_fini(&a->stInst.stAny.stTerm); }
 
 const WLOGANYOPS kOps[] = {
     {WLOG_DEV_NO, no_init, no_writev, no_fini, nullptr, nullptr, nullptr, nullptr, nullptr,
-     nullptr},
+     nullptr, 0},
     {WLOG_DEV_FILE, file_init, file_writev, file_fini, nullptr, nullptr, nullptr, nullptr,
-     nullptr, nullptr},
+     nullptr, nullptr, 1},
     {WLOG_DEV_TERM, term_init, term_writev, term_fini, nullptr, nullptr, nullptr, nullptr,
-     nullptr, nullptr},
+     nullptr, nullptr, 1},
 };
 constexpr int kOpsCount = static_cast<int>(sizeof(kOps) / sizeof(kOps[0]));
 

@@ -60,6 +60,21 @@ int append(WLOGCATEGORYINNERINST* a, WLOGEVENTBASE* e) {
     if (wlogany_init(&a->stWlogAnyInst, &a->pstCat->stDevice) < 0) return -1;
     a->iInited = 1;
   }
+  const WLOGANYOPS* ops = wlogany_find_ops_i(a->stWlogAnyInst.stInst.iType);
+  const size_t msg_len = e->evt_msg_len > 0 ? static_cast<size_t>(e->evt_msg_len) : 0;
+  const size_t pre_len = e->evt_msg_prefix_len > 0 ? static_cast<size_t>(e->evt_msg_prefix_len) : 0;
+  const size_t suf_len = e->evt_msg_sufix_len > 0 ? static_cast<size_t>(e->evt_msg_sufix_len) : 0;
+  if (ops != nullptr && ops->iJoinPieces && pre_len + msg_len + suf_len <= WLOG_JOIN_PIECES_MAX) {
+    // A byte-stream device gets a short record as one piece: one call into stdio, not three.
+    char joined[WLOG_JOIN_PIECES_MAX];
+    memcpy(joined, e->evt_msg_prefix_buffer, pre_len);
+    if (msg_len > 0) memcpy(joined + pre_len, e->evt_msg, msg_len);
+    memcpy(joined + pre_len + msg_len, e->evt_msg_sufix_buffer, suf_len);
+    WLOGIOVEC one;
+    one.iov_base = joined;
+    one.iov_len = pre_len + msg_len + suf_len;
+    return ops->pfnWritev(&a->stWlogAnyInst, e->evt_id, e->evt_cls, &one, 1);
+  }
   WLOGIOVEC vec[3];
   int n = 0;
   if (e->evt_msg_prefix_len > 0) {

@@ -31,7 +31,13 @@ typedef struct tagWlogAnyOps {
   int (*pfnGetMsgBuff)(WLOGANY* pstAny, size_t iSize, char** ppszBuff);
   /* Optional: builds and stores the record from the event. */
   int (*pfnMakeRecord)(WLOGANY* pstAny, WLOGEVENTBASE* pstEvt);
+  /* Non-zero when writing the pieces joined into one gives the same result as writing them
+   * one after the other (a byte stream), so a short record may be handed over as one piece. */
+  int iJoinPieces;
 } WLOGANYOPS;
+
+/* Records up to this size are joined into one piece for devices with iJoinPieces. */
+#define WLOG_JOIN_PIECES_MAX 4096
 
 /* Row for a device type, or null for an unknown or not built-in type. */
 const WLOGANYOPS* wlogany_find_ops_i(int iType);

@@ -334,3 +334,16 @@ TEST(WlogMacros, EveryPriorityMacro) {
             "UNKNOWN ;",
             cap.Stop());
 }
+
+TEST(WlogLog, LongRecordsKeepAllPieces) {
+  auto conf = make_conf();
+  WLOGCATEGORY* cat = add_term_category(conf.get(), "long", "<%m>");
+  cat->iMaxMsgSize = 10000;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  const std::string body(6000, 'b');  // longer than a record joined on the stack
+  StdoutCapture cap;
+  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "long"), 0, body.c_str()));
+  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "long"), 0, ""));
+  EXPECT_EQ("<" + body + "><>", cap.Stop());
+}
