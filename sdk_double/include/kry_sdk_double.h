@@ -37,7 +37,13 @@
 extern "C" {
 #endif
 
+/* KRY_DOUBLE_HIDE_CONTROL builds a variant that exports only the SDK's own symbols, so it looks
+ * like a real SDK to a host that probes for the control functions. */
+#ifdef KRY_DOUBLE_HIDE_CONTROL
+#define KRY_DOUBLE_API __attribute__((visibility("hidden")))
+#else
 #define KRY_DOUBLE_API __attribute__((visibility("default")))
+#endif
 
 /* Entry points of the double whose calls are counted and whose results can be set. */
 typedef enum KryDoubleSlot {

@@ -133,10 +133,10 @@ TEST(KryDoubleRecords, HistoryKeepsLatestCallsOnly) {
                               sizeof(got)), -1);
   ASSERT_EQ(kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, 5, KRY_DOUBLE_PART_RECORD, &got,
                               sizeof(got)), static_cast<long>(sizeof(got)));
-  EXPECT_EQ(got.account_info_.world_id_, 5u);
+  EXPECT_EQ(uint32_t{got.account_info_.world_id_}, 5u);
   ASSERT_EQ(kry_double_last_record(KRY_DOUBLE_SLOT_TICK_USER, &got, sizeof(got)),
             static_cast<long>(sizeof(got)));
-  EXPECT_EQ(got.account_info_.world_id_, static_cast<uint32_t>(total - 1));
+  EXPECT_EQ(uint32_t{got.account_info_.world_id_}, static_cast<uint32_t>(total - 1));
   EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, total, KRY_DOUBLE_PART_RECORD, &got,
                               sizeof(got)), -1);
 }

@@ -337,7 +337,7 @@ class Simulation {
                     : c.op == Op::kMsg    ? kMsg
                                           : kSend;
         if (kind == kSend && d == nullptr) {
-          skipped_ += c.user == kAllUsers ? static_cast<long>(sc_.users.size()) : 1;
+          skipped_ += c.times * (c.user == kAllUsers ? static_cast<long>(sc_.users.size()) : 1);
           return;
         }
         for (long t = 0; t < c.times; ++t) {

@@ -135,5 +135,28 @@ TEST_F(SimulatorTest, HostSendFailureReachesTheSdk) {
       << out_.str();
 }
 
+TEST_F(SimulatorTest, SdkWithoutControlFunctionsSkipsDoubleOnlySteps) {
+  opts_.sdk_dir = QUELLD_SIM_PLAIN_SDK_DIR;
+  EXPECT_EQ(Run("user a\nlogin a\nsend a x 2\nsdk_result add_user 3\nexpect sdk.add_user 99\n"
+                "expect logins 1\nlogout a\n"),
+            kExitOk)
+      << out_.str() << errs_.str();
+  EXPECT_NE(out_.str().find("SDK: not the test double"), std::string::npos) << out_.str();
+  EXPECT_NE(out_.str().find("SDK results: not known"), std::string::npos);
+  EXPECT_NE(out_.str().find("skipped: 4 double-only steps"), std::string::npos) << out_.str();
+  EXPECT_NE(out_.str().find("SDK file changed: done"), std::string::npos);
+}
+
+TEST_F(SimulatorTest, VerboseCopiesTheLogToStandardOutput) {
+  opts_.verbose = true;
+  opts_.reload = false;
+  testing::internal::CaptureStdout();
+  int rc = Run("user a\nlogin a\n");
+  std::string terminal = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(rc, kExitOk) << out_.str() << errs_.str();
+  EXPECT_NE(terminal.find("] zq plugin init success"), std::string::npos) << terminal;
+  EXPECT_NE(terminal.find("] zq plugin exit success"), std::string::npos) << terminal;
+}
+
 }  // namespace
 }  // namespace quelld_sim
