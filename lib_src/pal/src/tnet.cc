@@ -248,6 +248,10 @@ int tnet_str2inet(const char* str, struct sockaddr_in* addr) {
   char host[TNET_ADDR_LEN];
   const char* colon = strchr(str, ':');
   size_t host_len = colon ? static_cast<size_t>(colon - str) : strlen(str);
+  if (host_len == 0) {
+    errno = EINVAL;
+    return -1;
+  }
   if (!copy_field_i(host, sizeof(host), str, host_len)) {
     errno = ENAMETOOLONG;
     return -1;

@@ -1,12 +1,13 @@
-// Helpers shared by the pal tests: a private temporary directory per test.
+// Helpers shared by the pal tests.
 #ifndef PAL_TESTS_PAL_TEST_UTIL_H
 #define PAL_TESTS_PAL_TEST_UTIL_H
 
 #include <ftw.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
+#include <fstream>
+#include <iterator>
 #include <string>
 
 namespace pal_test {
@@ -16,7 +17,7 @@ class TempDir {
  public:
   TempDir() {
     char tmpl[] = "/tmp/pal_test_XXXXXX";
-    char* p = mkdtemp(tmpl);
+    const char* p = mkdtemp(tmpl);
     path_ = p ? p : "";
   }
   ~TempDir() {
@@ -24,7 +25,6 @@ class TempDir {
   }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
-
   const std::string& path() const { return path_; }
   std::string file(const std::string& name) const { return path_ + "/" + name; }
 
@@ -35,6 +35,15 @@ class TempDir {
   }
   std::string path_;
 };
+
+inline void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+inline std::string ReadText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 }  // namespace pal_test
 

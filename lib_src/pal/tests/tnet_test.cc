@@ -103,6 +103,7 @@ TEST(TnetAddr, InetAndUnix) {
   ASSERT_EQ(tnet_str2inet("localhost:7", &sin), 0);
   EXPECT_EQ(ntohl(sin.sin_addr.s_addr) >> 24, 127u);
   EXPECT_EQ(tnet_str2inet("1.2.3.4.5:1", &sin), -1);
+  EXPECT_EQ(tnet_str2inet(":80", &sin), -1);
   EXPECT_EQ(tnet_str2inet((std::string(128, '1') + ":1").c_str(), &sin), -1);
 
   struct sockaddr_un sun;

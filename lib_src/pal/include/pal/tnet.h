@@ -100,8 +100,8 @@ int tnet_connect(const char* str, int timeout_ms);
 int tnet_listen(const char* str, int backlog);
 
 /* Fills *addr from "host[:port]": a numeric host through inet_aton, a name through
- * gethostbyname_r (first address); port 0 when absent. 0, or -1 when the host is longer than
- * 127 characters or cannot be converted. */
+ * gethostbyname_r (first address); port 0 when absent. 0, or -1 when the host is empty, longer
+ * than 127 characters or cannot be converted. */
 int tnet_str2inet(const char* str, struct sockaddr_in* addr);
 
 /* Fills *addr with the local socket path; -1 when it is longer than 107 characters. */
