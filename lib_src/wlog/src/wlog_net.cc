@@ -28,7 +28,6 @@ namespace {
 
 // 0x83020400 + WLOG_ERROR_NET_CONN, as the int the library returns.
 constexpr int kNetConnError = static_cast<int>(0x83020402u);
-constexpr int kSockStream = 1;
 constexpr size_t kHostentScratch = 65535;
 constexpr size_t kUrlLen = sizeof(((WLOGDEVNET*)nullptr)->szUrl);
 constexpr int kHostLen = WLOGNET_ADDR_LEN - 1;
@@ -461,7 +460,7 @@ int wlognet_writev(WLOGNET* pstNet, const WLOGIOVEC* pstIOVec, int iCount) {
     inst.iIsSendNetSucc = 1;
     return sent;
   }
-  if (inst.iType == kSockStream && errno != ENOTCONN && inst.s >= 0) {
+  if (inst.iType == SOCK_STREAM && errno != ENOTCONN && inst.s >= 0) {
     tnet_close(inst.s);
     inst.s = -1;  // the next write reconnects
   }
