@@ -16,6 +16,7 @@
 
 // Fault injection: the library's calls to send() land here. By default the call goes through;
 // a test can make it report 0 bytes or EAGAIN, which real loopback sockets do not do on demand.
+// EAGAIN stops after 50 calls so that a loop which never gives up still ends.
 namespace {
 enum SendMode { kSendReal, kSendZeroAfterFirst, kSendAgain, kSendAgainTwice };
 std::atomic<int> g_send_mode{kSendReal};
@@ -28,7 +29,7 @@ extern "C" ssize_t send(int fd, const void* buf, size_t len, int flags) noexcept
   if (mode == kSendZeroAfterFirst) {
     if (call > 0) return 0;
     len = len < 2 ? len : 2;
-  } else if (mode == kSendAgain || (mode == kSendAgainTwice && call < 2)) {
+  } else if ((mode == kSendAgain && call < 50) || (mode == kSendAgainTwice && call < 2)) {
     errno = EAGAIN;
     return -1;
   }

@@ -30,8 +30,8 @@
 extern "C" {
 #endif
 
-/* Opens path with the TF_MODE_* flags; the descriptor, or -1 (also when neither read nor
- * write is asked for). */
+/* Opens path with the TF_MODE_* flags; the descriptor (close-on-exec), or -1 (also when
+ * neither read nor write is asked for). */
 int tfopen(const char* path, int flags);
 
 /* Closes fd; closing -1 is a no-op that returns 0. */
