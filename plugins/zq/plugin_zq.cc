@@ -66,8 +66,10 @@ std::vector<std::string> StringSplit(const std::string& str, const std::string& 
 int CompareVersion(const std::vector<std::string>& v1, const std::vector<std::string>& v2, int length) {
   if (length < 1) return 0;
   for (int i = 0; i < length; ++i) {
-    const int a = static_cast<int>(std::strtol(v1[i].c_str(), nullptr, 10));
-    const int b = static_cast<int>(std::strtol(v2[i].c_str(), nullptr, 10));
+    // A component missing from a short vector counts as 0 rather than reading past the end.
+    const size_t at = static_cast<size_t>(i);
+    const int a = at < v1.size() ? static_cast<int>(std::strtol(v1[at].c_str(), nullptr, 10)) : 0;
+    const int b = at < v2.size() ? static_cast<int>(std::strtol(v2[at].c_str(), nullptr, 10)) : 0;
     if (a != b) return a > b ? 1 : -1;
   }
   return 0;

@@ -26,7 +26,7 @@ extern quelld::SendToClient g_send_msg_cob;
 std::vector<std::string> StringSplit(const std::string& str, const std::string& delim);
 
 // Compares the first `length` components numerically (strtol): 1 when v1 is newer, -1 when
-// older, 0 when equal or length < 1. REQUIRES: both vectors hold at least `length` components.
+// older, 0 when equal or length < 1. Components missing from a shorter vector count as 0.
 int CompareVersion(const std::vector<std::string>& v1, const std::vector<std::string>& v2, int length);
 
 // Send path handed to the SDK: forwards the SDK's data for one client to the host.

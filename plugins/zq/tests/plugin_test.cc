@@ -358,6 +358,7 @@ TEST(VersionGate, SplitAndCompare) {
   EXPECT_EQ(zq::CompareVersion(V{" -2", "0", "0"}, V{"-3", "0", "0"}, 3), 1);
   EXPECT_EQ(zq::CompareVersion(V{"1", "9"}, V{"1", "8"}, 1), 0);
   EXPECT_EQ(zq::CompareVersion(V{"1"}, V{"2"}, 0), 0);
+  EXPECT_EQ(zq::CompareVersion(V{"1"}, V{"1", "2"}, 3), -1);  // short vector: missing parts are 0
   // The numbers are cut to 32 bits: 4294967297 counts as 1.
   EXPECT_EQ(zq::CompareVersion(V{"4294967297"}, V{"1"}, 1), 0);
 }
