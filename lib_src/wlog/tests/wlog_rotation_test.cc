@@ -177,7 +177,7 @@ TEST(WlogRotation, RotatingModeKeepsTheNewestFilesInTurn) {
 
 TEST(WlogRotation, StickyModeShiftsOlderFilesUp) {
   TempDir dir;
-  const Mode mode = {5, 1, 50003, 4096, 0, 0};
+  const Mode mode = {5, 1, 50003, 4096, 1, 0};
   LogLines(dir.path(), mode);
   ASSERT_EQ(5u, FilesIn(dir.path()).size());
   CheckChain(dir.path(), {"app.log.4", "app.log.3", "app.log.2", "app.log.1", "app.log"}, mode.limit);
