@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "../src/wlog_internal.h"
 #include "../src/wlog_net_internal.h"
-#include "wlog/wlog_net.h"
+#include "wlog/wlog.h"
 
 namespace {
 
@@ -112,6 +114,32 @@ TEST_F(WlogNet, UdpDeliversRecordsByteForByteAndCutsAssemblyAtBufferSize) {
   ASSERT_EQ(0, wlognet_init(&net_, &dev));
   EXPECT_EQ(10240000, dev.iBuffSize);
   wlognet_fini(&net_);
+  close(col);
+}
+
+TEST_F(WlogNet, CategoryRecordCarriesItsLayoutAroundTheMessage) {
+  if (wlogany_find_ops_i(WLOG_DEV_NET) == nullptr) GTEST_SKIP() << "no network dispatch row";
+  int col = Bind(SOCK_DGRAM);
+  std::unique_ptr<WLOGCONF> conf(new WLOGCONF{});
+  conf->iMagic = WLOG_CONF_MAGIC;
+  conf->iPriorityHigh = conf->iPriorityLow = -1;
+  conf->iCount = 1;
+  WLOGCATEGORY& cat = conf->astCategoryList[0];
+  snprintf(cat.szName, sizeof(cat.szName), "net");
+  snprintf(cat.szFormat, sizeof(cat.szFormat), "<%%p>%%m|%%n");
+  cat.iPriorityHigh = cat.iPriorityLow = -1;
+  cat.stDevice.iType = WLOG_DEV_NET;
+  cat.stDevice.stDevice.stNet = Dev("udp://", "127.0.0.1", PortOf(col));
+  WLOGCTX* ctx = wlog_alloc();
+  ASSERT_EQ(0, wlog_init(ctx, conf.get()));
+  WLOGCATEGORYINST* c = wlog_get_category(ctx, "net");
+  WLOGEVENT evt{};
+  evt.evt_priority = WLOG_PRIORITY_ERROR;
+  EXPECT_EQ(0, wlog_category_logv(c, &evt, "code %d", 42));
+  EXPECT_EQ("<ERROR   >code 42|\n", Recv(col));
+  EXPECT_EQ(0, wlog_query_net_category_status(c));
+  wlog_fini(ctx);
+  wlog_free(&ctx);
   close(col);
 }
 
