@@ -1021,7 +1021,7 @@ void Emitter::cutUnion(std::ostream& o, const Type& t) {
     o << "      break;\n";
   }
   if (!hasDefault) o << "    default:\n      break;\n";
-  o << "  }\n}\n\n";
+  o << "  }\n  (void)u;\n}\n\n";
 }
 
 void Emitter::clearSize(std::ostream& o, const Type& t) {
