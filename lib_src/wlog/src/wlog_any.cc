@@ -24,6 +24,15 @@ int file_writev(WLOGANY* a, unsigned, unsigned, const WLOGIOVEC* v, int n) {
 }
 int file_fini(WLOGANY* a) { return wlogfile_fini(&a->stInst.stAny.stFile); }
 
+// ---- network ----
+int net_init(WLOGANY* a, WLOGDEVANY* d) {
+  return wlognet_init(&a->stInst.stAny.stNet, &d->stDevice.stNet);
+}
+int net_writev(WLOGANY* a, unsigned, unsigned, const WLOGIOVEC* v, int n) {
+  return wlognet_writev(&a->stInst.stAny.stNet, v, n);
+}
+int net_fini(WLOGANY* a) { return wlognet_fini(&a->stInst.stAny.stNet); }
+
 // ---- terminal ----
 int term_init(WLOGANY* a, WLOGDEVANY* d) {
   return wlogterm_init(&a->stInst.stAny.stTerm, &d->stDevice.stTerm);
@@ -38,6 +47,9 @@ const WLOGANYOPS kOps[] = {
      nullptr, 0},
     {WLOG_DEV_FILE, file_init, file_writev, file_fini, nullptr, nullptr, nullptr, nullptr,
      nullptr, nullptr, 1},
+    // Pieces stay separate: the network appender cuts a record at its buffer size.
+    {WLOG_DEV_NET, net_init, net_writev, net_fini, wlognet_module_init, wlognet_module_fini,
+     wlognet_set_dns_interval, nullptr, nullptr, nullptr, 0},
     {WLOG_DEV_TERM, term_init, term_writev, term_fini, nullptr, nullptr, nullptr, nullptr,
      nullptr, nullptr, 1},
 };
