@@ -22,6 +22,7 @@
 
 #include "pal/tfile.h"
 #include "pal/tos.h"
+#include "wlog/wlog.h"
 #include "wlog_clock.h"
 
 namespace {
@@ -147,8 +148,12 @@ int open_file(WLOGFILE* f, const char* mode) {
     fclose(fp);
     return -1;
   }
+  // The tracked size saturates: a file already past 4 GiB rotates on its next write.
   const off_t pos = ftello(fp);
-  st->iTail = pos < 0 ? 0 : (static_cast<uint64_t>(pos) > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(pos));
+  if (pos < 0)
+    st->iTail = 0;
+  else
+    st->iTail = static_cast<uint64_t>(pos) > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(pos);
   st->fp = fp;
   st->fDirty = 0;
   return 0;
@@ -250,7 +255,7 @@ int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   if (make_path(f, path) != 0) {
     printf("open log file %.*s fail\n", static_cast<int>(sizeof(dev->szPattern)), dev->szPattern);
     wlogfile_fini(f);
-    return static_cast<int>(0x83020401u);
+    return WLOG_ERRCODE(WLOG_ERROR_FILE_OPEN);
   }
   store_path(st, path);
 
@@ -259,7 +264,7 @@ int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   if (open_file(f, "ab+") != 0) {
     printf("open log file %s fail\n", st->szPath);
     wlogfile_fini(f);
-    return static_cast<int>(0x83020401u);
+    return WLOG_ERRCODE(WLOG_ERROR_FILE_OPEN);
   }
   return 0;
 }
@@ -328,8 +333,7 @@ int wlogfile_fini(WLOGFILE* f) {
 int wlogfile_is_bill(WLOGFILE* f) {
   if (f == nullptr || f->pstDev == nullptr) return 0;
   const WLOGDEVFILE* dev = f->pstDev;
-  return dev->iBuffSize == 0 && dev->iMaxRotate == 0 && dev->iPrecision == 1 &&
-                 dev->iRotateStick == 0 && dev->iSyncTime == 0
-             ? 1
-             : 0;
+  const bool bill = dev->iBuffSize == 0 && dev->iMaxRotate == 0 && dev->iPrecision == 1 &&
+                    dev->iRotateStick == 0 && dev->iSyncTime == 0;
+  return bill ? 1 : 0;
 }
