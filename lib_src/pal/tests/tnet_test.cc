@@ -54,6 +54,10 @@ TEST(TnetGetOpt, ProtocolAddressAndArguments) {
   EXPECT_EQ(opt.iArgs, 1);
   ASSERT_EQ(tnet_get_opt(&opt, "tcp://h:1?k=a=b"), 0);
   EXPECT_STREQ(opt.args[0].szValue, "a=b");
+  ASSERT_EQ(tnet_get_arg(&opt, "p=q&r"), 0);  // replaces the arguments
+  EXPECT_EQ(opt.iArgs, 2);
+  EXPECT_STREQ(tnet_find_arg(&opt, "p"), "q");
+  EXPECT_EQ(tnet_find_arg(&opt, "k"), nullptr);
 }
 
 TEST(TnetGetOpt, FieldLimits) {

@@ -273,23 +273,33 @@ TEST(TsocketOptions, FlagsBuffersAndTypes) {
 }
 
 TEST(TsocketDisconnectUdp, DissolvesTheAssociation) {
-  struct sockaddr_in addr;
-  memset(&addr, 0, sizeof(addr));
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  int peer = tsocket_open_udp();
-  socklen_t alen = sizeof(addr);
-  ASSERT_EQ(bind(peer, Sa(addr), sizeof(addr)), 0);
-  getsockname(peer, reinterpret_cast<struct sockaddr*>(&addr), &alen);
-  int fd = tsocket_open_udp();
-  ASSERT_EQ(tsocket_start_connect(fd, Sa(addr), sizeof(addr)), TSOCKET_CONNECTED);
-  EXPECT_EQ(tsocket_send(fd, "a", 1), 1);
-  EXPECT_EQ(tsocket_disconnect_udp(fd, AF_INET), 0);
-  EXPECT_EQ(tsocket_send(fd, "a", 1), -1);
-  EXPECT_EQ(errno, EDESTADDRREQ);
-  EXPECT_EQ(tsocket_disconnect_udp(fd, AF_UNIX), -1);
-  tsocket_close(fd);
-  tsocket_close(peer);
+  for (int family : {AF_INET, AF_INET6}) {
+    struct sockaddr_storage ss;
+    memset(&ss, 0, sizeof(ss));
+    socklen_t alen = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+    ss.ss_family = static_cast<sa_family_t>(family);
+    if (family == AF_INET) {
+      reinterpret_cast<sockaddr_in*>(&ss)->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    } else {
+      reinterpret_cast<sockaddr_in6*>(&ss)->sin6_addr = in6addr_loopback;
+    }
+    struct sockaddr* sa = reinterpret_cast<struct sockaddr*>(&ss);
+    int peer = tsocket_open(family, SOCK_DGRAM, 0);
+    if (bind(peer, sa, alen) != 0) {  // no IPv6 loopback on this host
+      tsocket_close(peer);
+      continue;
+    }
+    getsockname(peer, sa, &alen);
+    int fd = tsocket_open(family, SOCK_DGRAM, 0);
+    ASSERT_EQ(tsocket_start_connect(fd, sa, static_cast<int>(alen)), TSOCKET_CONNECTED);
+    EXPECT_EQ(tsocket_send(fd, "a", 1), 1);
+    EXPECT_EQ(tsocket_disconnect_udp(fd, family), 0);
+    EXPECT_EQ(tsocket_send(fd, "a", 1), -1);
+    EXPECT_EQ(errno, EDESTADDRREQ);
+    EXPECT_EQ(tsocket_disconnect_udp(fd, AF_UNIX), -1);
+    tsocket_close(fd);
+    tsocket_close(peer);
+  }
 }
 
 }  // namespace
