@@ -119,7 +119,10 @@ class Simulation {
   }
 
   int Run() {
-    if (!Setup()) return kExitSetupFailed;
+    if (!Setup()) {
+      AbandonStart();
+      return kExitSetupFailed;
+    }
     Log("quelld_sim: scenario started");
     auto t0 = std::chrono::steady_clock::now();
     for (const Command& c : sc_.commands) Play(c);
@@ -207,8 +210,8 @@ class Simulation {
     int rc = plugin_->OnInit(o);
     init_ns_ = Ns(t0);
     if (rc != 0) {
-      return Fail(Format("OnInit returned %d: the plug-in could not start the SDK in %s (see the "
-                         "log %s)", rc, workdir_.c_str(), log_path_.c_str()));
+      return Fail(Format("OnInit returned %d: the plug-in could not start the SDK copied from %s",
+                         rc, opts_.sdk_dir.c_str()));
     }
     sdk_.Attach(sdk_copy_);
     const SdkDouble* d = Double();
@@ -216,6 +219,29 @@ class Simulation {
          << ", from " << opts_.sdk_dir << "\n  working copy " << sdk_copy_ << "\n";
     if (d != nullptr) CheckStart(*d);
     return true;
+  }
+
+  // After a failed start: quit and unload the plug-in, close the log, and show the end of the log
+  // on the error stream, since the work directory that holds it is about to go.
+  void AbandonStart() {
+    if (plugin_ != nullptr) {
+      plugin_->OnQuit();
+      delete plugin_;
+      plugin_ = nullptr;
+    }
+    sdk_.Close();
+    lib_.Close();
+    if (ctx_ == nullptr) return;
+    StopLogging();
+    std::string text;
+    if (!ReadFile(log_path_, &text) || text.empty()) return;
+    size_t from = text.size();  // start of the last 20 lines
+    int newlines = 0;
+    while (from > 0) {
+      if (text[from - 1] == '\n' && ++newlines == 21) break;
+      --from;
+    }
+    errs_ << "quelld_sim: last lines of the log " << log_path_ << ":\n" << text.substr(from);
   }
 
   // The SDK must have been started once with the host's options.

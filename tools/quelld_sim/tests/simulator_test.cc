@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <sstream>
@@ -123,6 +124,21 @@ TEST_F(SimulatorTest, SetupFailuresExitWithTwoAndSayWhy) {
   EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
   EXPECT_NE(errs_.str().find("cannot load plug-in"), std::string::npos) << errs_.str();
   EXPECT_EQ(EntriesIn(tmp_), 0u);
+}
+
+TEST_F(SimulatorTest, FailedStartShowsTheLog) {
+  // A library without the SDK's symbols in the SDK's place: the plug-in's start fails.
+  std::string dir = tmp_ + "/notsdk";
+  ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
+  std::string err;
+  ASSERT_TRUE(CopyFile(opts_.plugin, dir + "/libkry_sdk.so", &err)) << err;
+  opts_.sdk_dir = dir;
+  EXPECT_EQ(Run("user a\nlogin a\n"), kExitSetupFailed);
+  EXPECT_NE(errs_.str().find("OnInit returned -1"), std::string::npos) << errs_.str();
+  EXPECT_NE(errs_.str().find("kry_sdk_load_and_init_for_quelld failed,ret:-2"), std::string::npos)
+      << errs_.str();
+  EXPECT_EQ(out_.str().find("summary"), std::string::npos);
+  EXPECT_EQ(EntriesIn(tmp_), 1u);  // only notsdk: the work directory is gone
 }
 
 TEST_F(SimulatorTest, HostSendFailureReachesTheSdk) {
