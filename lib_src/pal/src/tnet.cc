@@ -28,7 +28,11 @@ const TNETTYPEDEF kTypeDefs[] = {
 constexpr size_t kResolveScratch = 65535;
 
 // Longest unix socket path (sun_path less its terminator).
-constexpr size_t kMaxUnixPath = sizeof(((struct sockaddr_un*)nullptr)->sun_path) - 1;
+constexpr size_t kMaxUnixPath = sizeof(sockaddr_un::sun_path) - 1;
+static_assert(kMaxUnixPath == 107, "local socket paths hold 107 characters");
+// Address lengths passed to connect and bind.
+static_assert(sizeof(struct sockaddr_in) == 16, "IPv4 address length");
+static_assert(sizeof(struct sockaddr_un) == 110, "local address length");
 
 // Copies [begin, begin + len) into dst of cap bytes; false when it does not fit with its
 // terminator.
