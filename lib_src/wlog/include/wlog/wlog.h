@@ -284,12 +284,16 @@ const char* wlog_get_category_pattern(WLOGCATEGORYINST* pstCat);
 WLOGCTX* wlog_get_context(WLOGCATEGORYINST* pstCat);
 int wlog_set_host_name(WLOGCTX* pstCtx, const char* pszHostName);
 int wlog_set_module_name(WLOGCTX* pstCtx, const char* pszModuleName);
+/* Links pstForward as the forward target and records its name in szForwardCat; refuses with
+ * WLOG_ERRCODE(WLOG_ERROR_LOOP) a target whose chain leads back or reaches a memory device. */
 int wlog_set_category_forward(WLOGCATEGORYINST* pstCat, WLOGCATEGORYINST* pstForward);
 /* 0 cloned, 1 name exists, -1 bad argument or appender failure, -2 context full, -3 no memory. */
 int wlog_clone_category(WLOGCATEGORYINST* pstParent, const char* pszChildName);
 int wlog_clone_category_i(WLOGCATEGORYINST* pstParent, const WLOGCLONEOPTION* pstOption);
 
-/* Process-wide clock override in microseconds since the epoch. */
+/* Process-wide clock override in microseconds since the epoch: get returns the override when
+ * one is set (> 0), else the current time (-1 if the clock cannot be read). set stores
+ * seconds * 1000000 + microseconds atomically; a null pointer removes the override. */
 int64_t wlog_get_current_time(void);
 int wlog_set_current_time(const struct timeval* pstTime);
 
@@ -298,7 +302,9 @@ int wlog_set_current_time(const struct timeval* pstTime);
 /* -1 for null arguments or a size limit above 4,200,000,000 or an open failure. */
 int wlog_bill_init(WLOGFILE** ppstBill, uint64_t ullSizeLimit, int iPrecision,
                    const char* pszPattern);
-/* Writes "YYYYmmdd-HH:MM:SS | " + text + line feed. */
+/* Writes "YYYYmmdd-HH:MM:SS | " + text + line feed (local time of wlog_get_current_time, so
+ * the clock override applies); a line longer than 8192 bytes is cut there and still ends with
+ * a line feed. */
 int wlog_bill_log(WLOGFILE* pstBill, const char* pszFmt, ...) WLOG_PRINTF_LIKE(2, 3);
 int wlog_bill_write(WLOGFILE* pstBill, const char* pszBuff, size_t iBuff);
 int wlog_bill_fini(WLOGFILE** ppstBill);
