@@ -318,7 +318,7 @@ Scenario files: one command per line, words separated by blanks, '#' starts a co
                                   sdk.recv_anti_data sdk.tick_user sdk.fail.<slot>
                                   (sdk.* need the SDK test double; sends = requests to the
                                   double, host_sends = data that reached the host)
-See tools/quelld_sim/example.scenario for a commented example.
+See tools/quelld_sim/example.scenario and example.conf for commented examples.
 )";
 }
 
