@@ -71,9 +71,8 @@ TEST(XMD5, FinalWipesStateUntilInitialize) {
   ctx.update(reinterpret_cast<const xcore::uint8*>("abc"), 3);
   EXPECT_EQ(ctx.final(), "900150983CD24FB0D6963F7D28E17F72");
   // A second final digests from the zeroed state, not from the initial chaining words.
-  const std::string again = ctx.final();
-  EXPECT_EQ(again.size(), 32u);
-  EXPECT_NE(again, "D41D8CD98F00B204E9800998ECF8427E");
+  // (the empty input compressed from all-zero chaining words)
+  EXPECT_EQ(ctx.final(), "B0E641C998CC3EAE6FA2F8726D98CDDD");
   ctx.initialize();
   EXPECT_EQ(ctx.final(), "D41D8CD98F00B204E9800998ECF8427E");
 }
