@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
@@ -244,6 +246,45 @@ TEST(TNHPHeadWire, SynCutToVersion3) {
   EXPECT_EQ(+s.bRouteFlag, 0);
   EXPECT_EQ(+s.stRouteInfo.stSpecifyZone.dwTypeID, 0u);
   EXPECT_EQ(+s.dwReserved, 7u);
+}
+
+TEST(TNHPHeadVersion, SynHeadSizeAtEachVersionStep) {
+  std::unique_ptr<TNHPHead> h = SynHead();
+  h->stExtend.stSyn.bHasAuthInfo = 1;  // an empty auth request: 2 + 2 + 2 bytes from version 2
+  // 1: 21 + 75 with the auth flag only; 2: the auth record; 4: dwTransMask; 5: compress list;
+  // 9: route flag and zone route.
+  const size_t sizes[] = {0, 96, 102, 102, 106, 107, 107, 107, 107, 116, 116, 116};
+  for (unsigned v = 1; v <= 11; ++v) {
+    const Bytes wire = Pack(*h, v);
+    ASSERT_EQ(wire.size(), sizes[v]) << v;
+    EXPECT_EQ(wire[3], v);                                // wHeadVersion
+    EXPECT_EQ(wire[16], static_cast<unsigned char>(sizes[v]));  // dwHeadLen, low byte
+    std::unique_ptr<TNHPHead> u = Unpack<TNHPHead>(wire, 0);
+    EXPECT_EQ(+u->stBase.wHeadVersion, v);
+  }
+}
+
+TEST(TNHPUnions, EveryCommandMemberAtEveryVersion) {
+  std::unique_ptr<TNHPExtHead> ext(new TNHPExtHead);
+  std::unique_ptr<TNHPBody> body(new TNHPBody);
+  std::vector<char> area(TNHPBody::MAX_PACK_SIZE + TNHPExtHead::MAX_PACK_SIZE);
+  size_t used = 0;
+  const long extIds[] = {4097, 4098, 16403, 16419, 36865};
+  const long bodyIds[] = {4098, 8193, 8194, 12290, 20481, 20482, 24578, 28673, 28674, 32770};
+  const long allIds[] = {4097, 4098, 8193, 8194, 12290, 16403, 16419, 20481,
+                         20482, 24578, 28673, 28674, 32770, 36865};
+  for (long id : allIds) {
+    const bool inExt = std::find(std::begin(extIds), std::end(extIds), id) != std::end(extIds);
+    const bool inBody = std::find(std::begin(bodyIds), std::end(bodyIds), id) != std::end(bodyIds);
+    for (unsigned v : {1u, 11u}) {
+      std::memset(static_cast<void*>(ext.get()), 0, sizeof(TNHPExtHead));
+      std::memset(static_cast<void*>(body.get()), 0, sizeof(TNHPBody));
+      ASSERT_EQ(ext->pack(id, area.data(), area.size(), &used, v), 0) << id;
+      EXPECT_EQ(used > 0, inExt) << id << " at " << v;
+      ASSERT_EQ(body->pack(id, area.data(), area.size(), &used, v), 0) << id;
+      EXPECT_EQ(used > 0, inBody) << id << " at " << v;
+    }
+  }
 }
 
 TEST(TNHPHeadSize, StatedLengthMustBeAvailable) {

@@ -454,6 +454,55 @@ TEST(TFrameHeadWire, StartCutToVersion16) {
   EXPECT_EQ(v11[12 + 8], 0x65);  // dwSigTime follows dwUin directly
 }
 
+TEST(TFrameCmdStartVersions, BodySizeAtEachVersionStep) {
+  std::unique_ptr<TFrameHead> h = StartFrame();
+  const TFrameCmdStart& s = h->stCmdData.stStart;
+  struct Step {
+    unsigned ver;
+    size_t size;
+  };
+  // 10: iAuthType, MX auth without nSigVer (19), iWaitTime, dwConnectExtInt; 12: nSigVer;
+  // 16: iClientType, bRelayFlag; 17: account without uid; 18: ullReserved; 19: uid, bIsUidNew;
+  // 21: stSIPInfo (56); 26: jump relay (20); 28: stOriClientIPInfo; 31: wIntf_type in both
+  // addresses; 32: dwListenType.
+  const Step steps[] = {{10, 31},  {11, 31},  {12, 33},  {15, 33},  {16, 38},  {17, 48},
+                        {18, 56},  {19, 65},  {20, 65},  {21, 121}, {25, 121}, {26, 141},
+                        {27, 141}, {28, 197}, {30, 197}, {31, 201}, {32, 205}, {35, 205}};
+  for (const Step& st : steps) EXPECT_EQ(Pack(s, st.ver).size(), st.size) << st.ver;
+  Pack(s, 9, VixError::VIX_ERR_CUTVER_TOO_SMALL);
+}
+
+TEST(TFrameCmdDataUnion, EachCommandBodyFromItsVersion) {
+  struct Member {
+    long id;
+    unsigned since;
+  };
+  const Member members[] = {
+      {0, 10},  {1, 10},  {2, 10},  {3, 10},  {4, 10},  {5, 10},  {6, 10},  {7, 10},  {8, 10},
+      {10, 12}, {12, 13}, {13, 13}, {20, 10}, {21, 10}, {22, 10}, {24, 15}, {26, 10}, {27, 15},
+      {28, 15}, {29, 17}, {31, 20}, {32, 25}, {33, 25}, {36, 27}, {37, 27}, {38, 27}, {39, 27},
+      {40, 27}, {41, 27}, {42, 27}, {43, 27}, {44, 27}, {45, 27}, {46, 27}, {47, 27}, {48, 27},
+      {49, 27}, {50, 32}, {51, 32}, {52, 32}, {53, 32},
+  };
+  std::unique_ptr<TFrameCmdData> body(new TFrameCmdData);
+  std::vector<char> area(TFrameCmdData::MAX_PACK_SIZE);
+  size_t used = 0;
+  for (const Member& m : members) {
+    std::memset(static_cast<void*>(body.get()), 0, sizeof(TFrameCmdData));
+    ASSERT_EQ(body->construct(m.id), 0);
+    ASSERT_EQ(body->pack(m.id, area.data(), area.size(), &used, m.since), 0) << m.id;
+    EXPECT_GT(used, 0u) << m.id;
+    if (m.since > 10) {
+      ASSERT_EQ(body->pack(m.id, area.data(), area.size(), &used, m.since - 1), 0) << m.id;
+      EXPECT_EQ(used, 0u) << m.id;
+    }
+  }
+  for (long id : {9L, 11L, 14L, 19L, 23L, 25L, 30L, 34L, 35L, 54L}) {
+    ASSERT_EQ(body->pack(id, area.data(), area.size(), &used, 35), 0);
+    EXPECT_EQ(used, 0u) << id;
+  }
+}
+
 TEST(TFrameHeadWire, ShortBufferNamesCommandBodyAndField) {
   std::unique_ptr<TFrameHead> h = StartFrame();
   std::vector<char> area(kStartV35.size() - 1, kSentinel);
@@ -693,8 +742,10 @@ TEST(TFrameCmdInProcWire, OptionalRecordsAndCountedIdents) {
   EXPECT_EQ(+old->bHaveLwipData, 0);
   EXPECT_EQ(+old->dwAlternateLinkTimeStampMs, 1000u);
 
+  p->bHaveLwipData = 0;
+  EXPECT_EQ(Pack(*p, 0).size(), v35.size() - 18u);
   p->bHasAccount = 0;
-  EXPECT_EQ(Pack(*p, 0).size(), v35.size() - 15u);
+  EXPECT_EQ(Pack(*p, 0).size(), v35.size() - 18u - 15u);
   p->bHasAccount = 2;
   Pack(*p, 0, VixError::VIX_ERR_REFER_SURPASS_COUNT);
   p->bHasAccount = 0;
