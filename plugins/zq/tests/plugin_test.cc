@@ -144,7 +144,11 @@ TEST(Plugin, MissingLibraryFailsInitAndQuitOnlyLogs) {
     TempDir logs;
     LogFile log(logs.path(), WLOG_PRIORITY_DEBUG);
     zq::ZQPlugin plugin;
+    testing::internal::CaptureStderr();
     EXPECT_EQ(plugin.OnInit(MakeOptions(empty.slashed(), log.cat())), -1);
+    // The loader adds its own separator to the directory that already ends with one.
+    EXPECT_TRUE(Contains(testing::internal::GetCapturedStderr(),
+                         "Open shared lib " + empty.path() + "//libkry_sdk.so failed, "));
     EXPECT_FALSE(plugin.loaded());
     EXPECT_EQ(plugin.anti_interf(), nullptr);
     EXPECT_EQ(plugin.so_md5sum(), "");
