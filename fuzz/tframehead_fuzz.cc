@@ -7,6 +7,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   zqfuzz::decodeRecodeDecode<tframehead::TFrameHead>(
-      data, size, [](const tframehead::TFrameHead& h) { return static_cast<unsigned int>(h.chVer); });
+      data, size, [](const tframehead::TFrameHead& h) { return static_cast<int>(h.chVer); });
   return 0;
 }
