@@ -726,8 +726,8 @@ class Simulation {
     out_ << Format("  host: %ld host ticks, %ld reloads (%ld unchanged, %ld changed)\n",
                    count_[kHostTick], count_[kReloadKind], unchanged_reloads_, changed_reloads_);
     if (double_seen_) {
-      out_ << Format("  SDK results: add_user_ %ld calls %ld non-zero, del_user_ %ld/%ld, "
-                     "recv_anti_data_ %ld/%ld, tick_user_ %ld/%ld; %ld starts, %ld quits\n",
+      out_ << Format("  SDK results (calls/non-zero): add_user_ %ld/%ld, del_user_ %ld/%ld, "
+                     "recv_anti_data_ %ld/%ld, tick_user_ %ld/%ld; started %ld, released %ld\n",
                      sdk_calls_[0], sdk_fails_[0], sdk_calls_[1], sdk_fails_[1], sdk_calls_[2],
                      sdk_fails_[2], sdk_calls_[3], sdk_fails_[3], sdk_inits_, sdk_quits_);
     } else {
