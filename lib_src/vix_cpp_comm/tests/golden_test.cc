@@ -104,15 +104,15 @@ TEST(GoldenCodec, EveryKindAtTheCurrentVersion) {
   size_t used = 0;
   ASSERT_EQ(0, back.unpack(reinterpret_cast<const char*>(b.data()), b.size(), &used, 1));  // argument ignored
   EXPECT_EQ(b.size(), used);
-  EXPECT_EQ(3, back.stBase.wVersion);
-  EXPECT_EQ(93u, back.stBase.dwLen);
+  EXPECT_EQ(3, +back.stBase.wVersion);
+  EXPECT_EQ(93u, +back.stBase.dwLen);
   EXPECT_STREQ("ab", back.szName);
-  EXPECT_EQ(-1, back.stBody.stPoint.nY);
-  EXPECT_EQ(5, back.astPoints[1].nY);
-  EXPECT_EQ(0xbe, back.szSig[2]);
-  EXPECT_EQ(0x22, back.stToken.szData[1]);
-  EXPECT_EQ(-3, back.llSigned);
-  EXPECT_EQ(sampleMessage().ullWhen, back.ullWhen);
+  EXPECT_EQ(-1, +back.stBody.stPoint.nY);
+  EXPECT_EQ(5, +back.astPoints[1].nY);
+  EXPECT_EQ(0xbe, +back.szSig[2]);
+  EXPECT_EQ(0x22, +back.stToken.szData[1]);
+  EXPECT_EQ(-3, +back.llSigned);
+  EXPECT_EQ(+sampleMessage().ullWhen, +back.ullWhen);
   EXPECT_EQ(b, pack(back, 3));
 }
 
@@ -126,20 +126,20 @@ TEST(GoldenCodec, OlderCutLeavesLaterEntriesOutAndZeroesThemOnUnpack) {
   EXPECT_EQ(expected, b);
   GdMessage back = sampleMessage();
   ASSERT_EQ(0, back.unpack(reinterpret_cast<const char*>(b.data()), b.size(), nullptr, 0));
-  EXPECT_EQ(0, back.chFlag);
-  EXPECT_EQ(0u, back.ullWhen);
-  EXPECT_EQ(1, back.stBase.wVersion);
+  EXPECT_EQ(0, +back.chFlag);
+  EXPECT_EQ(0u, +back.ullWhen);
+  EXPECT_EQ(1, +back.stBase.wVersion);
 }
 
 TEST(GoldenCodec, ConstructAppliesDefaults) {
   GdMessage m;
   std::memset(&m, 0x77, sizeof(m));
   EXPECT_EQ(0, m.construct());
-  EXPECT_EQ(0x4744, m.stBase.wMagic);
+  EXPECT_EQ(0x4744, +m.stBase.wMagic);
   EXPECT_STREQ("anon", m.szName);
-  EXPECT_EQ(0, m.szName[7]);
-  EXPECT_EQ(0, m.bCount);
-  EXPECT_EQ(0, m.astPoints[2].nX);
+  EXPECT_EQ(0, +m.szName[7]);
+  EXPECT_EQ(0, +m.bCount);
+  EXPECT_EQ(0, +m.astPoints[2].nX);
   EXPECT_STREQ("GdMessage", GdMessage::m_class_name);
   EXPECT_STREQ("GdBody", GdBody::m_class_name);
 }
@@ -161,7 +161,7 @@ TEST(GoldenCodec, UnionMembersDefaultsAndLateMembers) {
   GdHead back;
   std::memset(&back, 0x33, sizeof(back));
   ASSERT_EQ(0, back.unpack(out, used, nullptr, 0));
-  EXPECT_EQ(0u, back.stBody.stLate.ullStamp);
+  EXPECT_EQ(0u, +back.stBody.stLate.ullStamp);
   ASSERT_EQ(0, h.pack(out, sizeof(out), &used, 1));  // dwSeq too is left out
   EXPECT_EQ(3u, used);
 
@@ -193,7 +193,7 @@ TEST(GoldenCodec, StringRules) {
   std::memset(m.szName, 'q', sizeof(m.szName));  // unterminated: cut to 7 characters
   const Bytes b = pack(m, 0);
   EXPECT_EQ(0, std::memcmp(&b[11], "\x00\x00\x00\x08qqqqqqq\x00", 12));
-  EXPECT_EQ('\0', m.szName[7]);  // the member itself is changed
+  EXPECT_EQ('\0', +m.szName[7]);  // the member itself is changed
   std::strcpy(m.szName, "");
   const Bytes e = pack(m, 0);
   EXPECT_EQ(0, std::memcmp(&e[11], "\x00\x00\x00\x01\x00", 5));

@@ -44,7 +44,7 @@ TEST(O2AuthToken, WireSizeIs18PlusData) {
   EXPECT_EQ(0, std::memcmp(out, expected, used));
   KALMOO2Token back;
   ASSERT_EQ(0, back.unpack(out, used, &used, 0));
-  EXPECT_EQ(0x01020304u, back.dwExpire);
+  EXPECT_EQ(0x01020304u, +back.dwExpire);
   EXPECT_EQ(0, std::memcmp(back.szData, "\x01\x02\x03", 3));
 }
 
@@ -101,9 +101,9 @@ TEST(O2AuthBundle, FlagsSelectTheTokens) {
   KALMOO2UnifiedAuth a;
   std::memset(&a, 0x6b, sizeof(a));
   ASSERT_EQ(0, a.construct());
-  EXPECT_EQ(0, a.bHasATK);
-  EXPECT_EQ(0, a.stATK.wSize);
-  EXPECT_EQ(0u, a.stRSV.ullRSV64);
+  EXPECT_EQ(0, +a.bHasATK);
+  EXPECT_EQ(0, +a.stATK.wSize);
+  EXPECT_EQ(0u, +a.stRSV.ullRSV64);
   char out[8192];
   size_t used = 0;
   ASSERT_EQ(0, a.pack(out, sizeof(out), &used, 0));
@@ -127,10 +127,10 @@ TEST(O2AuthBundle, FlagsSelectTheTokens) {
   std::memset(&back, 0x6b, sizeof(back));
   ASSERT_EQ(0, back.unpack(out, used, &used, 0));
   EXPECT_EQ(42u, used);
-  EXPECT_EQ(2, back.stRTK.wSize);
-  EXPECT_EQ(0xbb, back.stRTK.szData[1]);
-  EXPECT_EQ(0, back.stATK.wSize);  // absent tokens come back zeroed
-  EXPECT_EQ(0u, back.stCode.dwExpire);
+  EXPECT_EQ(2, +back.stRTK.wSize);
+  EXPECT_EQ(0xbb, +back.stRTK.szData[1]);
+  EXPECT_EQ(0, +back.stATK.wSize);  // absent tokens come back zeroed
+  EXPECT_EQ(0u, +back.stCode.dwExpire);
 
   a.bHasCode = 2;
   EXPECT_EQ(-7, a.pack(out, sizeof(out), &used, 0));
