@@ -76,15 +76,6 @@ int render_date(time_t sec, char* out, size_t cap) {
 
 // ---- fast renderer helpers ----
 
-// Appends r bytes of text as one conversion: dropped whole when it does not fit.
-inline void put_conv(Out* o, const char* text, size_t r) {
-  if (r == 0) return;
-  if (r <= static_cast<size_t>(kCap - o->pos)) {
-    memcpy(o->buf + o->pos, text, r);
-    o->pos += static_cast<int>(r);
-  }
-}
-
 // Decimal digits of v, written backwards ending at end; returns the start.
 inline char* utoa_back(unsigned long v, char* end) {
   do {
@@ -93,42 +84,6 @@ inline char* utoa_back(unsigned long v, char* end) {
   } while (v != 0);
   return end;
 }
-
-inline void put_unsigned(Out* o, unsigned long v) {
-  char tmp[24];
-  char* end = tmp + sizeof(tmp);
-  char* p = utoa_back(v, end);
-  put_conv(o, p, static_cast<size_t>(end - p));
-}
-
-inline void put_int(Out* o, int v) {
-  char tmp[24];
-  char* end = tmp + sizeof(tmp);
-  const unsigned long mag =
-      v < 0 ? static_cast<unsigned long>(-static_cast<long>(v)) : static_cast<unsigned long>(v);
-  char* p = utoa_back(mag, end);
-  if (v < 0) *--p = '-';
-  put_conv(o, p, static_cast<size_t>(end - p));
-}
-
-// "%06d".
-inline void put_usec(Out* o, long usec) {
-  if (usec >= 0 && usec <= 999999) {
-    char tmp[6];
-    unsigned long v = static_cast<unsigned long>(usec);
-    for (int i = 5; i >= 0; --i) {
-      tmp[i] = static_cast<char>('0' + v % 10);
-      v /= 10;
-    }
-    put_conv(o, tmp, 6);
-    return;
-  }
-  char tmp[24];
-  const int r = snprintf(tmp, sizeof(tmp), "%06d", static_cast<int>(usec));
-  if (r > 0) put_conv(o, tmp, static_cast<size_t>(r));
-}
-
-inline void put_str(Out* o, const char* s) { put_conv(o, s, strlen(s)); }
 
 // "%-8s" of every priority name (all names are shorter than 8 characters).
 const char* padded_priority(int prio) {
@@ -152,29 +107,44 @@ bool is_conversion(char c) {
 
 // Compiles a pattern of fewer than WLOG_FORMAT_LEN characters into the cache.
 void compile(WLOGLAYOUTCACHE* c, const char* pattern, size_t len) {
+  memset(c->szPattern, 0, sizeof(c->szPattern));
   memcpy(c->szPattern, pattern, len);
-  c->szPattern[len] = '\0';
+  c->iPatternLen = static_cast<int>(len);
   c->iOps = 0;
+  int marks = 0;
+  // Each op is the literal text before a conversion plus the conversion (0: literal only).
+  size_t lit_off = 0;
+  size_t lit_len = 0;
+  auto emit = [&](unsigned char conv) {
+    if (conv == 0 && lit_len == 0) return;
+    WLOGLAYOUTOP& op = c->astOps[c->iOps++];
+    op.chOp = conv;
+    op.chOff = static_cast<unsigned char>(lit_off);
+    op.chLen = static_cast<unsigned char>(lit_len);
+    lit_len = 0;
+  };
   size_t i = 0;
   while (i < len) {
     if (c->szPattern[i] != '%') {
-      const size_t start = i;
-      while (i < len && c->szPattern[i] != '%') ++i;
-      WLOGLAYOUTOP& op = c->astOps[c->iOps++];
-      op.chOp = 0;
-      op.chOff = static_cast<unsigned char>(start);
-      op.chLen = static_cast<unsigned char>(i - start);
+      if (lit_len == 0) lit_off = i;
+      ++lit_len;
+      ++i;
       continue;
     }
     ++i;  // the '%'
     if (i >= len) break;  // a trailing '%' is dropped
     const char conv = c->szPattern[i++];
-    if (!is_conversion(conv)) continue;  // unknown conversions print nothing
-    WLOGLAYOUTOP& op = c->astOps[c->iOps++];
-    op.chOp = static_cast<unsigned char>(conv);
-    op.chOff = 0;
-    op.chLen = 0;
+    if (!is_conversion(conv)) {  // unknown conversions print nothing
+      emit(0);  // the literal text after it is not contiguous with the text before
+      continue;
+    }
+    if (conv == 'm') ++marks;
+    emit(static_cast<unsigned char>(conv));
   }
+  emit(0);
+  // A second %m makes the prefix length count bytes the walk never wrote: block copies, which
+  // write past the text, must not change those bytes.
+  c->iExact = marks > 1;
   c->iValid = 1;
 }
 
@@ -240,7 +210,10 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
   pstEvt->evt_msg_sufix_len = 0;
   if (pszPattern == nullptr || pszPattern[0] == '\0') return;
 
-  if (!pstCache->iValid || strcmp(pstCache->szPattern, pszPattern) != 0) {
+  // pszPattern is a WLOG_FORMAT_LEN-byte field, so comparing iPatternLen + 1 bytes stays
+  // inside it whenever the cached pattern is not longer than the field's text.
+  if (!pstCache->iValid ||
+      memcmp(pstCache->szPattern, pszPattern, static_cast<size_t>(pstCache->iPatternLen) + 1) != 0) {
     const size_t len = strnlen(pszPattern, WLOG_FORMAT_LEN);
     if (len >= WLOG_FORMAT_LEN) {  // longer than any configured pattern: no compiled form
       pstCache->iValid = 0;
@@ -251,24 +224,57 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
   }
 
   WLOGEVENTBASE* e = pstEvt;
-  Out o{e, e->evt_msg_prefix_buffer, 0, true};
-  for (int i = 0; i < pstCache->iOps && o.pos < kCap; ++i) {
-    const WLOGLAYOUTOP& op = pstCache->astOps[i];
-    switch (op.chOp) {
-      case 0: {
-        size_t n = op.chLen;
-        const size_t room = static_cast<size_t>(kCap - o.pos);
-        if (n > room) n = room;
-        memcpy(o.buf + o.pos, pstCache->szPattern + op.chOff, n);
-        o.pos += static_cast<int>(n);
+  char* buf = e->evt_msg_prefix_buffer;
+  int pos = 0;
+  bool in_prefix = true;
+  const bool exact = pstCache->iExact != 0;
+
+  // One conversion of r bytes: dropped whole when it does not fit.
+  auto put = [&](const char* text, size_t r) {
+    if (r != 0 && r <= static_cast<size_t>(kCap - pos)) {
+      memcpy(buf + pos, text, r);
+      pos += static_cast<int>(r);
+    }
+  };
+  auto put_str = [&](const char* s) { put(s, strlen(s)); };
+  auto put_number = [&](unsigned long mag, bool negative) {
+    char tmp[24];
+    char* end = tmp + sizeof(tmp);
+    char* p = utoa_back(mag, end);
+    if (negative) *--p = '-';
+    put(p, static_cast<size_t>(end - p));
+  };
+
+  const WLOGLAYOUTOP* op = pstCache->astOps;
+  const WLOGLAYOUTOP* const ops_end = op + pstCache->iOps;
+  for (; op != ops_end && pos < kCap; ++op) {
+    if (op->chLen != 0) {  // literal text: copied as far as it fits
+      const size_t n = op->chLen;
+      const char* src = pstCache->szPattern + op->chOff;
+      if (n <= 16 && pos + 16 <= kCap && !exact) {
+        memcpy(buf + pos, src, 16);  // the pattern's slack keeps this read in bounds
+        pos += static_cast<int>(n);
+      } else {
+        const size_t room = static_cast<size_t>(kCap - pos);
+        const size_t k = n < room ? n : room;
+        memcpy(buf + pos, src, k);
+        pos += static_cast<int>(k);
+        if (pos >= kCap) break;
+      }
+    }
+    switch (op->chOp) {
+      case 0: break;
+      case 'C': put_number(e->evt_cls, false); break;
+      case 'F': put_str(loc_function(e)); break;
+      case 'M': put_str(str_or_empty(e->evt_moduleName)); break;
+      case 'P': {
+        const int pid = static_cast<int>(getpid());
+        put_number(pid < 0 ? 0UL - static_cast<unsigned long>(pid) : static_cast<unsigned long>(pid),
+                   pid < 0);
         break;
       }
-      case 'C': put_unsigned(&o, e->evt_cls); break;
-      case 'F': put_str(&o, loc_function(e)); break;
-      case 'M': put_str(&o, str_or_empty(e->evt_moduleName)); break;
-      case 'P': put_int(&o, static_cast<int>(getpid())); break;
-      case 'U': put_unsigned(&o, e->evt_id); break;
-      case 'c': put_str(&o, str_or_empty(e->evt_category)); break;
+      case 'U': put_number(e->evt_id, false); break;
+      case 'c': put_str(str_or_empty(e->evt_category)); break;
       case 'd': {
         const time_t sec = e->evt_timestamp.tv_sec;
         if (!pstCache->iDateValid || pstCache->tDateSec != sec) {
@@ -279,20 +285,59 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
           pstCache->tDateSec = sec;
           pstCache->iDateValid = 1;
         }
-        put_conv(&o, pstCache->szDate, static_cast<size_t>(pstCache->iDateLen));
+        const int n = pstCache->iDateLen;
+        if (n > 0 && pos + static_cast<int>(sizeof(pstCache->szDate)) <= kCap && !exact) {
+          memcpy(buf + pos, pstCache->szDate, sizeof(pstCache->szDate));
+          pos += n;
+        } else {
+          put(pstCache->szDate, static_cast<size_t>(n));
+        }
         break;
       }
-      case 'f': put_str(&o, loc_file(e)); break;
-      case 'h': put_str(&o, str_or_empty(e->evt_hostName)); break;
-      case 'l': put_int(&o, loc_line(e)); break;
-      case 'm': switch_to_suffix(&o); break;
-      case 'n': put_conv(&o, "\n", 1); break;
-      case 'p': put_conv(&o, padded_priority(e->evt_priority), 8); break;
-      case 't': put_unsigned(&o, static_cast<unsigned long>(pthread_self())); break;
-      case 'u': put_usec(&o, static_cast<long>(e->evt_timestamp.tv_usec)); break;
+      case 'f': put_str(loc_file(e)); break;
+      case 'h': put_str(str_or_empty(e->evt_hostName)); break;
+      case 'l': {
+        const int line = loc_line(e);
+        put_number(line < 0 ? 0UL - static_cast<unsigned long>(static_cast<long>(line))
+                            : static_cast<unsigned long>(line),
+                   line < 0);
+        break;
+      }
+      case 'm':
+        e->evt_msg_prefix_len = pos;
+        buf = e->evt_msg_sufix_buffer;
+        pos = 0;
+        in_prefix = false;
+        break;
+      case 'n': put("\n", 1); break;
+      case 'p':
+        if (pos + 8 <= kCap) {
+          memcpy(buf + pos, padded_priority(e->evt_priority), 8);
+          pos += 8;
+        }
+        break;
+      case 't': put_number(static_cast<unsigned long>(pthread_self()), false); break;
+      case 'u': {
+        const long usec = static_cast<long>(e->evt_timestamp.tv_usec);
+        if (usec >= 0 && usec <= 999999) {
+          if (pos + 6 <= kCap) {
+            unsigned long v = static_cast<unsigned long>(usec);
+            for (int i = 5; i >= 0; --i) {
+              buf[pos + i] = static_cast<char>('0' + v % 10);
+              v /= 10;
+            }
+            pos += 6;
+          }
+        } else {
+          char tmp[24];
+          const int r = snprintf(tmp, sizeof(tmp), "%06d", static_cast<int>(usec));
+          if (r > 0) put(tmp, static_cast<size_t>(r));
+        }
+        break;
+      }
       default: break;
     }
   }
+  Out o{e, buf, pos, in_prefix};
   finish(&o);
 }
-

@@ -154,15 +154,17 @@ typedef struct tagWLogCategoryInst {
  * text differs from szPattern; the rendered date is kept for one second value. */
 #define WLOG_LAYOUT_MAX_OPS WLOG_FORMAT_LEN
 typedef struct tagWlogLayoutOp {
-  unsigned char chOp;  /* conversion character, or 0 for literal text */
-  unsigned char chOff; /* literal: offset into szPattern */
-  unsigned char chLen; /* literal: length */
+  unsigned char chOp;  /* conversion character, or 0 for none */
+  unsigned char chOff; /* literal text before it: offset into szPattern */
+  unsigned char chLen; /* literal text before it: length */
 } WLOGLAYOUTOP;
 
 typedef struct tagWlogLayoutCache {
   int iValid;
   int iOps;
-  char szPattern[WLOG_FORMAT_LEN];
+  int iPatternLen;
+  int iExact; /* copy exactly, no block copies (patterns with more than one %m) */
+  char szPattern[WLOG_FORMAT_LEN + 16]; /* the slack allows fixed-size block copies */
   WLOGLAYOUTOP astOps[WLOG_LAYOUT_MAX_OPS];
   int iDateValid;
   int iDateLen;
