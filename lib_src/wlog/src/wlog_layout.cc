@@ -210,10 +210,7 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
   pstEvt->evt_msg_sufix_len = 0;
   if (pszPattern == nullptr || pszPattern[0] == '\0') return;
 
-  // pszPattern is a WLOG_FORMAT_LEN-byte field, so comparing iPatternLen + 1 bytes stays
-  // inside it whenever the cached pattern is not longer than the field's text.
-  if (!pstCache->iValid ||
-      memcmp(pstCache->szPattern, pszPattern, static_cast<size_t>(pstCache->iPatternLen) + 1) != 0) {
+  if (!pstCache->iValid || strcmp(pstCache->szPattern, pszPattern) != 0) {
     const size_t len = strnlen(pszPattern, WLOG_FORMAT_LEN);
     if (len >= WLOG_FORMAT_LEN) {  // longer than any configured pattern: no compiled form
       pstCache->iValid = 0;

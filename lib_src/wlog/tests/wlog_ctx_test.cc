@@ -224,69 +224,51 @@ TEST(WlogClone, RenamesFilePatternAndWritesThere) {
   EXPECT_EQ(-1, wlog_clone_category(app, nullptr));
 }
 
-TEST(WlogClone, VectorAndMemoryRenaming) {
-  // Vector elements get "prefix_k.suffix" per file element; a memory device's URI grows.
+TEST(WlogClone, RenamesTheFilePartOfEachPattern) {
   TempDir dir;
-  const std::string a_log = dir.file("a.log");
-  const std::string b_base = dir.file("b");
-  auto conf2 = make_conf();
-  conf2->iSuppressError = 1;
-  WLOGCATEGORY* vec = add_term_category(conf2.get(), "vec", "", WLOG_DEV_VEC);
+  const std::string d = dir.path() + "/";
+  auto conf = make_conf();
+  conf->iSuppressError = 1;  // elements without an appender here: clones stay uninitialised
+  const char* files[] = {"app_%Y.log", "plain", "a.b/c", "x:app"};
+  for (const char* f : files) {
+    WLOGCATEGORY* cat = add_term_category(conf.get(), f, "", WLOG_DEV_FILE);
+    snprintf(cat->stDevice.stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s%s", d.c_str(), f);
+  }
+  mkdir((d + "a.b").c_str(), 0700);
+  WLOGCATEGORY* vec = add_term_category(conf.get(), "vec", "", WLOG_DEV_VEC);
   WLOGDEVVEC& v = vec->stDevice.stDevice.stVec;
   v.iCount = 3;
   v.astElements[0].iType = WLOG_DEV_FILE;
-  snprintf(v.astElements[0].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s", a_log.c_str());
+  snprintf(v.astElements[0].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%sa.log", d.c_str());
   v.astElements[1].iType = WLOG_DEV_NET;
   v.astElements[2].iType = WLOG_DEV_FILE;
-  snprintf(v.astElements[2].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s", b_base.c_str());
-  WLOGCATEGORY* mem = add_term_category(conf2.get(), "mem", "", WLOG_DEV_MEM);
+  snprintf(v.astElements[2].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%sb", d.c_str());
+  WLOGCATEGORY* mem = add_term_category(conf.get(), "mem", "", WLOG_DEV_MEM);
   snprintf(mem->stDevice.stDevice.stMem.szUri, WLOGMEM_STRING_LEN, "wsm-data://ring");
-  snprintf(mem->stDevice.stDevice.stMem.szPattern, WLOGMEM_STRING_LEN, "/tmp/dump.txt");
-  StdoutCapture cap;
-  CtxPtr ctx2 = init_ctx(conf2.get());
-  ASSERT_TRUE(ctx2);
-  WLOGCLONEOPTION opt = {"vec2", "pre", "suf"};
-  EXPECT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx2.get(), "vec"), &opt));
-  opt = {"mem2", "m", "log"};
-  EXPECT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx2.get(), "mem"), &opt));
-  cap.Stop();
-  const WLOGDEVVEC& cv = conf2->astCategoryList[2].stDevice.stDevice.stVec;
-  EXPECT_EQ(dir.file("a_pre_0.suf"), cv.astElements[0].stDevice.stFile.szPattern);
-  EXPECT_EQ(dir.file("pre_1.suf"), cv.astElements[2].stDevice.stFile.szPattern);
-  const WLOGDEVMEM& cm = conf2->astCategoryList[3].stDevice.stDevice.stMem;
-  EXPECT_STREQ("/tmp/dump_m.log", cm.szPattern);
-  EXPECT_STREQ("wsm-data://ringm.log", cm.szUri);
-}
+  snprintf(mem->stDevice.stDevice.stMem.szPattern, WLOGMEM_STRING_LEN, "%sdump.txt", d.c_str());
+  conf->iDelayInit = 1;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
 
-TEST(WlogClone, FileNameRenamingCases) {
-  struct Case {
-    const char* pattern;
-    const char* expect;
-  } cases[] = {{"app_%Y%m%d.log", "app_%Y%m%d_sub.log"},
-               {"logs/app", "logs/sub.log"},
-               {"app", "sub.log"},
-               {"c:app", "c:sub.log"},
-               {"a.b/c", "a.b/sub.log"}};
-  // Relative patterns make the clone open files in the working directory: use a fresh one.
-  TempDir dir;
-  char old_cwd[4096];
-  ASSERT_NE(nullptr, getcwd(old_cwd, sizeof(old_cwd)));
-  ASSERT_EQ(0, chdir(dir.path().c_str()));
-  for (const Case& tc : cases) {
-    auto conf = make_conf();
-    conf->iSuppressError = 1;  // the renamed file cannot be opened: keep the clone anyway
-    WLOGCATEGORY* cat = add_term_category(conf.get(), "p", "", WLOG_DEV_NO);
-    CtxPtr ctx = init_ctx(conf.get());
-    ASSERT_TRUE(ctx);
-    cat->stDevice.iType = WLOG_DEV_FILE;
-    snprintf(cat->stDevice.stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s", tc.pattern);
-    StdoutCapture cap;
-    ASSERT_EQ(0, wlog_clone_category(wlog_get_category(ctx.get(), "p"), "sub"));
-    cap.Stop();
-    EXPECT_STREQ(tc.expect, conf->astCategoryList[1].stDevice.stDevice.stFile.szPattern);
-    cat->stDevice.iType = WLOG_DEV_NO;
+  StdoutCapture cap;
+  const char* expect[] = {"app_%Y_sub.log", "sub.log", "a.b/sub.log", "x:sub.log"};
+  for (int i = 0; i < 4; ++i) {
+    const std::string child = "sub" + std::to_string(i);
+    WLOGCLONEOPTION opt = {child.c_str(), "sub", "log"};
+    ASSERT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx.get(), files[i]), &opt));
+    EXPECT_EQ(d + expect[i], wlog_get_category_pattern(wlog_get_category(ctx.get(), child.c_str())));
   }
-  ASSERT_EQ(0, chdir(old_cwd));
+  WLOGCLONEOPTION opt = {"vec2", "pre", "suf"};
+  EXPECT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx.get(), "vec"), &opt));
+  opt = {"mem2", "m", "log"};
+  EXPECT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx.get(), "mem"), &opt));
+  cap.Stop();
+  const WLOGDEVVEC& cv = inner(wlog_get_category(ctx.get(), "vec2"))->pstCat->stDevice.stDevice.stVec;
+  EXPECT_EQ(d + "a_pre_0.suf", cv.astElements[0].stDevice.stFile.szPattern);
+  EXPECT_EQ(d + "pre_1.suf", cv.astElements[2].stDevice.stFile.szPattern);
+  const WLOGDEVMEM& cm = inner(wlog_get_category(ctx.get(), "mem2"))->pstCat->stDevice.stDevice.stMem;
+  EXPECT_EQ(d + "dump_m.log", cm.szPattern);
+  EXPECT_STREQ("wsm-data://ringm.log", cm.szUri);
 }
 
 TEST(WlogClone, ContextHoldsAtMost512) {

@@ -107,12 +107,7 @@ inline WLOGCATEGORY* add_term_category(WLOGCONF* conf, const char* name, const c
 // Appends a category writing to a file (flushed after every write).
 inline WLOGCATEGORY* add_file_category(WLOGCONF* conf, const char* name, const std::string& path,
                                        const char* format = "") {
-  WLOGCATEGORY* cat = &conf->astCategoryList[conf->iCount++];
-  snprintf(cat->szName, sizeof(cat->szName), "%s", name);
-  cat->iPriorityHigh = -1;
-  cat->iPriorityLow = -1;
-  snprintf(cat->szFormat, sizeof(cat->szFormat), "%s", format);
-  cat->stDevice.iType = WLOG_DEV_FILE;
+  WLOGCATEGORY* cat = add_term_category(conf, name, format, WLOG_DEV_FILE);
   WLOGDEVFILE& f = cat->stDevice.stDevice.stFile;
   snprintf(f.szPattern, sizeof(f.szPattern), "%s", path.c_str());
   f.iMaxRotate = 1;
