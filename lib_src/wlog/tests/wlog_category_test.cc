@@ -347,3 +347,11 @@ TEST(WlogLog, LongRecordsKeepAllPieces) {
   EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "long"), 0, ""));
   EXPECT_EQ("<" + body + "><>", cap.Stop());
 }
+
+extern "C" int wlog_c_api_log_line(void);
+
+TEST(WlogCApi, MacrosWorkFromC) {
+  StdoutCapture cap;
+  EXPECT_EQ(0, wlog_c_api_log_line());
+  EXPECT_EQ("INFO    wlog_c_api_log_line:from C 1\n", cap.Stop());
+}
