@@ -92,7 +92,50 @@ void roundTrip(const char* type) {
   }
 }
 
+// Packing into every shorter area fails with -1 and never writes past it; decoding every
+// prefix of a valid encoding fails with -2.
+template <typename T>
+void shortBuffers(const char* type) {
+  const unsigned char kSentinel = 0xa5;
+  for (uint64_t seed = 1; seed <= 2; ++seed) {
+    auto orig = fresh<T>();
+    vixtest_fill(*orig, seed);
+    int ret = 0;
+    const std::vector<char> wire = packed(*orig, 0, ret);
+    ASSERT_EQ(0, ret) << failure(type, 0, seed, ret);
+    std::vector<char> out(wire.size() + 32);
+    const std::vector<char> sentinel(out.size(), static_cast<char>(kSentinel));
+    auto back = fresh<T>();
+    for (size_t n = 0; n < wire.size(); ++n) {
+      std::memset(out.data(), kSentinel, out.size());
+      size_t used = 0;
+      ASSERT_EQ(-1, orig->pack(out.data(), n, &used, 0)) << type << " length " << n;
+      ASSERT_LE(used, n);
+      ASSERT_EQ(0, std::memcmp(out.data() + n, sentinel.data(), out.size() - n)) << type << " wrote past " << n;
+      ASSERT_NE(std::string(""), kalmo_vix::VixError::getBackTrace()) << type;
+      // An exact-size copy of the prefix, so a read past it is caught by the sanitizers.
+      std::vector<char> prefix(wire.begin(), wire.begin() + static_cast<long>(n));
+      const char* from = n == 0 ? out.data() : prefix.data();  // never null: that is -19
+      ASSERT_EQ(-2, back->unpack(from, n, &used, 0)) << type << " prefix " << n;
+    }
+  }
+}
+
 }  // namespace
+
+#define VIXTEST_SHORT_BUFFERS(T) \
+  shortBuffers<T>(#T);           \
+  if (HasFatalFailure()) return;
+
+#ifdef VIXTEST_HAVE_TFRAMEHEAD
+TEST(ShortBuffers, EveryFrameHeadRecordAtEveryLength) { TFRAMEHEAD_RECORD_TYPES(VIXTEST_SHORT_BUFFERS) }
+#endif
+#ifdef VIXTEST_HAVE_NHP
+TEST(ShortBuffers, EveryClientRecordAtEveryLength) { NHP_RECORD_TYPES(VIXTEST_SHORT_BUFFERS) }
+#endif
+#ifdef VIXTEST_HAVE_O2AUTH
+TEST(ShortBuffers, EveryOAuthRecordAtEveryLength) { O2AUTH_DATA_RECORD_TYPES(VIXTEST_SHORT_BUFFERS) }
+#endif
 
 #define VIXTEST_ROUND_TRIP(T) \
   roundTrip<T>(#T);           \
