@@ -25,11 +25,7 @@ class TempDir {
     path_ = p != nullptr ? p : "";
   }
   ~TempDir() {
-    if (!path_.empty()) {
-      const std::string cmd = "rm -rf '" + path_ + "'";
-      if (system(cmd.c_str()) != 0) {
-      }
-    }
+    if (!path_.empty() && system(("rm -rf '" + path_ + "'").c_str()) != 0) perror("rm");
   }
   const std::string& path() const { return path_; }
   std::string file(const std::string& name) const { return path_ + "/" + name; }
