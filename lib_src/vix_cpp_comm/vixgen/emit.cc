@@ -771,12 +771,12 @@ std::string Emitter::source() {
   o << banner(s_);
   o << "#include \"" << s_.name << ".h\"\n\n#include <cstring>\n\n";
   o << "namespace {\n\n";
-  o << "const int kShortWrite = ::kalmo_vix::VixError::VIX_ERR_SHORT_BUF_FOR_WRITE;\n";
-  o << "const int kShortRead = ::kalmo_vix::VixError::VIX_ERR_SHORT_BUF_FOR_READ;\n";
-  o << "const int kMinusRefer = ::kalmo_vix::VixError::VIX_ERR_MINUS_REFER_VALUE;\n";
-  o << "const int kReferSurpass = ::kalmo_vix::VixError::VIX_ERR_REFER_SURPASS_COUNT;\n";
-  o << "const int kNullParameter = ::kalmo_vix::VixError::VIX_ERR_NULL_POINTER_PARAMETER;\n";
-  o << "const int kNetCutVerInvalid = ::kalmo_vix::VixError::VIX_ERR_NET_CUTVER_INVALID;\n\n";
+  o << "[[maybe_unused]] const int kShortWrite = ::kalmo_vix::VixError::VIX_ERR_SHORT_BUF_FOR_WRITE;\n";
+  o << "[[maybe_unused]] const int kShortRead = ::kalmo_vix::VixError::VIX_ERR_SHORT_BUF_FOR_READ;\n";
+  o << "[[maybe_unused]] const int kMinusRefer = ::kalmo_vix::VixError::VIX_ERR_MINUS_REFER_VALUE;\n";
+  o << "[[maybe_unused]] const int kReferSurpass = ::kalmo_vix::VixError::VIX_ERR_REFER_SURPASS_COUNT;\n";
+  o << "[[maybe_unused]] const int kNullParameter = ::kalmo_vix::VixError::VIX_ERR_NULL_POINTER_PARAMETER;\n";
+  o << "[[maybe_unused]] const int kNetCutVerInvalid = ::kalmo_vix::VixError::VIX_ERR_NET_CUTVER_INVALID;\n\n";
   o << "}  // namespace\n\n";
   o << "// Records the failing entry with this file's location, leaves the cursor where it stopped and\n";
   o << "// returns the error.\n";
