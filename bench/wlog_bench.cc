@@ -171,6 +171,27 @@ void BM_FloorSnprintfFwrite(benchmark::State& state) {
 }
 BENCHMARK(BM_FloorSnprintfFwrite);
 
+// One conversion at a time (pattern "<flag> %m") through a category writing to /dev/null: the
+// granularity that finds a slow converter.
+void BM_PatternFlag(benchmark::State& state) {
+  static const char* const kFlags[] = {"%d", "%u", "%h", "%f", "%F", "%l", "%M", "%p",
+                                       "%c", "%t", "%P", "%C", "%U", "%n", "literal"};
+  const char* flag = kFlags[state.range(0)];
+  Logger log("flag.log");
+  WLOGDEVFILE& f = log.conf->astCategoryList[0].stDevice.stDevice.stFile;
+  wlog_fini(log.ctx);
+  snprintf(f.szPattern, sizeof(f.szPattern), "/dev/null");
+  snprintf(log.conf->astCategoryList[0].szFormat, WLOG_FORMAT_LEN, "%s %%m", flag);
+  if (wlog_init(log.ctx, log.conf.get()) != 0) {
+    state.SkipWithError("wlog_init failed");
+    return;
+  }
+  WLOGCATEGORYINST* cat = wlog_get_category(log.ctx, "bench");
+  for (auto _ : state) WLOG_LOG_INFO(cat, "m");
+  state.SetLabel(flag);
+}
+BENCHMARK(BM_PatternFlag)->DenseRange(0, 14);
+
 // The plain layout renderer alone (the category write uses a compiled form of the pattern).
 void layout_event(WLOGEVENTBASE* e, const wlog_loc_info_t* loc, char* host, char* module) {
   memset(e, 0, sizeof(*e));

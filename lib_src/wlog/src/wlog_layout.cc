@@ -12,6 +12,8 @@
 
 #include <pthread.h>
 #include <stdio.h>
+
+#include <atomic>
 #include <string.h>
 #include <time.h>
 #include <unistd.h>
@@ -25,6 +27,23 @@ constexpr int kCap = WLOG_MSG_PREFIX_LEN;
 static_assert(WLOG_MSG_PREFIX_LEN == WLOG_MSG_SUFIX_LEN, "prefix and suffix share one capacity");
 
 const char kNil[] = "(nil)";
+
+// Process id for %P without a system call per event: cached, and forgotten in the child of
+// every fork() so that the child prints its own id.
+std::atomic<int> g_pid{0};
+
+void forget_pid() { g_pid.store(0, std::memory_order_relaxed); }
+
+int current_pid() {
+  int pid = g_pid.load(std::memory_order_relaxed);
+  if (pid == 0) {
+    static const int registered = pthread_atfork(nullptr, nullptr, forget_pid);
+    (void)registered;
+    pid = static_cast<int>(getpid());
+    g_pid.store(pid, std::memory_order_relaxed);
+  }
+  return pid;
+}
 
 // Output cursor over the prefix and then the suffix buffer.
 struct Out {
@@ -265,7 +284,7 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
       case 'F': put_str(loc_function(e)); break;
       case 'M': put_str(str_or_empty(e->evt_moduleName)); break;
       case 'P': {
-        const int pid = static_cast<int>(getpid());
+        const int pid = current_pid();
         put_number(pid < 0 ? 0UL - static_cast<unsigned long>(pid) : static_cast<unsigned long>(pid),
                    pid < 0);
         break;

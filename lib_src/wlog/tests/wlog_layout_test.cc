@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <random>
@@ -163,4 +164,21 @@ TEST(WlogLayoutCached, FollowsPatternAndSecondChanges) {
   EXPECT_EQ(date_text(1706706309 + 3601) + "|", ev.prefix());
   wlog_layout_format_cached_i(&cache, &ev.e, "<%p>%m");
   EXPECT_EQ("<ERROR   >", ev.prefix());
+}
+
+TEST(WlogLayoutCached, ProcessIdFollowsFork) {
+  WLOGLAYOUTCACHE cache;
+  memset(&cache, 0, sizeof(cache));
+  Event ev;
+  wlog_layout_format_cached_i(&cache, &ev.e, "%P");
+  ASSERT_EQ(std::to_string(getpid()), ev.prefix());
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    wlog_layout_format_cached_i(&cache, &ev.e, "%P");
+    _exit(ev.prefix() == std::to_string(getpid()) ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
