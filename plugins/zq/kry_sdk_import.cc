@@ -16,9 +16,10 @@ int g_is_sdk_loaded = 0;
 
 constexpr size_t kPathMax = 1024;
 
-// Builds <dir>/libkry_sdk.so into path (cut to kPathMax - 1 bytes) and loads it.
+// Builds <dir>/libkry_sdk.so into path and loads it. At most kPathMax - 1 bytes are written,
+// the NUL included, so a longer path is cut to kPathMax - 2 characters.
 int LoadLibraryIn(const KRY_TCHAR* shared_lib_dir, char (&path)[kPathMax]) {
-  std::snprintf(path, kPathMax, "%s/%s.%s", shared_lib_dir, KRY_SDK_LIB_BASE_NAME, KRY_SDK_LIB_EXT_NAME);
+  std::snprintf(path, kPathMax - 1, "%s/%s.%s", shared_lib_dir, KRY_SDK_LIB_BASE_NAME, KRY_SDK_LIB_EXT_NAME);
   return kry_sdk_load_impl(path);
 }
 

@@ -8,7 +8,7 @@
 //   kry_sdk_unload              0 closed; -2 the dynamic loader refused to close.
 //   kry_sdk_get_busi_interf     null when not loaded or the symbol is missing, else the symbol's
 //                               result for `data`.
-// The library is <shared_lib_dir>/libkry_sdk.so (path cut to 1023 bytes). Once opened, the handle
+// The library is <shared_lib_dir>/libkry_sdk.so (cut to 1022 characters). Once opened, the handle
 // is kept after an unload, and a later load marks the SDK loaded on that handle again.
 #ifndef ZQ_KRY_SDK_IMPORT_H_
 #define ZQ_KRY_SDK_IMPORT_H_
