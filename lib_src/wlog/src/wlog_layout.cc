@@ -275,8 +275,9 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
         const size_t k = n < room ? n : room;
         memcpy(buf + pos, src, k);
         pos += static_cast<int>(k);
-        if (pos >= kCap) break;
       }
+      // A full buffer ends the walk before the conversion: a %m there must not switch.
+      if (pos >= kCap) break;
     }
     switch (op->chOp) {
       case 0: break;
