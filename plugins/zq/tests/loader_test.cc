@@ -24,45 +24,24 @@ KrySdkInitInfo InitInfo(uint32_t game_id) {
   return info;
 }
 
-// A private copy of one of the fake SDK libraries, so a test may delete or replace it.
-std::string CopySdk(const TempDir& dir, const char* from_dir) {
-  std::filesystem::copy_file(std::string(from_dir) + "/libkry_sdk.so", dir.path() + "/libkry_sdk.so");
-  return dir.path();
-}
-
-std::string StdoutText() {
-  std::fflush(stdout);
-  return GetCapturedStdout();
-}
-
-TEST(Loader, NullArgumentsAreRejectedQuietly) {
-  RunInChild([] {
-    const KrySdkInitInfo info = InitInfo(1);
-    CaptureStderr();
-    EXPECT_EQ(kry_sdk_load_and_init(nullptr, &info, nullptr), -1);
-    EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), -1);
-    EXPECT_EQ(kry_sdk_load_and_init_for_quelld(nullptr, &info, nullptr), -1);
-    EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), -1);
-    EXPECT_EQ(kry_sdk_load_and_init_with_proc(nullptr, &info, nullptr), nullptr);
-    EXPECT_EQ(kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), nullptr);
-    EXPECT_EQ(GetCapturedStderr(), "");
-    // Nothing was loaded by the refused calls.
-    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), nullptr);
-  });
-}
-
-TEST(Loader, OpenFailureReportsPathAndLoaderError) {
+TEST(Loader, BadArgumentsAndOpenFailureGiveMinusOne) {
   RunInChild([] {
     TempDir dir;
     const KrySdkInitInfo info = InitInfo(1);
     CaptureStderr();
+    EXPECT_EQ(kry_sdk_load_and_init(nullptr, &info, nullptr), -1);
+    EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), -1);
+    EXPECT_EQ(kry_sdk_load_and_init_with_proc(nullptr, &info, nullptr), nullptr);
+    EXPECT_EQ(kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), nullptr);
+    EXPECT_EQ(GetCapturedStderr(), "");
+    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), nullptr) << "nothing was loaded";
+
+    CaptureStderr();
     EXPECT_EQ(kry_sdk_load_and_init_for_quelld(dir.path().c_str(), &info, nullptr), -1);
     const std::string err = GetCapturedStderr();
-    const std::string prefix = "Open shared lib " + dir.path() + "/libkry_sdk.so failed, ";
-    EXPECT_EQ(err.compare(0, prefix.size(), prefix), 0) << err;
-    EXPECT_EQ(err.substr(err.size() - 2), ".\n");
+    EXPECT_EQ(err.rfind("Open shared lib " + dir.path() + "/libkry_sdk.so failed, ", 0), 0u) << err;
     EXPECT_NE(err.find("No such file"), std::string::npos) << err;
-
+    EXPECT_EQ(err.substr(err.size() - 2), ".\n");
     EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), -1);
     EXPECT_EQ(kry_sdk_load_and_init_with_proc(dir.path().c_str(), &info, nullptr), nullptr);
   });
@@ -116,41 +95,29 @@ TEST(Loader, InitialisersReturnTheirOwnResults) {
   });
 }
 
-TEST(Loader, SecondLoadReusesTheOpenLibrary) {
+TEST(Loader, LibraryIsOpenedOnceAndItsHandleKeptAfterUnload) {
   RunInChild([] {
     TempDir dir;
-    CopySdk(dir, ZQ_FAKE_SDK_FULL_DIR);
-    const KrySdkInitInfo info = InitInfo(3);
-    EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), 3);
-    std::filesystem::remove(dir.path() + "/libkry_sdk.so");
-    // The file is gone, yet the initialiser runs again on the library opened before.
-    EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), 3);
-    // Another directory is not opened either.
-    EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), 3);
-  });
-}
-
-TEST(Loader, UnloadReleasesAndKeepsTheHandle) {
-  RunInChild([] {
-    TempDir dir;
-    CopySdk(dir, ZQ_FAKE_SDK_FULL_DIR);
+    std::filesystem::copy_file(std::string(ZQ_FAKE_SDK_FULL_DIR) + "/libkry_sdk.so", dir.path() + "/libkry_sdk.so");
     const KrySdkInitInfo info = InitInfo(4);
     ASSERT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), 4);
-    // Keep the library mapped independently of the loader, to read its release counter.
+    // Our own reference keeps the library mapped, to read its release counter.
     void* own = dlopen((dir.path() + "/libkry_sdk.so").c_str(), RTLD_NOW);
     ASSERT_NE(own, nullptr);
     auto release_count = reinterpret_cast<int (*)()>(dlsym(own, "fake_sdk_release_count"));
     ASSERT_NE(release_count, nullptr);
+    std::filesystem::remove(dir.path() + "/libkry_sdk.so");
+    // The file is gone and another directory is named: the initialiser runs on the open library.
+    EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), 4);
 
     CaptureStdout();
     EXPECT_EQ(kry_sdk_unload(), 0);
-    EXPECT_EQ(StdoutText(), "Unload KRY SDK OK.\n");
+    std::fflush(stdout);
+    EXPECT_EQ(GetCapturedStdout(), "Unload KRY SDK OK.\n");
     EXPECT_EQ(release_count(), 1);
     EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), nullptr);
     EXPECT_EQ(kry_sdk_get_busi_interf("kry_sdk_release_busi_interf", nullptr), nullptr);
-
-    // A load after the unload opens nothing, not even another directory's library: it marks
-    // the old handle loaded again.
+    // A load after the unload opens nothing: it marks the old handle loaded again.
     EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), 4);
     EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), &info);
   });
@@ -160,7 +127,8 @@ TEST(Loader, UnloadWithoutLoadIsRefused) {
   RunInChild([] {
     CaptureStdout();
     EXPECT_EQ(kry_sdk_unload(), -2);
-    EXPECT_EQ(StdoutText(), "");
+    std::fflush(stdout);
+    EXPECT_EQ(GetCapturedStdout(), "");
     EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", nullptr), nullptr);
   });
 }

@@ -1,10 +1,11 @@
 // Scenario helpers for the plug-in tests: a private copy of the SDK test double with its control
-// functions, host options, a capturing host send callback and a file log category.
+// functions, host options and users, a capturing host send callback and a file log category.
 #ifndef ZQ_TESTS_PLUGIN_FIXTURE_H_
 #define ZQ_TESTS_PLUGIN_FIXTURE_H_
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -18,15 +19,17 @@
 
 namespace zqtest {
 
-// The test double copied into a fresh directory (so a test may change the file), opened by the
-// test itself so its control functions are at hand. The plug-in opens the same file.
+using Bytes = std::vector<unsigned char>;
+
+// The test double copied into a fresh directory (so a test may change the file) and opened by the
+// test too, for its control functions. The plug-in opens the same file.
 class SdkDouble {
  public:
   SdkDouble() {
     std::filesystem::copy_file(std::string(ZQ_SDK_DOUBLE_DIR) + "/libkry_sdk.so", lib_path());
-    handle_ = dlopen(lib_path().c_str(), RTLD_NOW);
-    EXPECT_NE(handle_, nullptr) << dlerror();
-#define ZQ_BIND(fn) fn = reinterpret_cast<decltype(fn)>(Find("kry_double_" #fn))
+    void* h = dlopen(lib_path().c_str(), RTLD_NOW);
+    EXPECT_NE(h, nullptr) << dlerror();
+#define ZQ_BIND(fn) EXPECT_NE(fn = reinterpret_cast<decltype(fn)>(dlsym(h, "kry_double_" #fn)), nullptr)
     ZQ_BIND(reset);
     ZQ_BIND(set_result);
     ZQ_BIND(call_count);
@@ -38,23 +41,29 @@ class SdkDouble {
     ZQ_BIND(quit_count);
     ZQ_BIND(is_running);
 #undef ZQ_BIND
-    if (reset != nullptr) reset();
+    reset();
   }
 
-  std::string dir() const { return dir_.slashed(); }
+  // The directory with a trailing slash, as the host's lib_ext option expects.
+  std::string dir() const { return dir_.path() + "/"; }
   std::string lib_path() const { return dir_.path() + "/libkry_sdk.so"; }
+  // Gives the library file other content (and so another MD5).
+  void Change() const {
+    std::filesystem::resize_file(lib_path(), std::filesystem::file_size(lib_path()) + 16);
+  }
 
-  // Bytes of one part of the call with the given index; empty with *present false when absent.
-  std::vector<unsigned char> Part(int slot, long index, int part, bool* present = nullptr) const {
+  // Bytes of one part of a call (index -1: the slot's last call); empty and *present false when absent.
+  Bytes Part(int slot, long index = -1, int part = KRY_DOUBLE_PART_RECORD, bool* present = nullptr) const {
+    if (index < 0) index = call_count(slot) - 1;
     const long n = record(slot, index, part, nullptr, 0);
     if (present != nullptr) *present = n >= 0;
-    if (n <= 0) return {};
-    std::vector<unsigned char> bytes(static_cast<size_t>(n));
-    record(slot, index, part, bytes.data(), bytes.size());
+    Bytes bytes(n > 0 ? static_cast<size_t>(n) : 0);
+    if (n > 0) record(slot, index, part, bytes.data(), bytes.size());
     return bytes;
   }
-  std::vector<unsigned char> LastRecord(int slot) const {
-    return Part(slot, call_count(slot) - 1, KRY_DOUBLE_PART_RECORD);
+  std::string Text(int slot, int part) const {
+    const Bytes b = Part(slot, -1, part);
+    return std::string(b.begin(), b.end());
   }
 
   void (*reset)() = nullptr;
@@ -69,24 +78,16 @@ class SdkDouble {
   int (*is_running)() = nullptr;
 
  private:
-  void* Find(const char* name) {
-    void* fn = handle_ != nullptr ? dlsym(handle_, name) : nullptr;
-    EXPECT_NE(fn, nullptr) << name;
-    return fn;
-  }
-
   TempDir dir_;
-  void* handle_ = nullptr;
 };
 
-// What the host's send callback received.
+// What the host's send callback received last.
 struct SentToClient {
   int calls = 0;
   std::string account;
   uint32_t arg1 = 0, arg2 = 0;
   bool ext_null = true;
-  std::string ext;
-  std::string data;
+  std::string ext, data;
   int answer = 0;  // what the callback returns
 };
 
@@ -95,15 +96,15 @@ inline SentToClient& Sent() {
   return sent;
 }
 
-inline int HostSend(const char* account, uint32_t arg1, uint32_t arg2, const char* ext_data, uint32_t ext_len,
+inline int HostSend(const char* account, uint32_t arg1, uint32_t arg2, const char* ext, uint32_t ext_len,
                     const char* data, uint32_t data_len) {
   SentToClient& s = Sent();
   ++s.calls;
   s.account = account;
   s.arg1 = arg1;
   s.arg2 = arg2;
-  s.ext_null = ext_data == nullptr;
-  s.ext = ext_data != nullptr ? std::string(ext_data, ext_len) : std::string();
+  s.ext_null = ext == nullptr;
+  s.ext = ext != nullptr ? std::string(ext, ext_len) : std::string();
   s.data = std::string(data, data_len);
   return s.answer;
 }
@@ -117,15 +118,13 @@ void SetText(char (&field)[N], const std::string& text) {
 inline quelld::Options MakeOptions(const std::string& lib_ext, WLOGCATEGORYINST* log) {
   quelld::Options o;
   std::memset(&o, 0, sizeof(o));
-  o.pluginid = 9;
   o.gameid = 1234;
   SetText(o.gamekey, "0123456789abcdefghij");
   o.log = log;
-  SetText(o.lib, "/unused/libzq_plugin.so");
   SetText(o.lib_ext, lib_ext);
   o.send_cob = HostSend;
-  o.network_type = 1;
-  o.backend_env_type = 101;
+  o.network_type = 77;  // passed through unchecked
+  o.backend_env_type = 1001;
   SetText(o.data_proxy_domain, "data.proxy:1001");
   SetText(o.busi_proxy_domain, "busi.proxy:1002");
   SetText(o.test_data_proxy_domain, "test.data.proxy:1003");
@@ -147,12 +146,11 @@ inline quelld::User MakeUser(const std::string& openid, uint32_t acctype, uint16
   return u;
 }
 
-// A logging context with one file category "zq" writing "PRIORITY|file|function|message" lines.
-// `low` is the context-wide least severe priority written (600 info, 700 debug).
+// A logging context with one file category writing "PRIORITY|file|function|message" lines;
+// `low` is the context-wide least severe priority written.
 class LogFile {
  public:
-  LogFile(const std::string& dir, int low) : path_(dir + "/zq.log") {
-    conf_.reset(new WLOGCONF);
+  explicit LogFile(int low = WLOG_PRIORITY_DEBUG) : path_(dir_.path() + "/zq.log"), conf_(new WLOGCONF) {
     std::memset(conf_.get(), 0, sizeof(WLOGCONF));
     conf_->iMagic = WLOG_CONF_MAGIC;
     conf_->iPriorityHigh = -1;
@@ -168,7 +166,6 @@ class LogFile {
                   path_.c_str());
     cat.stDevice.stDevice.stFile.iMaxRotate = 1;
     ctx_ = wlog_alloc();
-    EXPECT_NE(ctx_, nullptr);
     EXPECT_EQ(wlog_init(ctx_, conf_.get()), 0);
     cat_ = wlog_get_category(ctx_, "zq");
     EXPECT_NE(cat_, nullptr);
@@ -188,15 +185,29 @@ class LogFile {
     if (ctx_ != nullptr) {
       wlog_fini(ctx_);
       wlog_free(&ctx_);
-      ctx_ = nullptr;
     }
+    ctx_ = nullptr;
   }
 
+  TempDir dir_;
   std::string path_;
   std::unique_ptr<WLOGCONF> conf_;
   WLOGCTX* ctx_ = nullptr;
   WLOGCATEGORYINST* cat_ = nullptr;
 };
+
+// One log line of the plug-in as LogFile writes it.
+inline std::string Line(const char* priority, const char* function, const std::string& message) {
+  std::string p = priority;
+  p.resize(8, ' ');
+  return p + "|plugins/zq/plugin_zq.cc|" + function + "|" + message + "\n";
+}
+
+inline size_t Count(const std::string& text, const std::string& piece) {
+  size_t n = 0;
+  for (size_t pos = text.find(piece); pos != std::string::npos; pos = text.find(piece, pos + 1)) ++n;
+  return n;
+}
 
 }  // namespace zqtest
 
