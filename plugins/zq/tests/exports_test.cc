@@ -52,6 +52,10 @@ TEST(Exports, HostCanDriveThePluginThroughDlopen) {
     ASSERT_NE(plugin, nullptr);
     EXPECT_EQ(plugin->GetPluginID(), 1u);
     EXPECT_STREQ(plugin->Version(), "zqplugin_1.0.1");
+    plugin->OnTick();  // the no-ops have no effect in the idle state
+    plugin->OnUpdate();
+    plugin->OnGameSvrUpstreamMsg();
+    plugin->OnGameSvrDownstreamMsg();
     plugin->OnQuit();
     delete plugin;
     auto unload = reinterpret_cast<int (*)()>(dlsym(lib, "kry_sdk_unload"));

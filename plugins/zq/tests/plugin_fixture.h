@@ -3,7 +3,7 @@
 #ifndef ZQ_TESTS_PLUGIN_FIXTURE_H_
 #define ZQ_TESTS_PLUGIN_FIXTURE_H_
 
-#include <dlfcn.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -21,92 +21,59 @@ namespace zqtest {
 
 using Bytes = std::vector<unsigned char>;
 
-// The test double copied into a fresh directory (so a test may change the file) and opened by the
-// test too, for its control functions. The plug-in opens the same file.
+// A fresh SDK directory whose libkry_sdk.so links to the test double that this program is linked
+// with, so the plug-in loads the very library whose kry_double_* functions the test calls.
 class SdkDouble {
  public:
   SdkDouble() {
-    std::filesystem::copy_file(std::string(ZQ_SDK_DOUBLE_DIR) + "/libkry_sdk.so", lib_path());
-    void* h = dlopen(lib_path().c_str(), RTLD_NOW);
-    EXPECT_NE(h, nullptr) << dlerror();
-#define ZQ_BIND(fn) EXPECT_NE(fn = reinterpret_cast<decltype(fn)>(dlsym(h, "kry_double_" #fn)), nullptr)
-    ZQ_BIND(reset);
-    ZQ_BIND(set_result);
-    ZQ_BIND(call_count);
-    ZQ_BIND(record);
-    ZQ_BIND(set_version);
-    ZQ_BIND(send_to_client);
-    ZQ_BIND(send_to_client_ext);
-    ZQ_BIND(init_count);
-    ZQ_BIND(quit_count);
-    ZQ_BIND(is_running);
-#undef ZQ_BIND
-    reset();
+    EXPECT_EQ(symlink(ZQ_SDK_DOUBLE_DIR "/libkry_sdk.so", lib_path().c_str()), 0);
+    kry_double_reset();
   }
-
   // The directory with a trailing slash, as the host's lib_ext option expects.
   std::string dir() const { return dir_.path() + "/"; }
   std::string lib_path() const { return dir_.path() + "/libkry_sdk.so"; }
-  // Gives the library file other content (and so another MD5).
+  // Puts a file with other content (and so another MD5) in place of the library.
   void Change() const {
-    std::filesystem::resize_file(lib_path(), std::filesystem::file_size(lib_path()) + 16);
+    const std::string content = ReadFile(lib_path()) + "changed";
+    std::filesystem::remove(lib_path());
+    WriteFile(lib_path(), content);
   }
-
-  // Bytes of one part of a call (index -1: the slot's last call); empty and *present false when absent.
-  Bytes Part(int slot, long index = -1, int part = KRY_DOUBLE_PART_RECORD, bool* present = nullptr) const {
-    if (index < 0) index = call_count(slot) - 1;
-    const long n = record(slot, index, part, nullptr, 0);
-    if (present != nullptr) *present = n >= 0;
-    Bytes bytes(n > 0 ? static_cast<size_t>(n) : 0);
-    if (n > 0) record(slot, index, part, bytes.data(), bytes.size());
-    return bytes;
-  }
-  std::string Text(int slot, int part) const {
-    const Bytes b = Part(slot, -1, part);
-    return std::string(b.begin(), b.end());
-  }
-
-  void (*reset)() = nullptr;
-  int (*set_result)(int, int) = nullptr;
-  long (*call_count)(int) = nullptr;
-  long (*record)(int, long, int, void*, size_t) = nullptr;
-  void (*set_version)(const char*) = nullptr;
-  int (*send_to_client)(const char*, const void*, uint32_t) = nullptr;
-  int (*send_to_client_ext)(const char*, const void*, uint32_t, const void*, uint32_t) = nullptr;
-  long (*init_count)() = nullptr;
-  long (*quit_count)() = nullptr;
-  int (*is_running)() = nullptr;
 
  private:
   TempDir dir_;
 };
 
-// What the host's send callback received last.
-struct SentToClient {
-  int calls = 0;
-  std::string account;
-  uint32_t arg1 = 0, arg2 = 0;
-  bool ext_null = true;
-  std::string ext, data;
-  int answer = 0;  // what the callback returns
-};
-
-inline SentToClient& Sent() {
-  static SentToClient sent;
-  return sent;
+// Bytes of one part of a call to the double (index -1: the slot's last call); empty and *present
+// false when absent.
+inline Bytes Part(int slot, long index = -1, int part = KRY_DOUBLE_PART_RECORD, bool* present = nullptr) {
+  if (index < 0) index = kry_double_call_count(slot) - 1;
+  const long n = kry_double_record(slot, index, part, nullptr, 0);
+  if (present != nullptr) *present = n >= 0;
+  Bytes bytes(n > 0 ? static_cast<size_t>(n) : 0);
+  if (n > 0) kry_double_record(slot, index, part, bytes.data(), bytes.size());
+  return bytes;
 }
 
+inline std::string Text(int slot, int part) {
+  const Bytes b = Part(slot, -1, part);
+  return std::string(b.begin(), b.end());
+}
+
+// The host's send callback: records its arguments as "account|arg1|arg2|ext|data" ("-" for a null
+// ext) and answers with SendAnswer().
+inline std::string& LastSend() {
+  static std::string last;
+  return last;
+}
+inline int& SendAnswer() {
+  static int answer = 0;
+  return answer;
+}
 inline int HostSend(const char* account, uint32_t arg1, uint32_t arg2, const char* ext, uint32_t ext_len,
                     const char* data, uint32_t data_len) {
-  SentToClient& s = Sent();
-  ++s.calls;
-  s.account = account;
-  s.arg1 = arg1;
-  s.arg2 = arg2;
-  s.ext_null = ext == nullptr;
-  s.ext = ext != nullptr ? std::string(ext, ext_len) : std::string();
-  s.data = std::string(data, data_len);
-  return s.answer;
+  LastSend() = std::string(account) + "|" + std::to_string(arg1) + "|" + std::to_string(arg2) + "|" +
+               (ext != nullptr ? std::string(ext, ext_len) : "-") + "|" + std::string(data, data_len);
+  return SendAnswer();
 }
 
 template <size_t N>

@@ -10,11 +10,13 @@ namespace {
 using zqtest::Bytes;
 using zqtest::Line;
 using zqtest::LogFile;
+using zqtest::Part;
+using zqtest::Text;
 using zqtest::MakeOptions;
 using zqtest::MakeUser;
 using zqtest::RunInChild;
 using zqtest::SdkDouble;
-using zqtest::Sent;
+using zqtest::LastSend;
 
 void Put(Bytes& b, size_t off, uint64_t v, size_t width) {
   for (size_t i = 0; i < width; ++i) b.at(off + i) = static_cast<unsigned char>(v >> (8 * i));
@@ -71,33 +73,33 @@ TEST(Relay, RecordsByteForByte) {
     Bytes expected = Record(124, openid.substr(0, 64), 4, 1);
     Put(expected, 100, 0x000000000100007Full, 8);
     for (int slot : {KRY_DOUBLE_SLOT_ADD_USER, KRY_DOUBLE_SLOT_TICK_USER}) {
-      ASSERT_EQ(sdk.call_count(slot), 1);
-      const Bytes got = sdk.Part(slot);
+      ASSERT_EQ(kry_double_call_count(slot), 1);
+      const Bytes got = Part(slot);
       ASSERT_EQ(got.size(), 124u);
       EXPECT_EQ(Slice(got, 0, 108), Slice(expected, 0, 108)) << "slot " << slot;
       EXPECT_EQ(Slice(got, 116, 124), Bytes(8, 0)) << "no extension record";
       bool present = false;
-      EXPECT_EQ(sdk.Part(slot, 0, KRY_DOUBLE_PART_ROLE_NAME, &present), Bytes{});
+      EXPECT_EQ(Part(slot, 0, KRY_DOUBLE_PART_ROLE_NAME, &present), Bytes{});
       EXPECT_TRUE(present) << "role name is the empty text, not null";
     }
 
     const quelld::User other = MakeUser("player-1", 1, 0x2001, 140, "10.1.2.3");
     plugin.OnUserLogout(other);
-    EXPECT_EQ(sdk.Part(KRY_DOUBLE_SLOT_DEL_USER), Record(108, "player-1", 1, 12));
+    EXPECT_EQ(Part(KRY_DOUBLE_SLOT_DEL_USER), Record(108, "player-1", 1, 12));
     const char payload[] = "\x01\x02security\x00data";
     plugin.OnPluginMsg(other, 42, "client-ext", 10, payload, sizeof(payload));
     plugin.OnPluginMsg(other, 43, nullptr, 0, nullptr, 0);
-    ASSERT_EQ(sdk.call_count(KRY_DOUBLE_SLOT_RECV_ANTI_DATA), 2);
-    const Bytes recv = sdk.Part(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 0);
+    ASSERT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_RECV_ANTI_DATA), 2);
+    const Bytes recv = Part(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 0);
     ASSERT_EQ(recv.size(), 120u);
     Bytes head = Record(104, "player-1", 1, 12);
     Put(head, 100, sizeof(payload), 4);
     EXPECT_EQ(Slice(recv, 0, 104), head);
     EXPECT_EQ(Slice(recv, 112, 120), Bytes(8, 0)) << "the client's extension data is not passed on";
-    EXPECT_EQ(sdk.Part(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 0, KRY_DOUBLE_PART_ANTI_DATA),
+    EXPECT_EQ(Part(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 0, KRY_DOUBLE_PART_ANTI_DATA),
               Bytes(payload, payload + sizeof(payload)));
     // An empty message still reaches the SDK, with length 0.
-    EXPECT_EQ(Slice(sdk.Part(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 1), 100, 112), Bytes(12, 0));
+    EXPECT_EQ(Slice(Part(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 1), 100, 112), Bytes(12, 0));
     plugin.OnQuit();
   });
 }
@@ -110,16 +112,16 @@ TEST(Relay, UnterminatedHostTextsAreBounded) {
     std::memset(opts.gamekey, 'k', sizeof(opts.gamekey));
     std::memset(opts.data_proxy_domain, 'd', sizeof(opts.data_proxy_domain));
     ASSERT_EQ(plugin.OnInit(opts), 0);
-    EXPECT_EQ(sdk.Text(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, KRY_DOUBLE_PART_DATA_PROXY).size(), 511u);
+    EXPECT_EQ(Text(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, KRY_DOUBLE_PART_DATA_PROXY).size(), 511u);
     KrySdkInitInfo info;
-    std::memcpy(&info, sdk.Part(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD).data(), sizeof(info));
+    std::memcpy(&info, Part(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD).data(), sizeof(info));
     EXPECT_STREQ(info.auth_token_, "kkkkkkkkkkkkkkk");
 
     quelld::User user = MakeUser("", 0, 0, 0, "");
     std::memset(user.openid, 'o', sizeof(user.openid));
     std::memset(user.client_ip, '1', sizeof(user.client_ip));
     plugin.OnUserLogin(user);
-    const Bytes got = sdk.Part(KRY_DOUBLE_SLOT_ADD_USER);
+    const Bytes got = Part(KRY_DOUBLE_SLOT_ADD_USER);
     ASSERT_EQ(got.size(), 124u);
     Bytes account(65, 'o');
     account[64] = 0;
@@ -135,10 +137,10 @@ TEST(Relay, UnterminatedHostTextsAreBounded) {
 std::vector<Bytes> Traffic(WLOGCATEGORYINST* log, SdkDouble& sdk) {
   zq::ZQPlugin plugin;
   EXPECT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log)), 0);
-  sdk.set_result(KRY_DOUBLE_SLOT_ADD_USER, 1);
-  sdk.set_result(KRY_DOUBLE_SLOT_DEL_USER, 2);
-  sdk.set_result(KRY_DOUBLE_SLOT_TICK_USER, 3);
-  sdk.set_result(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 2);
+  kry_double_set_result(KRY_DOUBLE_SLOT_ADD_USER, 1);
+  kry_double_set_result(KRY_DOUBLE_SLOT_DEL_USER, 2);
+  kry_double_set_result(KRY_DOUBLE_SLOT_TICK_USER, 3);
+  kry_double_set_result(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 2);
   const quelld::User a = MakeUser("alpha", 0x1002, 0x1001, 102, "192.168.0.1");
   const quelld::User b = MakeUser("beta", 1, 0x2001, 130, "bad-ip");
   plugin.OnUserLogin(a);
@@ -148,10 +150,10 @@ std::vector<Bytes> Traffic(WLOGCATEGORYINST* log, SdkDouble& sdk) {
   plugin.OnUserLogout(a);
   std::vector<Bytes> records;
   for (int slot = KRY_DOUBLE_SLOT_ADD_USER; slot <= KRY_DOUBLE_SLOT_TICK_USER; ++slot) {
-    for (long i = 0; i < sdk.call_count(slot); ++i) records.push_back(Slice(sdk.Part(slot, i), 0, 104));
+    for (long i = 0; i < kry_double_call_count(slot); ++i) records.push_back(Slice(Part(slot, i), 0, 104));
   }
   plugin.OnQuit();
-  sdk.reset();
+  kry_double_reset();
   return records;
 }
 
@@ -186,22 +188,18 @@ TEST(SendPath, ForwardsSdkDataToHost) {
   RunInChild([] {
     const KrySdkAntiSendDataInfo unused = {};
     EXPECT_EQ(zq::SendDataToClientCob(&unused), KRY_SDK_PROC_FAIL);  // before any init
-    EXPECT_EQ(Sent().calls, 0);
+    EXPECT_EQ(LastSend(), "");
 
     SdkDouble sdk;
     zq::ZQPlugin plugin;
     ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), nullptr)), 0);
-    EXPECT_EQ(sdk.send_to_client("player-9", "abc\0def", 7), KRY_SDK_PROC_OK);
-    EXPECT_EQ(Sent().account, "player-9");
-    EXPECT_EQ(Sent().arg1, 1u);
-    EXPECT_EQ(Sent().arg2, 0u);
-    EXPECT_TRUE(Sent().ext_null);
-    EXPECT_EQ(Sent().data, std::string("abc\0def", 7));
-    EXPECT_EQ(sdk.send_to_client_ext("player-9", "ext", 3, "z", 1), KRY_SDK_PROC_OK);
-    EXPECT_EQ(Sent().ext, "ext");
-    Sent().answer = -1;
-    EXPECT_EQ(sdk.send_to_client("player-9", "x", 1), KRY_SDK_PROC_FAIL);
-    EXPECT_EQ(Sent().calls, 3);
+    EXPECT_EQ(kry_double_send_to_client("player-9", "abc\0def", 7), KRY_SDK_PROC_OK);
+    EXPECT_EQ(LastSend(), std::string("player-9|1|0|-|abc\0def", 22));
+    EXPECT_EQ(kry_double_send_to_client_ext("player-9", "ext", 3, "z", 1), KRY_SDK_PROC_OK);
+    EXPECT_EQ(LastSend(), "player-9|1|0|ext|z");
+    zqtest::SendAnswer() = -1;
+    EXPECT_EQ(kry_double_send_to_client("player-9", "x", 1), KRY_SDK_PROC_FAIL);
+    EXPECT_EQ(LastSend(), "player-9|1|0|-|x");
 
     // An account text without its NUL is cut at 64 characters.
     KrySdkAntiSendDataInfo info;
@@ -209,9 +207,9 @@ TEST(SendPath, ForwardsSdkDataToHost) {
     info.anti_data_ = "q";
     info.anti_data_len_ = 1;
     info.user_ext_data_ = nullptr;
-    Sent().answer = 0;
+    zqtest::SendAnswer() = 0;
     EXPECT_EQ(zq::SendDataToClientCob(&info), KRY_SDK_PROC_OK);
-    EXPECT_EQ(Sent().account, std::string(64, 'a'));
+    EXPECT_EQ(LastSend(), std::string(64, 'a') + "|1|0|-|q");
     EXPECT_EQ(zq::SendDataToClientCob(nullptr), KRY_SDK_PROC_INVALID_ARG);
     plugin.OnQuit();
   });
