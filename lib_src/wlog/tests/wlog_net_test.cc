@@ -7,13 +7,13 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "../src/wlog_net_internal.h"
 #include "wlog/wlog.h"
+#include "wlog_test_util.h"
 
 namespace {
 
@@ -118,26 +118,15 @@ TEST_F(WlogNet, UdpDeliversRecordsByteForByteAndCutsAssemblyAtBufferSize) {
 
 TEST_F(WlogNet, CategoryRecordCarriesItsLayoutAroundTheMessage) {
   int col = Bind(SOCK_DGRAM);
-  std::unique_ptr<WLOGCONF> conf(new WLOGCONF{});
-  conf->iMagic = WLOG_CONF_MAGIC;
-  conf->iPriorityHigh = conf->iPriorityLow = -1;
-  conf->iCount = 1;
-  WLOGCATEGORY& cat = conf->astCategoryList[0];
-  snprintf(cat.szName, sizeof(cat.szName), "net");
-  snprintf(cat.szFormat, sizeof(cat.szFormat), "<%%p>%%m|%%n");
-  cat.iPriorityHigh = cat.iPriorityLow = -1;
-  cat.stDevice.iType = WLOG_DEV_NET;
-  cat.stDevice.stDevice.stNet = Dev("udp://", "127.0.0.1", PortOf(col));
-  WLOGCTX* ctx = wlog_alloc();
-  ASSERT_EQ(0, wlog_init(ctx, conf.get()));
-  WLOGCATEGORYINST* c = wlog_get_category(ctx, "net");
-  WLOGEVENT evt{};
-  evt.evt_priority = WLOG_PRIORITY_ERROR;
-  EXPECT_EQ(0, wlog_category_logv(c, &evt, "code %d", 42));
+  auto conf = wlog_test::make_conf();
+  WLOGCATEGORY* cat = wlog_test::add_term_category(conf.get(), "net", "<%p>%m|%n", WLOG_DEV_NET);
+  cat->stDevice.stDevice.stNet = Dev("udp://", "127.0.0.1", PortOf(col));
+  wlog_test::CtxPtr ctx = wlog_test::init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "net");
+  EXPECT_EQ(0, wlog_test::log_text(c, WLOG_PRIORITY_ERROR, "code 42"));
   EXPECT_EQ("<ERROR   >code 42|\n", Recv(col));
   EXPECT_EQ(0, wlog_query_net_category_status(c));
-  wlog_fini(ctx);
-  wlog_free(&ctx);
   close(col);
 }
 

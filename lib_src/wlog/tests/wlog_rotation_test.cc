@@ -5,42 +5,20 @@
 // line did not fit); and bill mode must keep every line.
 
 #include <dirent.h>
-#include <ftw.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
-#include <fstream>
-#include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "wlog/wlog.h"
+#include "wlog_test_util.h"
 
 namespace {
 
 constexpr int kLines = 1000000;
-
-class TempDir {
- public:
-  TempDir() {
-    char tmpl[] = "/tmp/wlogrot_XXXXXX";
-    char* d = mkdtemp(tmpl);
-    path_ = d ? d : "";
-  }
-  ~TempDir() {
-    if (!path_.empty())
-      nftw(path_.c_str(), [](const char* p, const struct stat*, int, struct FTW*) { return remove(p); }, 16,
-           FTW_DEPTH | FTW_PHYS);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 struct Mode {
   int max_rotate;  // 0: bill mode
@@ -59,19 +37,12 @@ struct LogFile {
   long last = -1;
 };
 
-std::string Read(const std::string& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
 // Parses a file of "<n>\n" lines; fails the test unless every line is whole and each number
 // is one more than the one before.
 LogFile Parse(const std::string& dir, const std::string& name) {
   LogFile f;
   f.name = name;
-  const std::string text = Read(dir + "/" + name);
+  const std::string text = wlog_test::read_file(dir + "/" + name);
   f.size = text.size();
   EXPECT_FALSE(text.empty()) << name;
   EXPECT_EQ('\n', text.empty() ? '\n' : text.back()) << name << " ends inside a line";
@@ -109,38 +80,24 @@ std::string Numbered(int i) { return i == 0 ? std::string("app.log") : "app.log.
 
 // Logs kLines numbered lines through a file category configured by mode.
 void LogLines(const std::string& dir, const Mode& mode) {
-  auto conf = std::make_unique<WLOGCONF>();
-  memset(conf.get(), 0, sizeof(WLOGCONF));
-  conf->iMagic = WLOG_CONF_MAGIC;
-  conf->iPriorityHigh = -1;
-  conf->iPriorityLow = -1;
-  conf->iCount = 1;
-  WLOGCATEGORY& cat = conf->astCategoryList[0];
-  snprintf(cat.szName, sizeof(cat.szName), "rot");
-  cat.iPriorityHigh = -1;
-  cat.iPriorityLow = -1;
-  snprintf(cat.szFormat, sizeof(cat.szFormat), "%%m%%n");
-  cat.stDevice.iType = WLOG_DEV_FILE;
-  WLOGDEVFILE& dev = cat.stDevice.stDevice.stFile;
-  snprintf(dev.szPattern, sizeof(dev.szPattern), "%s/app.log", dir.c_str());
+  auto conf = wlog_test::make_conf();
+  WLOGCATEGORY* cat = wlog_test::add_file_category(conf.get(), "rot", dir + "/app.log", "%m%n");
+  WLOGDEVFILE& dev = cat->stDevice.stDevice.stFile;
   dev.dwSizeLimit = mode.limit;
   dev.iMaxRotate = mode.max_rotate;
   dev.iRotateStick = mode.sticky;
   dev.iBuffSize = mode.buff_size;
   dev.iSyncTime = mode.sync_time;
   dev.iPrecision = mode.precision;
-
-  WLOGCTX* ctx = wlog_alloc();
-  ASSERT_NE(nullptr, ctx);
-  ASSERT_EQ(0, wlog_init(ctx, conf.get()));
-  WLOGCATEGORYINST* c = mode.max_rotate == 0 ? wlog_get_bill_category(ctx, "rot") : wlog_get_category(ctx, "rot");
+  wlog_test::CtxPtr ctx = wlog_test::init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = mode.max_rotate == 0 ? wlog_get_bill_category(ctx.get(), "rot")
+                                             : wlog_get_category(ctx.get(), "rot");
   ASSERT_NE(nullptr, c);
   for (int i = 0; i < kLines; ++i) {
     WLOGEVENT evt = {WLOG_PRIORITY_INFO, nullptr, 0, nullptr, 0, 0, 0, 0, 0};
     ASSERT_EQ(0, wlog_category_logv(c, &evt, "%d", i));
   }
-  EXPECT_EQ(0, wlog_fini(ctx));
-  EXPECT_EQ(0, wlog_free(&ctx));
 }
 
 // Checks files given oldest first: consecutive runs that join up and end at the last line,
@@ -161,7 +118,7 @@ void CheckChain(const std::string& dir, const std::vector<std::string>& oldest_f
 }
 
 TEST(WlogRotation, RotatingModeKeepsTheNewestFilesInTurn) {
-  TempDir dir;
+  wlog_test::TempDir dir;
   const Mode mode = {4, 0, 100001, 65536, 60, 0};
   LogLines(dir.path(), mode);
   ASSERT_EQ(4u, FilesIn(dir.path()).size());
@@ -176,7 +133,7 @@ TEST(WlogRotation, RotatingModeKeepsTheNewestFilesInTurn) {
 }
 
 TEST(WlogRotation, StickyModeShiftsOlderFilesUp) {
-  TempDir dir;
+  wlog_test::TempDir dir;
   const Mode mode = {5, 1, 50003, 4096, 1, 0};
   LogLines(dir.path(), mode);
   ASSERT_EQ(5u, FilesIn(dir.path()).size());
@@ -184,7 +141,7 @@ TEST(WlogRotation, StickyModeShiftsOlderFilesUp) {
 }
 
 TEST(WlogRotation, BillModeLosesNoLine) {
-  TempDir dir;
+  wlog_test::TempDir dir;
   const Mode mode = {0, 0, 200000, 0, 0, 1};  // bill-like: unbuffered, 1 s period, flush always
   LogLines(dir.path(), mode);
   const size_t count = FilesIn(dir.path()).size();

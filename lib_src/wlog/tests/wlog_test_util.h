@@ -1,16 +1,15 @@
-// Helpers for the logging library's tests: temporary directories, capture of standard
+// Helpers for the logging library's tests: temporary directories, files, capture of standard
 // output, and configurations built in code.
 #ifndef WLOG_TESTS_WLOG_TEST_UTIL_H
 #define WLOG_TESTS_WLOG_TEST_UTIL_H
 
-#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "wlog/wlog.h"
 
@@ -45,36 +44,26 @@ inline std::string read_file(const std::string& path) {
   return out;
 }
 
-// Redirects standard output (fd 1 and stdout) into a temporary file until Stop().
+inline void write_file(const std::string& path, const std::string& text) {
+  FILE* fp = fopen(path.c_str(), "wb");
+  if (fp == nullptr) return;
+  fwrite(text.data(), 1, text.size(), fp);
+  fclose(fp);
+}
+
+// Standard output (fd 1 and stdout) captured until Stop().
 class StdoutCapture {
  public:
-  StdoutCapture() {
-    fflush(stdout);
-    saved_ = dup(1);
-    char tmpl[] = "/tmp/wlog_capture_XXXXXX";
-    const int fd = mkstemp(tmpl);
-    path_ = tmpl;
-    dup2(fd, 1);
-    close(fd);
-  }
-  ~StdoutCapture() {
-    Stop();
-    unlink(path_.c_str());
-  }
+  StdoutCapture() { testing::internal::CaptureStdout(); }
+  ~StdoutCapture() { Stop(); }
   std::string Stop() {
-    if (saved_ >= 0) {
-      fflush(stdout);
-      dup2(saved_, 1);
-      close(saved_);
-      saved_ = -1;
-      text_ = read_file(path_);
-    }
+    if (active_) text_ = testing::internal::GetCapturedStdout();
+    active_ = false;
     return text_;
   }
 
  private:
-  int saved_ = -1;
-  std::string path_;
+  bool active_ = true;
   std::string text_;
 };
 
@@ -107,7 +96,6 @@ inline WLOGCATEGORY* add_file_category(WLOGCONF* conf, const char* name, const s
   WLOGDEVFILE& f = cat->stDevice.stDevice.stFile;
   snprintf(f.szPattern, sizeof(f.szPattern), "%s", path.c_str());
   f.iMaxRotate = 1;
-  f.iSyncTime = 0;
   return cat;
 }
 
@@ -129,6 +117,17 @@ inline CtxPtr init_ctx(WLOGCONF* conf, int* ret = nullptr) {
     return CtxPtr();
   }
   return CtxPtr(ctx);
+}
+
+inline WLOGCATEGORYINNERINST* inner(WLOGCATEGORYINST* c) {
+  return reinterpret_cast<WLOGCATEGORYINNERINST*>(c);
+}
+
+// Logs text through wlog_category_logv (no source location).
+inline int log_text(WLOGCATEGORYINST* cat, int prio, const char* text, unsigned id = 0,
+                    unsigned cls = 0) {
+  WLOGEVENT evt = {prio, nullptr, 0, nullptr, 0, id, cls, 0, 0};
+  return wlog_category_logv(cat, &evt, "%s", text);
 }
 
 }  // namespace wlog_test
