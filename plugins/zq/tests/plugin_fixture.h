@@ -82,17 +82,19 @@ void SetText(char (&field)[N], const std::string& text) {
   std::memcpy(field, text.data(), std::min(text.size(), N - 1));
 }
 
+// Host options. The game key (64 characters) and the data proxy text (512) fill their fields
+// without a NUL, as a careless host may hand them over.
 inline quelld::Options MakeOptions(const std::string& lib_ext, WLOGCATEGORYINST* log) {
   quelld::Options o;
   std::memset(&o, 0, sizeof(o));
   o.gameid = 1234;
-  SetText(o.gamekey, "0123456789abcdefghij");
+  for (size_t i = 0; i < sizeof(o.gamekey); ++i) o.gamekey[i] = "0123456789abcdef"[i % 16];
   o.log = log;
   SetText(o.lib_ext, lib_ext);
   o.send_cob = HostSend;
   o.network_type = 77;  // passed through unchecked
   o.backend_env_type = 1001;
-  SetText(o.data_proxy_domain, "data.proxy:1001");
+  std::memset(o.data_proxy_domain, 'd', sizeof(o.data_proxy_domain));
   SetText(o.busi_proxy_domain, "busi.proxy:1002");
   SetText(o.test_data_proxy_domain, "test.data.proxy:1003");
   SetText(o.test_busi_proxy_domain, "test.busi.proxy:1004");
@@ -168,6 +170,25 @@ inline std::string Line(const char* priority, const char* function, const std::s
   std::string p = priority;
   p.resize(8, ' ');
   return p + "|plugins/zq/plugin_zq.cc|" + function + "|" + message + "\n";
+}
+
+// A record of type T copied out of the bytes the double kept.
+template <typename T>
+T As(const Bytes& bytes) {
+  T value;
+  std::memset(&value, 0, sizeof(value));
+  EXPECT_EQ(bytes.size(), sizeof(value));
+  std::memcpy(&value, bytes.data(), std::min(bytes.size(), sizeof(value)));
+  return value;
+}
+
+// What body writes to standard output.
+template <typename Body>
+std::string StdoutOf(Body body) {
+  testing::internal::CaptureStdout();
+  body();
+  std::fflush(stdout);
+  return testing::internal::GetCapturedStdout();
 }
 
 inline size_t Count(const std::string& text, const std::string& piece) {

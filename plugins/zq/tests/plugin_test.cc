@@ -1,5 +1,4 @@
-// The plug-in object: identity, initialisation, reload, quit, version gate and logging.
-#include <cstring>
+// The plug-in object: initialisation, reload, quit, version gate and their log lines.
 #include <string>
 
 #include "copy/quelld_shared_file.h"
@@ -8,24 +7,11 @@
 
 namespace {
 
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using zqtest::Count;
-using zqtest::Line;
-using zqtest::LogFile;
-using zqtest::Part;
-using zqtest::Text;
-using zqtest::MakeOptions;
-using zqtest::RunInChild;
-using zqtest::SdkDouble;
-
-std::string StdoutText() {
-  std::fflush(stdout);
-  return testing::internal::GetCapturedStdout();
-}
+using namespace zqtest;  // NOLINT: the fixture's helpers
 
 bool Has(const std::string& text, const std::string& piece) { return text.find(piece) != std::string::npos; }
+
+constexpr int kInit = KRY_DOUBLE_SLOT_INIT_FOR_QUELLD;
 
 TEST(Plugin, InitHandsOptionsToSdkAndQuitReleasesIt) {
   RunInChild([] {
@@ -33,53 +19,67 @@ TEST(Plugin, InitHandsOptionsToSdkAndQuitReleasesIt) {
     LogFile log(WLOG_PRIORITY_INFO);
     zq::ZQPlugin plugin;
     ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), 0);
-    EXPECT_TRUE(plugin.loaded());
     ASSERT_NE(plugin.anti_interf(), nullptr);
     EXPECT_EQ(plugin.GetPluginID(), 1u);
-    EXPECT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD), 1);
+    EXPECT_STREQ(plugin.Version(), "zqplugin_1.0.1");
+    EXPECT_EQ(kry_double_call_count(kInit), 1);
     EXPECT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_INIT), 0);
     EXPECT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_GET_SDK_INFO), 0) << "the version gate is not part of init";
 
-    KrySdkInitInfo info;
-    ASSERT_EQ(Part(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD).size(), sizeof(info));
-    std::memcpy(&info, Part(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD).data(), sizeof(info));
+    const auto info = As<KrySdkInitInfo>(Part(kInit));
     EXPECT_EQ(info.kry_sdk_conf_dir_, nullptr);
     EXPECT_EQ(info.game_id_, 1234u);
-    EXPECT_STREQ(info.auth_token_, "0123456789abcde");  // first 15 of 20 characters
-    KrySdkAccessInfo acc;
-    const zqtest::Bytes access = Part(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, -1, KRY_DOUBLE_PART_ACCESS);
-    ASSERT_EQ(access.size(), sizeof(acc));
-    std::memcpy(&acc, access.data(), sizeof(acc));
+    EXPECT_STREQ(info.auth_token_, "0123456789abcde");  // the key's first 15 characters
+    const auto acc = As<KrySdkAccessInfo>(Part(kInit, -1, KRY_DOUBLE_PART_ACCESS));
     EXPECT_EQ(static_cast<uint32_t>(acc.network_type_), 77u);
     EXPECT_EQ(static_cast<uint32_t>(acc.backend_env_type_), 1001u);
-    // The texts point into the plug-in's own copy of the options.
+    // The texts point into the plug-in's own copy of the options, which stays terminated.
     EXPECT_EQ(acc.data_proxy_domain_, plugin.opts().data_proxy_domain);
     EXPECT_EQ(acc.busi_proxy_domain_, plugin.opts().busi_proxy_domain);
     EXPECT_EQ(acc.test_data_proxy_domain_, plugin.opts().test_data_proxy_domain);
     EXPECT_EQ(acc.test_busi_proxy_domain_, plugin.opts().test_busi_proxy_domain);
-    EXPECT_EQ(Text(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, KRY_DOUBLE_PART_DATA_PROXY), "data.proxy:1001");
-    EXPECT_EQ(Text(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, KRY_DOUBLE_PART_BUSI_PROXY), "busi.proxy:1002");
-    EXPECT_EQ(Text(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, KRY_DOUBLE_PART_TEST_DATA_PROXY), "test.data.proxy:1003");
-    EXPECT_EQ(Text(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, KRY_DOUBLE_PART_TEST_BUSI_PROXY), "test.busi.proxy:1004");
+    EXPECT_EQ(Text(kInit, KRY_DOUBLE_PART_DATA_PROXY), std::string(511, 'd'));
+    EXPECT_EQ(Text(kInit, KRY_DOUBLE_PART_BUSI_PROXY), "busi.proxy:1002");
+    EXPECT_EQ(Text(kInit, KRY_DOUBLE_PART_TEST_DATA_PROXY), "test.data.proxy:1003");
+    EXPECT_EQ(Text(kInit, KRY_DOUBLE_PART_TEST_BUSI_PROXY), "test.busi.proxy:1004");
     const std::string md5 = SharedFile(sdk.lib_path()).MD5();
     EXPECT_EQ(plugin.so_md5sum(), md5);
     EXPECT_EQ(md5.size(), 32u);
 
-    CaptureStdout();
-    plugin.OnQuit();
-    EXPECT_EQ(StdoutText(), "Unload KRY SDK OK.\n");
+    // A second init is refused in the load step, after the options and the send callback changed.
+    const KrySdkAntiInterf* interf = plugin.anti_interf();
+    quelld::Options second = MakeOptions(sdk.dir(), log.cat());
+    second.gameid = 999;
+    second.send_cob = nullptr;
+    EXPECT_EQ(plugin.OnInit(second), -1);
+    EXPECT_EQ(plugin.opts().gameid, 999u);
+    EXPECT_EQ(zq::g_send_msg_cob, nullptr);
+    EXPECT_EQ(plugin.anti_interf(), interf);
+    EXPECT_EQ(kry_double_init_count(), 1);
+
+    EXPECT_EQ(StdoutOf([&] { plugin.OnQuit(); }), "Unload KRY SDK OK.\n");
     EXPECT_FALSE(plugin.loaded());
     EXPECT_EQ(plugin.anti_interf(), nullptr);
     EXPECT_EQ(plugin.so_md5sum(), md5);
     EXPECT_EQ(kry_double_is_running(), 0);
-    CaptureStdout();
-    plugin.OnQuit();  // no longer loaded: the loader is not called, the exit is still logged
-    EXPECT_EQ(StdoutText(), "");
-    EXPECT_EQ(kry_double_quit_count(), 1);
+    // No longer loaded: the loader is not called, the exit is still logged.
+    EXPECT_EQ(StdoutOf([&] { plugin.OnQuit(); }), "");
     const std::string text = log.Text();
     EXPECT_TRUE(Has(text, Line("INFO", "InitKrySDK", sdk.dir() + "libkry_sdk.so's md5sum:" + md5))) << text;
     EXPECT_TRUE(Has(text, Line("INFO", "InitKrySDK", "zq plugin init success"))) << text;
+    EXPECT_TRUE(Has(text, Line("ERROR", "LoadKrySDK", "already loaded"))) << text;
     EXPECT_EQ(Count(text, Line("INFO", "QuitKrySDK", "zq plugin exit success")), 2u) << text;
+  });
+}
+
+TEST(Plugin, DeleteWithoutQuitLeavesSdkLoaded) {
+  RunInChild([] {
+    SdkDouble sdk;
+    quelld::Plugin* plugin = CreateQuelldPlugin();
+    ASSERT_EQ(plugin->OnInit(MakeOptions(sdk.dir(), nullptr)), 0);
+    delete plugin;
+    EXPECT_EQ(kry_double_quit_count(), 0);
+    EXPECT_NE(kry_sdk_get_busi_interf("kry_sdk_get_sdk_info", nullptr), nullptr);
   });
 }
 
@@ -105,18 +105,16 @@ TEST(Plugin, DirectoryWithoutSlashLoadsButNeverReloads) {
 
 TEST(Plugin, MissingLibraryFailsInitAndQuitOnlyLogs) {
   RunInChild([] {
-    zqtest::TempDir empty;
+    TempDir empty;
     LogFile log;
     zq::ZQPlugin plugin;
-    CaptureStderr();
+    testing::internal::CaptureStderr();
     EXPECT_EQ(plugin.OnInit(MakeOptions(empty.path() + "/", log.cat())), -1);
     // The loader adds its own separator to the directory that already ends with one.
-    EXPECT_TRUE(Has(GetCapturedStderr(), "Open shared lib " + empty.path() + "//libkry_sdk.so failed, "));
+    EXPECT_TRUE(Has(testing::internal::GetCapturedStderr(),
+                    "Open shared lib " + empty.path() + "//libkry_sdk.so failed, "));
     EXPECT_FALSE(plugin.loaded());
-    EXPECT_EQ(plugin.so_md5sum(), "");
-    CaptureStdout();
-    plugin.OnQuit();
-    EXPECT_EQ(StdoutText(), "");
+    EXPECT_EQ(StdoutOf([&] { plugin.OnQuit(); }), "");
     const std::string text = log.Text();
     EXPECT_TRUE(Has(text, Line("ERROR", "LoadKrySDK", "kry_sdk_load_and_init_for_quelld failed,ret:-1"))) << text;
     EXPECT_FALSE(Has(text, "md5sum")) << text;
@@ -130,13 +128,11 @@ TEST(Plugin, RefusedInterfaceUnloadsButKeepsDigest) {
     LogFile log(WLOG_PRIORITY_INFO);
     kry_double_set_result(KRY_DOUBLE_SLOT_GET_ANTI_INTERF, 1);
     zq::ZQPlugin plugin;
-    CaptureStdout();
-    EXPECT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), -1);
-    EXPECT_EQ(StdoutText(), "Unload KRY SDK OK.\n");
+    EXPECT_EQ(StdoutOf([&] { EXPECT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), -1); }),
+              "Unload KRY SDK OK.\n");
     EXPECT_FALSE(plugin.loaded());
     EXPECT_EQ(plugin.anti_interf(), nullptr);
     EXPECT_EQ(plugin.so_md5sum(), SharedFile(sdk.lib_path()).MD5());
-
     plugin.OnReload();  // same file: no retry
     EXPECT_EQ(kry_double_init_count(), 1);
     kry_double_set_result(KRY_DOUBLE_SLOT_GET_ANTI_INTERF, 0);
@@ -149,38 +145,6 @@ TEST(Plugin, RefusedInterfaceUnloadsButKeepsDigest) {
     EXPECT_TRUE(Has(text, Line("ERROR", "InitKrySDK", "KRY_SDK_GET_ANTI_INTERF failed"))) << text;
     EXPECT_EQ(Count(text, "libkry_sdk.so not change.will not reload\n"), 1u) << text;
     EXPECT_EQ(Count(text, "zq plugin init success\n"), 1u) << text;
-  });
-}
-
-TEST(Plugin, SecondInitIsRefusedButReplacesOptions) {
-  RunInChild([] {
-    SdkDouble sdk;
-    LogFile log(WLOG_PRIORITY_INFO);
-    zq::ZQPlugin plugin;
-    ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), 0);
-    const KrySdkAntiInterf* interf = plugin.anti_interf();
-    quelld::Options second = MakeOptions(sdk.dir(), log.cat());
-    second.gameid = 999;
-    second.send_cob = nullptr;
-    EXPECT_EQ(plugin.OnInit(second), -1);
-    EXPECT_EQ(plugin.opts().gameid, 999u);
-    EXPECT_EQ(zq::g_send_msg_cob, nullptr);
-    EXPECT_TRUE(plugin.loaded());
-    EXPECT_EQ(plugin.anti_interf(), interf);
-    EXPECT_EQ(kry_double_init_count(), 1);
-    plugin.OnQuit();
-    EXPECT_TRUE(Has(log.Text(), Line("ERROR", "LoadKrySDK", "already loaded")));
-  });
-}
-
-TEST(Plugin, DeleteWithoutQuitLeavesSdkLoaded) {
-  RunInChild([] {
-    SdkDouble sdk;
-    quelld::Plugin* plugin = CreateQuelldPlugin();
-    ASSERT_EQ(plugin->OnInit(MakeOptions(sdk.dir(), nullptr)), 0);
-    delete plugin;
-    EXPECT_EQ(kry_double_quit_count(), 0);
-    EXPECT_NE(kry_sdk_get_busi_interf("kry_sdk_get_sdk_info", nullptr), nullptr);
   });
 }
 
@@ -202,18 +166,18 @@ TEST(Plugin, ReloadRestartsOnlyWhenTheFileChanges) {
     EXPECT_EQ(kry_double_quit_count(), 1);
     EXPECT_EQ(kry_double_init_count(), 2);
     EXPECT_NE(plugin.anti_interf(), nullptr);
-    EXPECT_NE(plugin.so_md5sum(), first_md5);
-    EXPECT_EQ(plugin.so_md5sum(), SharedFile(sdk.lib_path()).MD5());
+    const std::string second_md5 = plugin.so_md5sum();
+    EXPECT_NE(second_md5, first_md5);
+    EXPECT_EQ(second_md5, SharedFile(sdk.lib_path()).MD5());
 
     // A failing restart leaves the plug-in idle and keeps the old digest; a later change retries.
-    const std::string second_md5 = plugin.so_md5sum();
-    kry_double_set_result(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, 5);
+    kry_double_set_result(kInit, 5);
     sdk.Change();
     plugin.OnReload();
     EXPECT_FALSE(plugin.loaded());
     EXPECT_EQ(plugin.anti_interf(), nullptr);
     EXPECT_EQ(plugin.so_md5sum(), second_md5);
-    kry_double_set_result(KRY_DOUBLE_SLOT_INIT_FOR_QUELLD, 0);
+    kry_double_set_result(kInit, 0);
     sdk.Change();
     plugin.OnReload();
     EXPECT_TRUE(plugin.loaded());
@@ -249,9 +213,8 @@ TEST(VersionGate, AcceptsVersionsNoOlderThanMinimum) {
     EXPECT_TRUE(Has(text, Line("INFO", "SDKVersionOK", "krysdk version:1.8.4"))) << text;
     EXPECT_TRUE(Has(text, Line("INFO", "SDKVersionOK", "krysdk version:1.10.0"))) << text;
     for (const char* v : {"1.8.3", "1.8", ""}) {
-      EXPECT_TRUE(Has(text, Line("ERROR", "SDKVersionOK", std::string("invalid krysdk version:") + v +
-                                                              ".must great than 1.8.4")))
-          << v;
+      const std::string msg = std::string("invalid krysdk version:") + v + ".must great than 1.8.4";
+      EXPECT_TRUE(Has(text, Line("ERROR", "SDKVersionOK", msg))) << v;
     }
     EXPECT_TRUE(Has(text, Line("ERROR", "SDKVersionOK", "version is None"))) << text;
     EXPECT_TRUE(Has(text, Line("ERROR", "SDKVersionOK", "missing get version symbol"))) << text;
@@ -265,7 +228,7 @@ TEST(VersionGate, SplitAndCompare) {
   EXPECT_EQ(zq::StringSplit("a::b", "::"), (V{"a", "b"}));
   EXPECT_EQ(zq::StringSplit("abc", ""), V{});  // unsupported delimiter: no pieces, no hang
   EXPECT_EQ(zq::CompareVersion(V{"1", "8", "3"}, V{"1", "8", "4"}, 3), -1);
-  EXPECT_EQ(zq::CompareVersion(V{" -2", "x"}, V{"-3", "0"}, 2), 1);  // strtol: blanks, sign, no digits
+  EXPECT_EQ(zq::CompareVersion(V{"x", " -2"}, V{"0", "-3"}, 2), 1);  // strtol: no digits, blanks, sign
   EXPECT_EQ(zq::CompareVersion(V{"1", "9"}, V{"1", "8"}, 1), 0);
   EXPECT_EQ(zq::CompareVersion(V{"1"}, V{"2"}, 0), 0);
   EXPECT_EQ(zq::CompareVersion(V{"1"}, V{"1", "2"}, 3), -1);  // short vector: missing parts are 0

@@ -2,14 +2,13 @@
 // runs in its own process, so one simulation per process holds).
 #include "simulator.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "host.h"
 
@@ -26,28 +25,13 @@ class SimulatorTest : public ::testing::Test {
     opts_.plugin = QUELLD_SIM_DEFAULT_PLUGIN;
     opts_.sdk_dir = QUELLD_SIM_DEFAULT_SDK_DIR;
   }
-  void TearDown() override { RemoveTree(tmp_); }
+  void TearDown() override { std::filesystem::remove_all(tmp_); }
 
-  static void RemoveTree(const std::string& dir) {
-    if (DIR* d = opendir(dir.c_str())) {
-      while (dirent* e = readdir(d)) {
-        std::string n = e->d_name;
-        if (n == "." || n == "..") continue;
-        if (e->d_type == DT_DIR) RemoveTree(dir + "/" + n);
-        else unlink((dir + "/" + n).c_str());
-      }
-      closedir(d);
-    }
-    rmdir(dir.c_str());
-  }
-
-  size_t EntriesIn(const std::string& dir) {
-    size_t n = 0;
-    if (DIR* d = opendir(dir.c_str())) {
-      while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
-      closedir(d);
-    }
-    return n;
+  // Paths of the entries left in the temporary directory.
+  std::vector<std::string> Entries() const {
+    std::vector<std::string> paths;
+    for (const auto& e : std::filesystem::directory_iterator(tmp_)) paths.push_back(e.path());
+    return paths;
   }
 
   int Run(const std::string& text) {
@@ -58,6 +42,7 @@ class SimulatorTest : public ::testing::Test {
     errs_.str("");
     return RunSimulation(opts_, sc, out_, errs_);
   }
+  bool Said(const std::string& piece) const { return out_.str().find(piece) != std::string::npos; }
 
   std::string tmp_;
   SimOptions opts_;
@@ -70,11 +55,11 @@ TEST_F(SimulatorTest, ExampleScenarioPassesAndLeavesNothingBehind) {
   ASSERT_TRUE(ReadFile(QUELLD_SIM_EXAMPLE, &text));
   opts_.log_level = 700;
   EXPECT_EQ(Run(text), kExitOk) << out_.str() << errs_.str();
-  EXPECT_NE(out_.str().find("quelld_sim: OK"), std::string::npos) << out_.str();
+  EXPECT_TRUE(Said("quelld_sim: OK")) << out_.str();
   // 6 scenario logins plus the probe after the reload phase; one rejected by the SDK.
-  EXPECT_NE(out_.str().find("add_user_ 7/1,"), std::string::npos) << out_.str();
-  EXPECT_NE(out_.str().find("2 SDK failure lines"), std::string::npos) << out_.str();
-  EXPECT_EQ(EntriesIn(tmp_), 0u);  // work directory removed
+  EXPECT_TRUE(Said("add_user_ 7/1,")) << out_.str();
+  EXPECT_TRUE(Said("2 SDK failure lines")) << out_.str();
+  EXPECT_TRUE(Entries().empty());  // work directory removed
   ASSERT_TRUE(ReadFile(sdk, &after));
   EXPECT_TRUE(before == after) << "the build tree's SDK library was changed";
 }
@@ -82,23 +67,17 @@ TEST_F(SimulatorTest, ExampleScenarioPassesAndLeavesNothingBehind) {
 TEST_F(SimulatorTest, FailedExpectationFailsTheRun) {
   EXPECT_EQ(Run("user a\nlogin a\nexpect logins 2\nexpect sdk.add_user 1\nlogout a\n"),
             kExitCheckFailed);
-  EXPECT_NE(out_.str().find("scenario line 3: expected logins = 2, got 1"), std::string::npos)
-      << out_.str();
-  EXPECT_EQ(out_.str().find("line 4"), std::string::npos);
-  EXPECT_NE(out_.str().find("quelld_sim: FAILED (1 problems)"), std::string::npos);
+  EXPECT_TRUE(Said("scenario line 3: expected logins = 2, got 1")) << out_.str();
+  EXPECT_FALSE(Said("line 4"));
+  EXPECT_TRUE(Said("quelld_sim: FAILED (1 problems)"));
 }
 
 TEST_F(SimulatorTest, KeepLeavesWorkDirectoryWithLogAndChangedCopy) {
   opts_.keep = true;
   opts_.log_level = 700;
   EXPECT_EQ(Run("user a\nlogin a\nlogout a\n"), kExitOk) << out_.str() << errs_.str();
-  ASSERT_EQ(EntriesIn(tmp_), 1u);
-  DIR* d = opendir(tmp_.c_str());
-  std::string work;
-  while (dirent* e = readdir(d)) {
-    if (e->d_name[0] != '.') work = tmp_ + "/" + e->d_name;
-  }
-  closedir(d);
+  ASSERT_EQ(Entries().size(), 1u);
+  const std::string work = Entries()[0];
   std::string log, copy, orig;
   ASSERT_TRUE(ReadFile(work + "/quelld_sim.log", &log));
   EXPECT_NE(log.find("zq plugin recv user(a) login event"), std::string::npos) << log;
@@ -123,22 +102,20 @@ TEST_F(SimulatorTest, SetupFailuresExitWithTwoAndSayWhy) {
   opts_.plugin = tmp_ + "/missing.so";
   EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
   EXPECT_NE(errs_.str().find("cannot load plug-in"), std::string::npos) << errs_.str();
-  EXPECT_EQ(EntriesIn(tmp_), 0u);
+  EXPECT_TRUE(Entries().empty());
 }
 
 TEST_F(SimulatorTest, FailedStartShowsTheLog) {
   // A library without the SDK's symbols in the SDK's place: the plug-in's start fails.
-  std::string dir = tmp_ + "/notsdk";
-  ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
-  std::string err;
-  ASSERT_TRUE(CopyFile(opts_.plugin, dir + "/libkry_sdk.so", &err)) << err;
-  opts_.sdk_dir = dir;
+  opts_.sdk_dir = tmp_ + "/notsdk";
+  std::filesystem::create_directory(opts_.sdk_dir);
+  std::filesystem::copy_file(opts_.plugin, opts_.sdk_dir + "/libkry_sdk.so");
   EXPECT_EQ(Run("user a\nlogin a\n"), kExitSetupFailed);
   EXPECT_NE(errs_.str().find("OnInit returned -1"), std::string::npos) << errs_.str();
   EXPECT_NE(errs_.str().find("kry_sdk_load_and_init_for_quelld failed,ret:-2"), std::string::npos)
       << errs_.str();
-  EXPECT_EQ(out_.str().find("summary"), std::string::npos);
-  EXPECT_EQ(EntriesIn(tmp_), 1u);  // only notsdk: the work directory is gone
+  EXPECT_FALSE(Said("summary"));
+  EXPECT_EQ(Entries(), std::vector<std::string>{opts_.sdk_dir});  // the work directory is gone
 }
 
 TEST_F(SimulatorTest, HostSendFailureReachesTheSdk) {
@@ -147,8 +124,7 @@ TEST_F(SimulatorTest, HostSendFailureReachesTheSdk) {
                 "expect host_sends 3\nlogout a\n"),
             kExitOk)
       << out_.str() << errs_.str();
-  EXPECT_NE(out_.str().find("3 reached the host (3 bytes), 3 refused"), std::string::npos)
-      << out_.str();
+  EXPECT_TRUE(Said("3 reached the host (3 bytes), 3 refused")) << out_.str();
 }
 
 TEST_F(SimulatorTest, SdkWithoutControlFunctionsSkipsDoubleOnlySteps) {
@@ -157,10 +133,10 @@ TEST_F(SimulatorTest, SdkWithoutControlFunctionsSkipsDoubleOnlySteps) {
                 "expect logins 1\nlogout a\n"),
             kExitOk)
       << out_.str() << errs_.str();
-  EXPECT_NE(out_.str().find("SDK: not the test double"), std::string::npos) << out_.str();
-  EXPECT_NE(out_.str().find("SDK results: not known"), std::string::npos);
-  EXPECT_NE(out_.str().find("skipped: 4 double-only steps"), std::string::npos) << out_.str();
-  EXPECT_NE(out_.str().find("SDK file changed: done"), std::string::npos);
+  EXPECT_TRUE(Said("SDK: not the test double")) << out_.str();
+  EXPECT_TRUE(Said("SDK results: not known"));
+  EXPECT_TRUE(Said("skipped: 4 double-only steps"));
+  EXPECT_TRUE(Said("SDK file changed: done"));
 }
 
 TEST_F(SimulatorTest, VerboseCopiesTheLogToStandardOutput) {
