@@ -244,25 +244,20 @@ TEST(TsocketRecvall, CountTimeoutAndClosed) {
 }
 
 TEST(TsocketOptions, FlagsBuffersAndTypes) {
-  EXPECT_EQ(tsocket_init(), 0);
-  EXPECT_EQ(tsocket_fini(), 0);
-  EXPECT_EQ(tsocket_close(-1), 0);
+  EXPECT_EQ(tsocket_init() + tsocket_fini() + tsocket_close(-1), 0);
   int fd = tsocket_open_udp();
-  EXPECT_EQ(tsocket_set_nonblock(fd, 1), 0);
+  EXPECT_EQ(tsocket_set_nonblock(fd, 1), 0);  // O_ASYNC travels with O_NONBLOCK
   EXPECT_EQ(fcntl(fd, F_GETFL) & (O_NONBLOCK | O_ASYNC), O_NONBLOCK | O_ASYNC);
   EXPECT_EQ(tsocket_set_nonblock(fd, 0), 0);
   EXPECT_EQ(fcntl(fd, F_GETFL) & (O_NONBLOCK | O_ASYNC), 0);
-  EXPECT_EQ(tsocket_set_sendbuff(fd, 65536), 0);
-  EXPECT_EQ(tsocket_set_recvbuff(fd, 65536), 0);
+  EXPECT_EQ(tsocket_set_sendbuff(fd, 65536) + tsocket_set_recvbuff(fd, 65536), 0);
   EXPECT_EQ(tsocket_reuse_addr(fd, 1), 0);
-  int v = 0;
-  socklen_t len = sizeof(v);
-  getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &v, &len);
-  EXPECT_GE(v, 65536);
-  getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &v, &len);
-  EXPECT_GE(v, 65536);
-  getsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &v, &len);
-  EXPECT_EQ(v, 1);
+  for (int opt : {SO_SNDBUF, SO_RCVBUF, SO_REUSEADDR}) {
+    int v = 0;
+    socklen_t len = sizeof(v);
+    getsockopt(fd, SOL_SOCKET, opt, &v, &len);
+    EXPECT_GE(v, opt == SO_REUSEADDR ? 1 : 65536) << opt;
+  }
   EXPECT_EQ(tsocket_get_type(fd), SOCK_DGRAM);
   EXPECT_EQ(tsocket_get_acceptconn(fd), 0);
   tsocket_close(fd);
