@@ -50,9 +50,7 @@ TEST(XMD5, NullInputIsEmpty) {
   unsigned char digest[16];
   std::memset(digest, 0xAB, sizeof(digest));
   xcore::md5(nullptr, 5, digest);
-  const unsigned char empty[16] = {0xD4, 0x1D, 0x8C, 0xD9, 0x8F, 0x00, 0xB2, 0x04,
-                                   0xE9, 0x80, 0x09, 0x98, 0xEC, 0xF8, 0x42, 0x7E};
-  EXPECT_EQ(std::memcmp(digest, empty, 16), 0);
+  EXPECT_EQ(std::memcmp(digest, "\xD4\x1D\x8C\xD9\x8F\x00\xB2\x04\xE9\x80\x09\x98\xEC\xF8\x42\x7E", 16), 0);
 
   xcore::XMD5 ctx;
   ctx.update(reinterpret_cast<const xcore::uint8*>("ab"), 2);

@@ -43,12 +43,10 @@ class SdkDouble {
   TempDir dir_;
 };
 
-// Bytes of one part of a call to the double (index -1: the slot's last call); empty and *present
-// false when absent.
-inline Bytes Part(int slot, long index = -1, int part = KRY_DOUBLE_PART_RECORD, bool* present = nullptr) {
+// Bytes of one part of a call to the double (index -1: the slot's last call); empty when absent.
+inline Bytes Part(int slot, long index = -1, int part = KRY_DOUBLE_PART_RECORD) {
   if (index < 0) index = kry_double_call_count(slot) - 1;
   const long n = kry_double_record(slot, index, part, nullptr, 0);
-  if (present != nullptr) *present = n >= 0;
   Bytes bytes(n > 0 ? static_cast<size_t>(n) : 0);
   if (n > 0) kry_double_record(slot, index, part, bytes.data(), bytes.size());
   return bytes;
@@ -60,20 +58,14 @@ inline std::string Text(int slot, int part) {
 }
 
 // The host's send callback: records its arguments as "account|arg1|arg2|ext|data" ("-" for a null
-// ext) and answers with SendAnswer().
-inline std::string& LastSend() {
-  static std::string last;
-  return last;
-}
-inline int& SendAnswer() {
-  static int answer = 0;
-  return answer;
-}
+// ext) and answers with g_send_answer.
+inline std::string g_last_send;
+inline int g_send_answer = 0;
 inline int HostSend(const char* account, uint32_t arg1, uint32_t arg2, const char* ext, uint32_t ext_len,
                     const char* data, uint32_t data_len) {
-  LastSend() = std::string(account) + "|" + std::to_string(arg1) + "|" + std::to_string(arg2) + "|" +
-               (ext != nullptr ? std::string(ext, ext_len) : "-") + "|" + std::string(data, data_len);
-  return SendAnswer();
+  g_last_send = std::string(account) + "|" + std::to_string(arg1) + "|" + std::to_string(arg2) + "|" +
+                (ext != nullptr ? std::string(ext, ext_len) : "-") + "|" + std::string(data, data_len);
+  return g_send_answer;
 }
 
 template <size_t N>
@@ -119,30 +111,25 @@ inline quelld::User MakeUser(const std::string& openid, uint32_t acctype, uint16
 // `low` is the context-wide least severe priority written.
 class LogFile {
  public:
-  explicit LogFile(int low = WLOG_PRIORITY_DEBUG) : path_(dir_.path() + "/zq.log"), conf_(new WLOGCONF) {
-    std::memset(conf_.get(), 0, sizeof(WLOGCONF));
+  explicit LogFile(int low = WLOG_PRIORITY_DEBUG) : path_(dir_.path() + "/zq.log"), conf_(new WLOGCONF()) {
     conf_->iMagic = WLOG_CONF_MAGIC;
     conf_->iPriorityHigh = -1;
     conf_->iPriorityLow = low;
     conf_->iCount = 1;
     WLOGCATEGORY& cat = conf_->astCategoryList[0];
     std::snprintf(cat.szName, sizeof(cat.szName), "zq");
-    cat.iPriorityHigh = -1;
-    cat.iPriorityLow = -1;
+    cat.iPriorityHigh = cat.iPriorityLow = -1;
     std::snprintf(cat.szFormat, sizeof(cat.szFormat), "%%p|%%f|%%F|%%m%%n");
     cat.stDevice.iType = WLOG_DEV_FILE;
-    std::snprintf(cat.stDevice.stDevice.stFile.szPattern, sizeof(cat.stDevice.stDevice.stFile.szPattern), "%s",
-                  path_.c_str());
-    cat.stDevice.stDevice.stFile.iMaxRotate = 1;
-    ctx_ = wlog_alloc();
+    WLOGDEVFILE& file = cat.stDevice.stDevice.stFile;
+    std::snprintf(file.szPattern, sizeof(file.szPattern), "%s", path_.c_str());
+    file.iMaxRotate = 1;
     EXPECT_EQ(wlog_init(ctx_, conf_.get()), 0);
     cat_ = wlog_get_category(ctx_, "zq");
     EXPECT_NE(cat_, nullptr);
   }
   ~LogFile() { Close(); }
-
   WLOGCATEGORYINST* cat() const { return cat_; }
-
   // Closes the context and returns every line written.
   std::string Text() {
     Close();
@@ -151,17 +138,14 @@ class LogFile {
 
  private:
   void Close() {
-    if (ctx_ != nullptr) {
-      wlog_fini(ctx_);
-      wlog_free(&ctx_);
-    }
-    ctx_ = nullptr;
+    if (ctx_ != nullptr) wlog_fini(ctx_);
+    wlog_free(&ctx_);
   }
 
   TempDir dir_;
   std::string path_;
   std::unique_ptr<WLOGCONF> conf_;
-  WLOGCTX* ctx_ = nullptr;
+  WLOGCTX* ctx_ = wlog_alloc();
   WLOGCATEGORYINST* cat_ = nullptr;
 };
 

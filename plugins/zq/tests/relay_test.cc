@@ -16,7 +16,7 @@ using zqtest::MakeOptions;
 using zqtest::MakeUser;
 using zqtest::RunInChild;
 using zqtest::SdkDouble;
-using zqtest::LastSend;
+using zqtest::g_last_send;
 
 void Put(Bytes& b, size_t off, uint64_t v, size_t width) {
   for (size_t i = 0; i < width; ++i) b.at(off + i) = static_cast<unsigned char>(v >> (8 * i));
@@ -78,9 +78,7 @@ TEST(Relay, RecordsByteForByte) {
       ASSERT_EQ(got.size(), 124u);
       EXPECT_EQ(Slice(got, 0, 108), Slice(expected, 0, 108)) << "slot " << slot;
       EXPECT_EQ(Slice(got, 116, 124), Bytes(8, 0)) << "no extension record";
-      bool present = false;
-      EXPECT_EQ(Part(slot, 0, KRY_DOUBLE_PART_ROLE_NAME, &present), Bytes{});
-      EXPECT_TRUE(present) << "role name is the empty text, not null";
+      EXPECT_EQ(kry_double_record(slot, 0, KRY_DOUBLE_PART_ROLE_NAME, nullptr, 0), 0) << "empty text, not null";
     }
 
     const quelld::User other = MakeUser("player-1", 1, 0x2001, 140, "10.1.2.3");
@@ -168,18 +166,18 @@ TEST(SendPath, ForwardsSdkDataToHost) {
   RunInChild([] {
     const KrySdkAntiSendDataInfo unused = {};
     EXPECT_EQ(zq::SendDataToClientCob(&unused), KRY_SDK_PROC_FAIL);  // before any init
-    EXPECT_EQ(LastSend(), "");
+    EXPECT_EQ(g_last_send, "");
 
     SdkDouble sdk;
     zq::ZQPlugin plugin;
     ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), nullptr)), 0);
     EXPECT_EQ(kry_double_send_to_client("player-9", "abc\0def", 7), KRY_SDK_PROC_OK);
-    EXPECT_EQ(LastSend(), std::string("player-9|1|0|-|abc\0def", 22));
+    EXPECT_EQ(g_last_send, std::string("player-9|1|0|-|abc\0def", 22));
     EXPECT_EQ(kry_double_send_to_client_ext("player-9", "ext", 3, "z", 1), KRY_SDK_PROC_OK);
-    EXPECT_EQ(LastSend(), "player-9|1|0|ext|z");
-    zqtest::SendAnswer() = -1;
+    EXPECT_EQ(g_last_send, "player-9|1|0|ext|z");
+    zqtest::g_send_answer = -1;
     EXPECT_EQ(kry_double_send_to_client("player-9", "x", 1), KRY_SDK_PROC_FAIL);
-    EXPECT_EQ(LastSend(), "player-9|1|0|-|x");
+    EXPECT_EQ(g_last_send, "player-9|1|0|-|x");
 
     // An account text without its NUL is cut at 64 characters.
     KrySdkAntiSendDataInfo info;
@@ -187,9 +185,9 @@ TEST(SendPath, ForwardsSdkDataToHost) {
     info.anti_data_ = "q";
     info.anti_data_len_ = 1;
     info.user_ext_data_ = nullptr;
-    zqtest::SendAnswer() = 0;
+    zqtest::g_send_answer = 0;
     EXPECT_EQ(zq::SendDataToClientCob(&info), KRY_SDK_PROC_OK);
-    EXPECT_EQ(LastSend(), std::string(64, 'a') + "|1|0|-|q");
+    EXPECT_EQ(g_last_send, std::string(64, 'a') + "|1|0|-|q");
     EXPECT_EQ(zq::SendDataToClientCob(nullptr), KRY_SDK_PROC_INVALID_ARG);
     plugin.OnQuit();
   });
