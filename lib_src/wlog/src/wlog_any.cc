@@ -42,6 +42,15 @@ int term_writev(WLOGANY* a, unsigned, unsigned, const WLOGIOVEC* v, int n) {
 }
 int term_fini(WLOGANY* a) { return wlogterm_fini(&a->stInst.stAny.stTerm); }
 
+// ---- vector of file and network elements ----
+int vec_init(WLOGANY* a, WLOGDEVANY* d) {
+  return wlogvec_init(&a->stInst.stAny.stVec, &d->stDevice.stVec);
+}
+int vec_writev(WLOGANY* a, unsigned id, unsigned cls, const WLOGIOVEC* v, int n) {
+  return wlogvec_writev(&a->stInst.stAny.stVec, id, cls, v, n);
+}
+int vec_fini(WLOGANY* a) { return wlogvec_fini(&a->stInst.stAny.stVec); }
+
 const WLOGANYOPS kOps[] = {
     {WLOG_DEV_NO, no_init, no_writev, no_fini, nullptr, nullptr, nullptr, nullptr, nullptr,
      nullptr, 0},
@@ -52,6 +61,9 @@ const WLOGANYOPS kOps[] = {
      wlognet_set_dns_interval, nullptr, nullptr, nullptr, 0},
     {WLOG_DEV_TERM, term_init, term_writev, term_fini, nullptr, nullptr, nullptr, nullptr,
      nullptr, nullptr, 1},
+    // Pieces stay separate: network elements cut a record at their buffer size.
+    {WLOG_DEV_VEC, vec_init, vec_writev, vec_fini, nullptr, nullptr, nullptr, nullptr, nullptr,
+     nullptr, 0},
 };
 constexpr int kOpsCount = static_cast<int>(sizeof(kOps) / sizeof(kOps[0]));
 

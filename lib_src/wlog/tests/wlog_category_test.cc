@@ -296,3 +296,35 @@ TEST(WlogCApi, MacrosWorkFromC) {
   EXPECT_EQ(0, wlog_c_api_log_line());
   EXPECT_EQ("INFO    wlog_c_api_log_line:from C 1\n", cap.Stop());
 }
+
+TEST(WlogVec, ElementsFilterByIdAndStopAtABadElement) {
+  wlog_test::TempDir dir;
+  auto conf = make_conf();
+  WLOGDEVVEC& dev = add_term_category(conf.get(), "vec", "<%U>", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
+  dev.iCount = 2;
+  for (int i = 0; i < 2; ++i) {
+    dev.astElements[i].iType = WLOG_DEV_FILE;
+    WLOGDEVFILE& f = dev.astElements[i].stDevice.stFile;
+    snprintf(f.szPattern, sizeof(f.szPattern), "%s/e%d.log", dir.path().c_str(), i);
+    f.iMaxRotate = 1;
+  }
+  dev.astElements[0].stFilterVec.iCount = 1;  // ids 1000..1999 only
+  dev.astElements[0].stFilterVec.astFilters[0].stIDFilter = {1000, 1000, 0, 0, 0, 0};
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  log_text(wlog_get_category(ctx.get(), "vec"), 0, ";", 1500);  // the id reaches the elements
+  log_text(wlog_get_category(ctx.get(), "vec"), 0, ";", 2000);
+  WLOGVEC& vec = inner(wlog_get_category(ctx.get(), "vec"))->stWlogAnyInst.stInst.stAny.stVec;
+  char rec[] = "r;";
+  WLOGIOVEC piece = {rec, 2};
+  EXPECT_EQ(2, wlogvec_writev(&vec, 1999, 0, &piece, 1));
+  EXPECT_EQ(1, wlogvec_writev(&vec, 999, 0, &piece, 1));
+  ctx.reset();
+  EXPECT_EQ("<1500>;r;", wlog_test::read_file(dir.file("e0.log")));
+  EXPECT_EQ("<1500>;<2000>;r;r;", wlog_test::read_file(dir.file("e1.log")));
+
+  dev.astElements[1].iType = WLOG_DEV_TERM;  // neither file nor network
+  WLOGVEC bad;
+  EXPECT_EQ(-1, wlogvec_init(&bad, &dev));
+  EXPECT_EQ(0, bad.iCount);
+}
