@@ -49,27 +49,13 @@ class SimulatorTest : public ::testing::Test {
   std::ostringstream out_, errs_;
 };
 
-TEST_F(SimulatorTest, ExampleScenarioPassesAndLeavesNothingBehind) {
-  std::string sdk = opts_.sdk_dir + "/libkry_sdk.so", before, after, text;
-  ASSERT_TRUE(ReadFile(sdk, &before));
-  ASSERT_TRUE(ReadFile(QUELLD_SIM_EXAMPLE, &text));
-  opts_.log_level = 700;
-  EXPECT_EQ(Run(text), kExitOk) << out_.str() << errs_.str();
-  EXPECT_TRUE(Said("quelld_sim: OK")) << out_.str();
-  // 6 scenario logins plus the probe after the reload phase; one rejected by the SDK.
-  EXPECT_TRUE(Said("add_user_ 7/1,")) << out_.str();
-  EXPECT_TRUE(Said("2 SDK failure lines")) << out_.str();
-  EXPECT_TRUE(Entries().empty());  // work directory removed
-  ASSERT_TRUE(ReadFile(sdk, &after));
-  EXPECT_TRUE(before == after) << "the build tree's SDK library was changed";
-}
-
 TEST_F(SimulatorTest, FailedExpectationFailsTheRun) {
   EXPECT_EQ(Run("user a\nlogin a\nexpect logins 2\nexpect sdk.add_user 1\nlogout a\n"),
             kExitCheckFailed);
   EXPECT_TRUE(Said("scenario line 3: expected logins = 2, got 1")) << out_.str();
   EXPECT_FALSE(Said("line 4"));
   EXPECT_TRUE(Said("quelld_sim: FAILED (1 problems)"));
+  EXPECT_TRUE(Entries().empty());  // work directory removed
 }
 
 TEST_F(SimulatorTest, KeepLeavesWorkDirectoryWithLogAndChangedCopy) {
@@ -84,7 +70,7 @@ TEST_F(SimulatorTest, KeepLeavesWorkDirectoryWithLogAndChangedCopy) {
   EXPECT_NE(log.find("libkry_sdk.so not change.will not reload"), std::string::npos);
   ASSERT_TRUE(ReadFile(work + "/libkry_sdk.so", &copy));
   ASSERT_TRUE(ReadFile(opts_.sdk_dir + "/libkry_sdk.so", &orig));
-  EXPECT_GT(copy.size(), orig.size());  // the reload phase changed the copy only
+  EXPECT_GT(copy.size(), orig.size());  // the reload phase changed the copy, not the build tree's file
   EXPECT_EQ(copy.compare(0, orig.size(), orig), 0);
 }
 
