@@ -262,17 +262,17 @@ TEST(WlogMacros, BoundsSkipArgumentEvaluationAndEveryMacroHasItsPriority) {
             cap.Stop());
 
   conf->iPriorityHigh = conf->iPriorityLow = -1;
-  wlog_category_set_format(c, "%p;");
-  StdoutCapture all;
-  WLOG_LOG_FATAL(c, "%s", "");
-  WLOG_LOG_ALERT(c, "%s", "");
-  WLOG_LOG_CRIT(c, "%s", "");
-  WLOG_LOG_ERROR(c, "%s", "");
-  WLOG_LOG_WARN(c, "%s", "");
-  WLOG_LOG_NOTICE(c, "%s", "");
-  WLOG_LOG_INFO(c, "%s", "");
-  WLOG_LOG_DEBUG(c, "%s", "");
-  WLOG_LOG_TRACE(c, "%s", "");
+  wlog_category_set_format(c, "%p%m");
+  StdoutCapture all;  // also the form without arguments
+  WLOG_LOG_FATAL(c, ";");
+  WLOG_LOG_ALERT(c, ";");
+  WLOG_LOG_CRIT(c, ";");
+  WLOG_LOG_ERROR(c, ";");
+  WLOG_LOG_WARN(c, ";");
+  WLOG_LOG_NOTICE(c, ";");
+  WLOG_LOG_INFO(c, ";");
+  WLOG_LOG_DEBUG(c, ";");
+  WLOG_LOG_TRACE(c, ";");
   EXPECT_EQ("FATAL   ;ALERT   ;CRIT    ;ERROR   ;WARN    ;NOTICE  ;INFO    ;DEBUG   ;TRACE   ;",
             all.Stop());
 }

@@ -42,6 +42,9 @@ TEST(WlogInit, BadMagicLeavesContextUntouched) {
   EXPECT_EQ(-1, wlog_init(ctx, conf.get()));
   EXPECT_EQ('z', ctx->szHostName[0]);
   EXPECT_EQ(nullptr, ctx->pstConf);
+  EXPECT_EQ(-1, wlog_init(nullptr, conf.get()));
+  EXPECT_EQ(-1, wlog_get_category_size(nullptr));
+  EXPECT_EQ(nullptr, wlog_get_category(nullptr, "x"));
   EXPECT_EQ(0, wlog_free(&ctx));
   EXPECT_EQ(nullptr, ctx);
   EXPECT_EQ(-1, wlog_free(&ctx));
