@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tframehead.h"
@@ -754,5 +755,442 @@ TEST(TFrameCmdInProcWire, OptionalRecordsAndCountedIdents) {
   p->nCount = -1;
   Pack(*p, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
 }
+
+// ---------------------------------------------------------------------------------------------
+// Remaining command bodies and web records byte by byte: every field holds its own value, so a
+// swapped, missing or resized field, a wrong signedness or a wrong version shows in the bytes.
+
+// Packs at cutVer and compares; then decodes the expected bytes and packs them again.
+template <class T>
+void ExpectWire(const T& rec, unsigned cutVer, const Bytes& expect) {
+  EXPECT_EQ(Pack(rec, cutVer), expect) << T::m_class_name << " at " << cutVer;
+  std::unique_ptr<T> back = Unpack<T>(expect, cutVer);
+  EXPECT_EQ(Pack(*back, cutVer), expect) << T::m_class_name << " decoded at " << cutVer;
+}
+
+void SetIdent(TFrameIdent& id, int base) {
+  id.iID = base;
+  id.iConnIdx = base + 1;
+  id.ullExtend = static_cast<uint64_t>(base + 2);
+  id.ullCallBack = static_cast<uint64_t>(base + 3);
+}
+
+Bytes Be32(uint32_t v) {
+  return {static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
+          static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
+}
+
+Bytes Be64(uint64_t v) { return Cat({Be32(static_cast<uint32_t>(v >> 32)), Be32(static_cast<uint32_t>(v))}); }
+
+// Packed size of a record at each version where one of its entries (or a nested one) appears.
+template <class T>
+void ExpectSizes(const T& rec, std::initializer_list<std::pair<unsigned, size_t>> steps) {
+  for (const auto& st : steps) EXPECT_EQ(Pack(rec, st.first).size(), st.second) << T::m_class_name << " at " << st.first;
+}
+
+// An ident as TFrameIdent sends it: from version 18 with ullExtend.
+Bytes IdentWire(int base, bool withExtend) {
+  return withExtend ? Cat({Be32(base), Be32(base + 1), Be64(base + 2), Be64(base + 3)})
+                    : Cat({Be32(base), Be32(base + 1), Be64(base + 3)});
+}
+
+TEST(TFrameCmdBodiesWire, StopCarriesTheAccountFromVersion22) {
+  std::unique_ptr<TFrameCmdStop> s = Fresh<TFrameCmdStop>();
+  s->iReason = -2;
+  s->stUserAccount.wType = 0x0102;
+  s->stUserAccount.bFormat = TFRAMEHEAD_ID_UINT64;
+  s->stUserAccount.stValue.ullUINT64 = 0x0A0B0C0D0E0F1011ULL;
+  s->stUserAccount.ullUid = 0x21;
+  ExpectWire(*s, 22, {
+      0xFF, 0xFF, 0xFF, 0xFE,                          // iReason -2
+      0x01, 0x02,                                      // stUserAccount.wType
+      0x02,                                            // bFormat: UINT64
+      0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11,  // stValue.ullUINT64
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x21,  // ullUid
+  });
+  ExpectWire(*s, 21, {0xFF, 0xFF, 0xFF, 0xFE});
+}
+
+TEST(TFrameCmdBodiesWire, RelayIdentsAccountAddressAndExtension) {
+  std::unique_ptr<TFrameCmdRelay> r = Fresh<TFrameCmdRelay>();
+  r->dwUin = 0x01000001u;
+  r->iRelayType = 3;
+  SetIdent(r->stOld, 0x10);
+  SetIdent(r->stNew, 0x20);
+  r->stUserAccount.wType = 1;
+  r->stUserAccount.bFormat = TFRAMEHEAD_ID_UINT32;
+  r->stUserAccount.stValue.dwUINT32 = 0x77;
+  r->stUserAccount.ullUid = 9;
+  r->stSIPInfo.nFamily = 2;
+  r->stSIPInfo.wPort = 0x1234;
+  r->stSIPInfo.ulIp = 0x7F000001u;
+  r->stSIPInfo.wIntf_type = 5;
+  r->dwConnectExtInt = 0xCAFE;
+  const Bytes head = {
+      0x01, 0x00, 0x00, 0x01,  // dwUin
+      0x00, 0x00, 0x00, 0x03,  // iRelayType
+  };
+  ExpectWire(*r, 35, Cat({
+      head, IdentWire(0x10, true), IdentWire(0x20, true),
+      {0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x77},  // account: wType, bFormat, dwUINT32
+      Be64(9),                                     // ullUid
+      {0x00, 0x02, 0x12, 0x34, 0x7F, 0x00, 0x00, 0x01},  // stSIPInfo: family, port, address
+      Bytes(12, 0x00),                             // ipv6_padding
+      {0x00, 0x05},                                // wIntf_type
+      Bytes(36, 0x00),                             // counters
+      {0x00, 0x00, 0xCA, 0xFE},                    // dwConnectExtInt (since 29)
+  }));
+  // 17: idents without ullExtend, an account without uid, no address, no extension.
+  ExpectWire(*r, 17, Cat({head, IdentWire(0x10, false), IdentWire(0x20, false),
+                          {0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x77}}));
+  ExpectWire(*r, 16, Cat({head, IdentWire(0x10, false), IdentWire(0x20, false)}));
+  // 17 account (7), 18 ullExtend in both idents, 19 uid, 21 address (56), 29 extension,
+  // 31 wIntf_type.
+  ExpectSizes(*r, {{10, 40}, {16, 40}, {17, 47}, {18, 63}, {19, 71}, {20, 71}, {21, 127}, {28, 127},
+                   {29, 131}, {30, 131}, {31, 133}, {35, 133}});
+}
+
+TEST(TFrameCmdBodiesWire, NotifyWithRoutingOption) {
+  std::unique_ptr<TFrameCmdNotify> n = Fresh<TFrameCmdNotify>();
+  n->dwUin = 0x0A;
+  for (int i = 0; i < 16; ++i) {
+    n->szConnKey[i] = static_cast<int8_t>(0x10 + i);
+    n->szIdentity[i] = static_cast<int8_t>(0x20 + i);
+  }
+  n->bISetRouting = TFRAMEHEAD_SET_ROUTING;
+  TFrameCmdSetRouting& sr = n->stRouting.stCmdRouting;
+  std::strcpy(sr.szSerializerName, "ser");
+  sr.iID = 0x0B;
+  sr.ullExtend = 0x0C;
+  sr.iBizDataLen = 2;
+  sr.szBizData[0] = 0xB1;
+  sr.szBizData[1] = 0xB2;
+  n->chNeedLineUp = 1;
+  const Bytes keys = {
+      0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x1A, 0x1B, 0x1C, 0x1D, 0x1E, 0x1F,
+      0x20, 0x21, 0x22, 0x23, 0x24, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x2B, 0x2C, 0x2D, 0x2E, 0x2F,
+  };
+  const Bytes name = {0x00, 0x00, 0x00, 0x04, 's', 'e', 'r', 0x00};  // szSerializerName
+  ExpectWire(*n, 33, Cat({
+      Be32(0x0A), keys,  // dwUin, szConnKey and szIdentity always whole
+      {0x01},            // bISetRouting
+      name, Be32(0x0B), Be64(0x0C), Be32(2), {0xB1, 0xB2},  // stCmdRouting
+      {0x01},            // chNeedLineUp (since 22)
+  }));
+  // 17: no ullExtend in the routing, no chNeedLineUp.
+  ExpectWire(*n, 17, Cat({Be32(0x0A), keys, {0x01}, name, Be32(0x0B), Be32(2), {0xB1, 0xB2}}));
+  ExpectSizes(*n, {{10, 55}, {17, 55}, {18, 63}, {21, 63}, {22, 64}, {33, 64}});
+  n->bISetRouting = 0;
+  ExpectWire(*n, 33, Cat({Be32(0x0A), keys, {0x00, 0x01}}));
+}
+
+TEST(TFrameCmdBodiesWire, ClusterAndServiceRouting) {
+  std::unique_ptr<TFrameCmdClusterSetRouting> c = Fresh<TFrameCmdClusterSetRouting>();
+  c->iNewID = 1;
+  c->ullNewExtend = 2;
+  c->iRouteType = 3;
+  c->ullServerID = 4;
+  c->dwTypeID = 5;
+  c->dwZoneID = 6;
+  c->iBizDataLen = 1;
+  c->szBizData[0] = 0xEE;
+  ExpectWire(*c, 25, Cat({Be32(1), Be64(2), Be32(3), Be64(4), Be32(5), Be32(6), Be32(1), {0xEE}}));
+
+  std::unique_ptr<TFrameCmdClusterSetRoutingRsp> cr = Fresh<TFrameCmdClusterSetRoutingRsp>();
+  cr->iResult = -1;
+  cr->ullTargetServerID = 0x0102030405060708ULL;
+  ExpectWire(*cr, 25, Cat({Be32(0xFFFFFFFFu), Be64(0x0102030405060708ULL)}));
+
+  std::unique_ptr<TFrameCmdServiceSetRoutingReq> q = Fresh<TFrameCmdServiceSetRoutingReq>();
+  std::strcpy(q->szServiceName, "svc");
+  std::strcpy(q->szUserData, "u");
+  q->iBizDataLen = 1;
+  q->szBizData[0] = 0x42;
+  q->iNewID = 0x11;
+  const Bytes req = {
+      0x00, 0x00, 0x00, 0x04, 's', 'v', 'c', 0x00,  // szServiceName
+      0x00, 0x00, 0x00, 0x02, 'u', 0x00,            // szUserData
+      0x00, 0x00, 0x00, 0x01, 0x42,                 // iBizDataLen, szBizData
+  };
+  ExpectWire(*q, 34, Cat({req, Be32(0x11)}));  // iNewID since 34
+  ExpectWire(*q, 33, req);
+
+  std::unique_ptr<TFrameCmdServiceSetRoutingRsp> rsp = Fresh<TFrameCmdServiceSetRoutingRsp>();
+  rsp->iResult = 2;
+  std::strcpy(rsp->szServiceName, "a");
+  std::strcpy(rsp->szUserData, "b");
+  ExpectWire(*rsp, 32, {0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x02, 'a', 0x00,
+                        0x00, 0x00, 0x00, 0x02, 'b', 0x00});
+
+  // The notify carries a whole START body first; its own entries follow.
+  std::unique_ptr<TFrameCmdServiceRoutingNotify> nt = Fresh<TFrameCmdServiceRoutingNotify>();
+  nt->stStart.iWaitTime = 77;
+  nt->iBizDataLen = 2;
+  nt->szBizData[0] = 0x01;
+  nt->szBizData[1] = 0x02;
+  nt->iNewID = 0x0D;
+  nt->ullNewExtend = 0x0E;
+  const Bytes start34 = Pack(nt->stStart, 34);
+  const Bytes start33 = Pack(nt->stStart, 33);
+  // An empty START at 33 and 34: account 11, ullReserved 8, iAuthType 4, the service token (auth type
+  // 0) 10, iWaitTime, iClientType 8, two flags 2, two addresses 116, two words 8.
+  ASSERT_EQ(start34.size(), 167u);
+  ASSERT_EQ(start33.size(), 167u);
+  ExpectWire(*nt, 34, Cat({start34, Be32(2), {0x01, 0x02}, Be32(0x0D), Be64(0x0E)}));
+  ExpectWire(*nt, 33, Cat({start33, Be32(2), {0x01, 0x02}, Be32(0x0D)}));
+}
+
+// Byte counts declared signed refuse a negative value; an unsigned one would read it as huge.
+TEST(TFrameCmdBodiesWire, SignedByteCountsRefuseNegativeValues) {
+  std::unique_ptr<TFrameCmdSetRouting> sr = Fresh<TFrameCmdSetRouting>();
+  std::unique_ptr<TFrameCmdClusterSetRouting> cs = Fresh<TFrameCmdClusterSetRouting>();
+  std::unique_ptr<TFrameCmdServiceSetRoutingReq> sq = Fresh<TFrameCmdServiceSetRoutingReq>();
+  std::unique_ptr<TFrameCmdServiceRoutingNotify> sn = Fresh<TFrameCmdServiceRoutingNotify>();
+  std::unique_ptr<TFrameCmdRoutingRegister> rr = Fresh<TFrameCmdRoutingRegister>();
+  sr->iBizDataLen = cs->iBizDataLen = sq->iBizDataLen = sn->iBizDataLen = -1;
+  rr->iArgsLen = -1;
+  Pack(*sr, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
+  Pack(*cs, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
+  Pack(*sq, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
+  Pack(*sn, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
+  Pack(*rr, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
+  EXPECT_EQ(UnpackRc<TFrameCmdRoutingRegister>({0xFF, 0xFF, 0xFF, 0xFF}, 0), VixError::VIX_ERR_MINUS_REFER_VALUE);
+  EXPECT_EQ(UnpackRc<TFrameCmdClusterSetRouting>(Cat({Bytes(32, 0x00), {0x80, 0x00, 0x00, 0x00}}), 0),
+            VixError::VIX_ERR_MINUS_REFER_VALUE);
+}
+
+TEST(TFrameCmdBodiesWire, SmallControlBodies) {
+  std::unique_ptr<TFrameCmdSetConnLimit> cl = Fresh<TFrameCmdSetConnLimit>();
+  std::strcpy(cl->szNetTransName, "tcp");
+  cl->iPermit = 100;
+  cl->iSpeed = -1;
+  ExpectWire(*cl, 10, Cat({{0x00, 0x00, 0x00, 0x04, 't', 'c', 'p', 0x00}, Be32(100), Be32(0xFFFFFFFFu)}));
+
+  std::unique_ptr<TFrameCmdSetWaitCtr> wc = Fresh<TFrameCmdSetWaitCtr>();
+  wc->iWaitCtrOn = 1;
+  wc->iPermitNum = 0x200;
+  ExpectWire(*wc, 13, Cat({Be32(1), Be32(0x200)}));
+
+  std::unique_ptr<TFrameCmdRoutingRegister> rr = Fresh<TFrameCmdRoutingRegister>();
+  rr->iArgsLen = 3;
+  rr->szRoutingArgs[0] = 'a';
+  rr->szRoutingArgs[1] = '=';
+  rr->szRoutingArgs[2] = -1;
+  ExpectWire(*rr, 15, {0x00, 0x00, 0x00, 0x03, 'a', '=', 0xFF});
+  EXPECT_EQ(+Unpack<TFrameCmdRoutingRegister>({0x00, 0x00, 0x00, 0x01, 0xFF}, 15)->szRoutingArgs[0], -1);
+
+  std::unique_ptr<TFrameCmdNotifyOverload> ov = Fresh<TFrameCmdNotifyOverload>();
+  ov->chStatus = 2;
+  ov->dwCtrlTime = 0x3C;
+  ov->dwReserved = 7;
+  ExpectWire(*ov, 27, Cat({{0x02}, Be32(0x3C), Be32(7)}));
+
+  std::unique_ptr<TFrameCmdNotifySendBuffExceed> ex = Fresh<TFrameCmdNotifySendBuffExceed>();
+  ex->dwUsedBytes = 0x100;
+  ex->dwTotalBytes = 0x400;
+  ExpectWire(*ex, 32, Cat({Be32(0x100), Be32(0x400)}));
+
+  std::unique_ptr<TFrameCmdAuthRefreshNotify> ar = Fresh<TFrameCmdAuthRefreshNotify>();
+  ar->wAtkLen = 2;
+  ar->szAtk[0] = 'x';
+  ar->szAtk[1] = 'y';
+  ar->dwAtkExpireIn = 60;
+  ar->stUserAccount.wType = 3;
+  ar->stUserAccount.bFormat = TFRAMEHEAD_ID_STRING;
+  std::strcpy(ar->stUserAccount.stValue.szSTRING, "id");
+  ar->stUserAccount.ullUid = 1;
+  const Bytes token = {0x00, 0x02, 'x', 'y', 0x00, 0x00, 0x00, 0x3C};
+  ExpectWire(*ar, 24, Cat({token, {0x00, 0x03, 0x03, 0x00, 0x00, 0x00, 0x03, 'i', 'd', 0x00}, Be64(1)}));
+  ExpectWire(*ar, 23, token);
+
+  std::unique_ptr<TFRAMEHEADAuthData> ad = Fresh<TFRAMEHEADAuthData>();
+  ad->wAuthLen = 2;
+  ad->szAuthInfo[0] = 0x01;
+  ad->szAuthInfo[1] = 0x02;
+  ExpectWire(*ad, 1, {0x00, 0x02, 0x01, 0x02});
+}
+
+TEST(TFrameCmdBodiesWire, MulticastGroupRecords) {
+  const Bytes group = {0x00, 0x00, 0x00, 0x02, 'g', 0x00};
+  const Bytes minusOne = Be32(0xFFFFFFFFu);
+  TFrameCmdMultiCastRemoveGroupReq rgq;
+  TFrameCmdMultiCastAddIdentReq aiq;
+  TFrameCmdMultiCastRemoveIdentReq riq;
+  TFrameCmdMultiCastQueryIdentReq qiq;
+  TFrameCmdMultiCastQueryIdentCountReq qcq;
+  for (char* name : {rgq.szGroupName, aiq.szGroupName, riq.szGroupName, qiq.szGroupName, qcq.szGroupName}) {
+    std::memset(name, 0, QUELLD_MULTICAST_GROUPNAME_LEN);
+    name[0] = 'g';
+  }
+  ExpectWire(rgq, 27, group);
+  ExpectWire(aiq, 27, group);
+  ExpectWire(riq, 27, group);
+  ExpectWire(qiq, 27, group);
+  ExpectWire(qcq, 27, group);
+
+  // The three plain responses: the group name, then the result.
+  TFrameCmdMultiCastRemoveGroupResp rgr;
+  TFrameCmdMultiCastAddIdentResp air;
+  TFrameCmdMultiCastRemoveIdentResp rir;
+  std::memset(static_cast<void*>(&rgr), 0, sizeof(rgr));
+  std::memset(static_cast<void*>(&air), 0, sizeof(air));
+  std::memset(static_cast<void*>(&rir), 0, sizeof(rir));
+  rgr.szGroupName[0] = air.szGroupName[0] = rir.szGroupName[0] = 'g';
+  rgr.iResult = air.iResult = rir.iResult = -1;
+  ExpectWire(rgr, 27, Cat({group, minusOne}));
+  ExpectWire(air, 27, Cat({group, minusOne}));
+  ExpectWire(rir, 27, Cat({group, minusOne}));
+
+  // The query responses: the result first.
+  std::unique_ptr<TFrameCmdMultiCastQueryIdentResp> qir = Fresh<TFrameCmdMultiCastQueryIdentResp>();
+  qir->iResult = -1;
+  qir->szGroupName[0] = 'g';
+  qir->iIdentCount = 1;
+  SetIdent(qir->astIdents[0], 0x30);
+  ExpectWire(*qir, 27, Cat({minusOne, group, Be32(1), IdentWire(0x30, true)}));
+  qir->iIdentCount = -1;
+  Pack(*qir, 27, VixError::VIX_ERR_MINUS_REFER_VALUE);
+
+  std::unique_ptr<TFrameCmdMultiCastQueryIdentCountResp> qcr = Fresh<TFrameCmdMultiCastQueryIdentCountResp>();
+  qcr->iResult = -1;
+  qcr->szGroupName[0] = 'g';
+  qcr->iIdentCount = 7;
+  ExpectWire(*qcr, 27, Cat({minusOne, group, Be32(7)}));
+
+  std::unique_ptr<TFrameCmdMultiCastDeliverMsgReq> dm = Fresh<TFrameCmdMultiCastDeliverMsgReq>();
+  dm->szGroupName[0] = 'g';
+  dm->chNoEnc = 1;
+  dm->chSendImmediately = 2;
+  ExpectWire(*dm, 27, Cat({group, {0x01, 0x02}}));
+}
+
+TEST(TFrameCmdBodiesWire, WebRequestsAndEachUserKind) {
+  std::unique_ptr<TFrameCmdWebStartReq> st = Fresh<TFrameCmdWebStartReq>();
+  st->chUserType = TWEB_USER_MXSIMPLE;
+  st->stUser.stMXUserSimple.dwUin = 0x1234;
+  std::strcpy(st->stUser.stMXUserSimple.szSKey, "k");
+  st->iWaitTime = 9;
+  ExpectWire(*st, 10, Cat({{0x01}, Be32(0x1234), {0x00, 0x00, 0x00, 0x02, 'k', 0x00}, Be32(9)}));
+
+  std::unique_ptr<TFrameCmdWebCommReq> cm = Fresh<TFrameCmdWebCommReq>();
+  cm->chUserType = TWEB_USER_COMMON;
+  cm->stUser.stCommonUser.dwId = 5;
+  std::strcpy(cm->stUser.stCommonUser.szAccount, "ac");
+  std::strcpy(cm->stUser.stCommonUser.szToken, "t");
+  ExpectWire(*cm, 10, Cat({{0x02}, Be32(5), {0x00, 0x00, 0x00, 0x03, 'a', 'c', 0x00},
+                           {0x00, 0x00, 0x00, 0x02, 't', 0x00}}));
+
+  std::unique_ptr<TFrameCmdWebStopReq> sp = Fresh<TFrameCmdWebStopReq>();
+  sp->chUserType = TWEB_USER_MX_OPEN;
+  MXOpenUser& o = sp->stUser.stMXOpen;
+  std::strcpy(o.szOpenID, "o");
+  std::strcpy(o.szToken, "tk");
+  o.ullUid = 0x10;
+  o.dwReserve1 = 0x20;
+  o.ullReserve2 = 0x30;
+  sp->iReason = -3;
+  ExpectWire(*sp, 10, Cat({{0x03}, {0x00, 0x00, 0x00, 0x02, 'o', 0x00}, {0x00, 0x00, 0x00, 0x03, 't', 'k', 0x00},
+                           Be64(0x10), Be32(0x20), Be64(0x30), Be32(0xFFFFFFFDu)}));
+  std::memset(static_cast<void*>(&sp->stUser), 0, sizeof(sp->stUser));
+  sp->chUserType = TWEB_USER_UNKNOWN;
+  ExpectWire(*sp, 10, Cat({{0x00}, Be32(0xFFFFFFFDu)}));
+}
+
+TEST(TFrameCmdBodiesWire, WebBroadcastIdentsByVersion) {
+  std::unique_ptr<TFrameCmdWebBoardcast> b = Fresh<TFrameCmdWebBoardcast>();
+  b->chValid = 1;
+  b->chNoEnc = 0;
+  b->nCount = 2;
+  SetIdent(b->astIdents[0], 0x40);
+  SetIdent(b->astIdents[1], 0x50);
+  ExpectWire(*b, 25, Cat({{0x01, 0x00, 0x00, 0x02}, IdentWire(0x40, true), IdentWire(0x50, true)}));
+  ExpectWire(*b, 17, Cat({{0x01, 0x00, 0x00, 0x02}, IdentWire(0x40, false), IdentWire(0x50, false)}));
+  ExpectSizes(*b, {{18, 52}});
+  b->nCount = -1;
+  Pack(*b, 25, VixError::VIX_ERR_MINUS_REFER_VALUE);
+
+  std::unique_ptr<TFrameCmdWebBroadcastAllRsp> r = Fresh<TFrameCmdWebBroadcastAllRsp>();
+  r->chFailed = -1;
+  ExpectWire(*r, 10, {0xFF});
+}
+
+TEST(TFrameWapRecordsWire, UploadAndDownload) {
+  std::unique_ptr<TWapUpload2> up = Fresh<TWapUpload2>();
+  up->chUserType = TWEB_USER_MXSIMPLE;
+  up->stUser.stMXUserSimple.dwUin = 1;
+  std::strcpy(up->stUser.stMXUserSimple.szSKey, "s");
+  std::strcpy(up->szURI, "/");
+  up->stParams.bCount = 1;
+  std::strcpy(up->stParams.astParams[0].szKey, "a");
+  std::strcpy(up->stParams.astParams[0].szValue, "b");
+  up->stCookies.bCount = 1;
+  std::strcpy(up->stCookies.astCookies[0].szKey, "c");
+  std::strcpy(up->stCookies.astCookies[0].szValue, "d");
+  ExpectWire(*up, 1, {
+      0x01,                                  // chUserType
+      0x00, 0x00, 0x00, 0x01,                // stUser.stMXUserSimple.dwUin
+      0x00, 0x00, 0x00, 0x02, 's', 0x00,     // szSKey
+      0x00, 0x00, 0x00, 0x02, '/', 0x00,     // szURI
+      0x01,                                  // stParams.bCount
+      0x00, 0x00, 0x00, 0x02, 'a', 0x00,     // szKey
+      0x00, 0x00, 0x00, 0x02, 'b', 0x00,     // szValue
+      0x00,                                  // stHeaders.bCount
+      0x01,                                  // stCookies.bCount
+      0x00, 0x00, 0x00, 0x02, 'c', 0x00,
+      0x00, 0x00, 0x00, 0x02, 'd', 0x00,
+  });
+
+  std::unique_ptr<TWapDownload2> down = Fresh<TWapDownload2>();
+  down->stHeaders.bCount = 1;
+  std::strcpy(down->stHeaders.astHeaders[0].szKey, "h");
+  std::strcpy(down->stHeaders.astHeaders[0].szValue, "v");
+  std::strcpy(down->szBody, "ok");
+  ExpectWire(*down, 1, {
+      0x01,                                    // stHeaders.bCount
+      0x00, 0x00, 0x00, 0x02, 'h', 0x00,
+      0x00, 0x00, 0x00, 0x02, 'v', 0x00,
+      0x00, 0x00, 0x00, 0x03, 'o', 'k', 0x00,  // szBody
+  });
+  down->stHeaders.bCount = QUELLD_WAP_MAX_HEADERS_COU + 1;
+  Pack(*down, 1, VixError::VIX_ERR_REFER_SURPASS_COUNT);
+}
+
+// Capacities bound what unpack accepts (-3 for strings, -7 for counts), so they are part of the
+// protocol as much as the field order.
+static_assert(sizeof(MXUserSimp::szSKey) == 128 && sizeof(CommUser::szAccount) == 31 &&
+                  sizeof(CommUser::szToken) == 201 && sizeof(MXOpenUser::szOpenID) == 128 &&
+                  sizeof(MXOpenUser::szToken) == 256 && sizeof(TFRAMEHEADIDValue::szSTRING) == 256,
+              "web user and account capacities");
+static_assert(sizeof(TKeyValue2::szKey) == 30 && sizeof(TKeyValue2::szValue) == 200 &&
+                  sizeof(TParams2::astParams) == 20 * sizeof(TKeyValue2) &&
+                  sizeof(THeaders2::astHeaders) == 20 * sizeof(TKeyValue2) &&
+                  sizeof(TCookies2::astCookies) == 20 * sizeof(TKeyValue2) &&
+                  sizeof(TWapUpload2::szURI) == 1024 && sizeof(TWapDownload2::szBody) == 102400,
+              "web gateway capacities");
+static_assert(sizeof(TFRAMEHEADAuthData::szAuthInfo) == 4096 && sizeof(TIPInfo::ipv6_padding) == 12 &&
+                  sizeof(TFrameAuthMX::szSigBuff) == 1024 && sizeof(TFrameAuthMX::szAuthExData) == 1024 &&
+                  sizeof(TFrameAuthAPS::szAtk) == 4096 && sizeof(TFrameAuthAPS::szAuthExData) == 1024 &&
+                  sizeof(JumpRelayData::szConnData) == 16 &&
+                  sizeof(TFrameCmdAuthRefreshNotify::szAtk) == 4096,
+              "authentication and address capacities");
+static_assert(sizeof(TFrameCmdInProc::astIdents) == 512 * sizeof(TFrameIdent) &&
+                  sizeof(TFrameCmdInProc::astSIPInfo) == 20 * sizeof(TIPInfo) &&
+                  sizeof(TFrameCmdWebBoardcast::astIdents) == 512 * sizeof(TFrameIdent) &&
+                  sizeof(TFrameCmdMultiCastQueryIdentResp::astIdents) == 512 * sizeof(TFrameIdent) &&
+                  sizeof(TFrameCmdMultiCastDeliverMsgReq::szGroupName) == 64 &&
+                  sizeof(TFrameCmdNotify::szConnKey) == 16 && sizeof(TFrameCmdNotify::szIdentity) == 16 &&
+                  sizeof(TFrameCmdRoutingRegister::szRoutingArgs) == 128,
+              "batch and key capacities");
+static_assert(sizeof(TFrameCmdSetRouting::szSerializerName) == 32 &&
+                  sizeof(TFrameCmdSetRouting::szBizData) == 1024 &&
+                  sizeof(TFrameCmdClusterSetRouting::szBizData) == 1024 &&
+                  sizeof(TFrameCmdServiceSetRoutingReq::szServiceName) == 128 &&
+                  sizeof(TFrameCmdServiceSetRoutingReq::szUserData) == 128 &&
+                  sizeof(TFrameCmdServiceSetRoutingReq::szBizData) == 1024 &&
+                  sizeof(TFrameCmdServiceSetRoutingRsp::szServiceName) == 128 &&
+                  sizeof(TFrameCmdServiceSetRoutingRsp::szUserData) == 128 &&
+                  sizeof(TFrameCmdServiceRoutingNotify::szBizData) == 1024 &&
+                  sizeof(TFrameCmdSetConnLimit::szNetTransName) == 32,
+              "routing capacities");
 
 }  // namespace
