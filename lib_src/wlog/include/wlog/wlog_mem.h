@@ -3,10 +3,9 @@
  *
  * Conventions: functions return 0 (or a length) on success, -1 or the small negative codes
  * documented per function on failure. The state points at its WLOGDEVMEM (not owned); the
- * shared-memory handle and the attached ring are released by wlogmem_fini.
+ * shared-memory handle and the attached ring are released when the appender finishes.
  * The category write uses two hooks of this appender instead of its own buffer and layout:
- * wlogmem_get_slot hands out message space inside the ring, wlogmem_make_frame turns the
- * event into a ring frame.
+ * one hands out message space inside the ring, the other turns the event into a ring frame.
  */
 #ifndef WLOG_WLOG_MEM_H_
 #define WLOG_WLOG_MEM_H_
@@ -36,19 +35,10 @@ typedef struct tagWlogMem {
   void* pvMemHead;    /* the attached ring */
 } WLOGMEM, *LPWLOGMEM;
 
-/* Creates (or attaches to and dumps) the ring: -1..-6 by failing step. */
-int wlogmem_init(WLOGMEM* pstMem, WLOGDEVMEM* pstDev);
-int wlogmem_fini(WLOGMEM* pstMem);
-/* Reader-side attach: -1..-8 by failing step. */
-int wlogmem_attach(WLOGMEM* pstMem, WLOGDEVMEM* pstDev);
-/* Message space of iSize bytes inside the ring: 0 and *ppszSlot set, or -1. */
-int wlogmem_get_slot(WLOGMEM* pstMem, size_t iSize, char** ppszSlot);
-/* Turns the event (message already in its slot, or a binary message) into a ring frame. */
-int wlogmem_make_frame(WLOGMEM* pstMem, struct tagWlogEventBase* pstEvt);
-/* Prints every frame from the oldest; returns 0 or -1. */
-int wlogmem_dump(WLOGMEM* pstMem);
-/* Attaches to the ring named by the description and dumps it. */
-int wmemlog_dump_memdev(WLOGDEVMEM* pstDev);
+/* The memory appender's functions (init, attach, slot, frame, dump) come with the
+ * shared-memory manager they are built on; until then the dispatch table has no row for
+ * WLOG_DEV_MEM and a memory category fails to initialise with -1. The records above fix the
+ * configuration and state layout already. */
 
 #ifdef __cplusplus
 }
