@@ -614,4 +614,230 @@ TEST(TNHPAckBodyWire, AuthResultAndTraceIdByVersion) {
   Pack(*a, 0, VixError::VIX_ERR_REFER_SURPASS_COUNT);
 }
 
+// ---------------------------------------------------------------------------------------------
+// Remaining bodies, head extensions and unions byte by byte: every field holds its own value,
+// so a swapped, missing or resized field or a wrong version shows in the bytes.
+
+// Packs at cutVer and compares; then decodes the expected bytes and packs them again.
+template <class T>
+void ExpectWire(const T& rec, unsigned cutVer, const Bytes& expect) {
+  EXPECT_EQ(Pack(rec, cutVer), expect) << T::m_class_name << " at " << cutVer;
+  std::unique_ptr<T> back = Unpack<T>(expect, cutVer);
+  EXPECT_EQ(Pack(*back, cutVer), expect) << T::m_class_name << " decoded at " << cutVer;
+}
+
+Bytes Be32(uint32_t v) {
+  return {static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
+          static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
+}
+
+Bytes Be64(uint64_t v) { return Cat({Be32(static_cast<uint32_t>(v >> 32)), Be32(static_cast<uint32_t>(v))}); }
+
+TEST(TNHPBodiesWire, AuthenticationRequestAndResponse) {
+  std::unique_ptr<TNHPAuthReqBody> rq = Fresh<TNHPAuthReqBody>();
+  rq->stAuthContent.wAuthType = 0x0102;
+  rq->stAuthContent.stAuthAppID.wSize = 2;
+  std::memcpy(rq->stAuthContent.stAuthAppID.szAppID, "ap", 2);
+  rq->stAuthContent.stAuthReqData.wAuthLen = 3;
+  std::memcpy(rq->stAuthContent.stAuthReqData.szAuthInfo, "dat", 3);
+  rq->wTransDataLen = 1;
+  rq->szTransData[0] = 0x7E;
+  const Bytes req = {
+      0x01, 0x02,            // wAuthType
+      0x00, 0x02, 'a', 'p',  // stAuthAppID: wSize, szAppID
+      0x00, 0x03, 'd', 'a', 't',  // stAuthReqData: wAuthLen, szAuthInfo
+      0x00, 0x01, 0x7E,      // wTransDataLen, szTransData
+  };
+  ExpectWire(*rq, 11, req);
+  ExpectWire(*rq, 1, req);
+
+  std::unique_ptr<TNHPAuthRspBody> rs = Fresh<TNHPAuthRspBody>();
+  rs->stAccount.wType = 1;
+  rs->stAccount.bFormat = KALMO_ID_UINT64;
+  rs->stAccount.stValue.ullUINT64 = 0x0102030405060708ULL;
+  rs->stAccount.ullUid = 0x0A;
+  rs->wAuthType = 3;
+  rs->wAtkLen = 1;
+  rs->szAtk[0] = 'A';
+  rs->dwAtkExpireIn = 0x10;
+  rs->wRtkLen = 2;
+  rs->szRtk[0] = 'R';
+  rs->szRtk[1] = 'r';
+  rs->dwRtkExpireIn = 0x20;
+  rs->wAuthExDataVersion = 4;
+  rs->wAuthExDataLen = 1;
+  rs->szAuthExData[0] = 0x55;
+  const Bytes account = Cat({{0x00, 0x01, 0x02}, Be64(0x0102030405060708ULL)});
+  const Bytes tokens = Cat({
+      {0x00, 0x03},                 // wAuthType
+      {0x00, 0x01, 'A'}, Be32(0x10),        // wAtkLen, szAtk, dwAtkExpireIn
+      {0x00, 0x02, 'R', 'r'}, Be32(0x20),   // wRtkLen, szRtk, dwRtkExpireIn
+      {0x00, 0x04, 0x00, 0x01, 0x55},       // wAuthExDataVersion, wAuthExDataLen, szAuthExData
+  });
+  ExpectWire(*rs, 4, Cat({account, Be64(0x0A), tokens}));
+  ExpectWire(*rs, 3, Cat({account, tokens}));  // the account's uid comes with 4
+
+  std::unique_ptr<TNHPAuthRefreshNotifyBody> rn = Fresh<TNHPAuthRefreshNotifyBody>();
+  rn->wAuthType = 5;
+  rn->wAtkLen = 2;
+  rn->szAtk[0] = 'a';
+  rn->szAtk[1] = 'b';
+  rn->dwAtkExpireIn = 0x100;
+  ExpectWire(*rn, 1, Cat({{0x00, 0x05, 0x00, 0x02, 'a', 'b'}, Be32(0x100)}));
+
+  std::unique_ptr<KALMOSmallAccount> sa = Fresh<KALMOSmallAccount>();
+  sa->wType = 1;
+  sa->bFormat = KALMO_ID_STRING;
+  std::strcpy(sa->stValue.szSTRING, "ab");
+  ExpectWire(*sa, 1, {0x00, 0x01, 0x03, 0x00, 0x00, 0x00, 0x03, 'a', 'b', 0x00});
+}
+
+TEST(TNHPBodiesWire, QueueStopRefreshAndRouteChange) {
+  std::unique_ptr<TNHPWaitBody> w = Fresh<TNHPWaitBody>();
+  w->dwPosition = 1;
+  w->dwTotal = 2;
+  w->dwRoughTime = 3;
+  ExpectWire(*w, 1, Cat({Be32(1), Be32(2), Be32(3)}));
+
+  std::unique_ptr<TNHPCStopBody> cs = Fresh<TNHPCStopBody>();
+  cs->dwReserved = 9;
+  ExpectWire(*cs, 1, Be32(9));
+
+  std::unique_ptr<TNHPSStopBody> ss = Fresh<TNHPSStopBody>();
+  ss->dwCode = 1;
+  ss->dwExErrCode = 2;
+  ss->dwQuelldIp = 0x0A000001u;
+  ss->wQuelldPort = 0x1F90;
+  std::strcpy(ss->szQuelldId, "q1");
+  const Bytes sstop = Cat({Be32(1), Be32(2), Be32(0x0A000001u), {0x1F, 0x90}, {0x00, 0x00, 0x00, 0x03, 'q', '1', 0x00}});
+  ExpectWire(*ss, 10, sstop);
+  ExpectWire(*ss, 1, sstop);
+
+  std::unique_ptr<TNHPAuthRefreshReq> rr = Fresh<TNHPAuthRefreshReq>();
+  rr->dwReserve = 0x01020304;
+  ExpectWire(*rr, 1, Be32(0x01020304));
+
+  std::unique_ptr<TNHPRouteChangeBody> rc = Fresh<TNHPRouteChangeBody>();
+  rc->ullServerID = 0x1122334455667788ULL;
+  ExpectWire(*rc, 1, Be64(0x1122334455667788ULL));
+
+  std::unique_ptr<TNHPRelayReqBody> rl = Fresh<TNHPRelayReqBody>();
+  rl->iRelayType = -1;
+  rl->stRelayInfo.dwPosition = 2;
+  for (int i = 0; i < 16; ++i) rl->stRelayInfo.szIdentity[i] = static_cast<unsigned char>(0x60 + i);
+  rl->stRelayInfo.ullServerID = 3;
+  ExpectWire(*rl, 9, Cat({Be32(0xFFFFFFFFu), Be32(2),
+                          {0x60, 0x61, 0x62, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x6B, 0x6C, 0x6D, 0x6E, 0x6F},
+                          Be64(3)}));
+
+  // The bingo body gains its relay information (4 + 16 + 8) in version 8.
+  std::unique_ptr<TNHPBingoBody> bg = Fresh<TNHPBingoBody>();
+  EXPECT_EQ(Pack(*bg, 7).size(), 21u);
+  EXPECT_EQ(Pack(*bg, 8).size(), 49u);
+}
+
+TEST(TNHPHeadExtensionsWire, HeartBeatAndTransmit) {
+  std::unique_ptr<TNHPHeartBeatHead> hb = Fresh<TNHPHeartBeatHead>();
+  hb->dwSeq = 1;
+  hb->ullTimeStamp = 0x0102030405060708ULL;
+  hb->dwReserve1 = 2;
+  hb->dwReserve2 = 3;
+  hb->dwReserve3 = 4;
+  ExpectWire(*hb, 1, Cat({Be32(1), Be64(0x0102030405060708ULL), Be32(2), Be32(3), Be32(4)}));
+
+  std::unique_ptr<TNHPTransDataHead> td = Fresh<TNHPTransDataHead>();
+  td->dwTransType = 1;
+  td->dwSeq = 2;
+  td->wExtendDataLen = 2;
+  td->szExtendData[0] = 0xE1;
+  td->szExtendData[1] = 0xE2;
+  td->dwReserve1 = 3;
+  td->dwReserve2 = 4;
+  ExpectWire(*td, 1, Cat({Be32(1), Be32(2), {0x00, 0x02, 0xE1, 0xE2}, Be32(3), Be32(4)}));
+  td->wExtendDataLen = KALMO_MAX_TRANS_EXTEND_DATA_LENGTH + 1;
+  Pack(*td, 1, VixError::VIX_ERR_REFER_SURPASS_COUNT);
+}
+
+TEST(TNHPKeyExchange, ResponsesByEachMethod) {
+  std::unique_ptr<TNHPAckHead> a = Fresh<TNHPAckHead>();
+  a->bKeyMethod = TNHP_KEY_METHOD_RAW_DH;
+  a->stKeyInfo.stRspByRawDH.wB_size = 1;
+  a->stKeyInfo.stRspByRawDH.szDH_B[0] = 0xB1;
+  a->bCompressMethod = 2;
+  a->dwCompressLimit = 0x10;
+  a->dwReserved = 0x20;
+  const Bytes tail = Cat({{0x02}, Be32(0x10), Be32(0x20)});
+  ExpectWire(*a, 5, Cat({{0x03, 0x00, 0x01, 0xB1}, tail}));
+
+  std::memset(static_cast<void*>(&a->stKeyInfo), 0, sizeof(a->stKeyInfo));
+  a->bKeyMethod = TNHP_KEY_METHOD_ENC_DH;
+  a->stKeyInfo.stRspByEncDH.bEncMethod = 5;
+  a->stKeyInfo.stRspByEncDH.wEncInfoLen = 2;
+  a->stKeyInfo.stRspByEncDH.szEncryptedInfo[0] = 0xE1;
+  a->stKeyInfo.stRspByEncDH.szEncryptedInfo[1] = 0xE2;
+  ExpectWire(*a, 5, Cat({{0x04, 0x05, 0x00, 0x02, 0xE1, 0xE2}, tail}));
+
+  for (uint8_t none : {uint8_t{TNHP_KEY_METHOD_NONE}, uint8_t{TNHP_KEY_METHOD_AUTH}}) {
+    a->bKeyMethod = none;
+    ExpectWire(*a, 5, Cat({{none}, tail}));
+  }
+
+  // A raw Diffie-Hellman request inside the SYN head.
+  TNHPKeyReq req;
+  std::memset(static_cast<void*>(&req), 0, sizeof(req));
+  req.stReqByRawDH.wA_size = 1;
+  req.stReqByRawDH.szDH_A[0] = 0xA1;
+  char area[128];
+  size_t used = 0;
+  ASSERT_EQ(req.pack(TNHP_KEY_METHOD_RAW_DH, area, sizeof(area), &used, 1), 0);
+  EXPECT_EQ(Bytes(area, area + used), Cat({{0x00, 0x01, 0xA1}, Bytes(64, 0x00)}));
+}
+
+TEST(TNHPRouteInfoWire, EachRouteTypeInADataHead) {
+  std::unique_ptr<TNHPDataHead> d = Fresh<TNHPDataHead>();
+  d->bCompressFlag = 1;
+  const Bytes head = {0x01, 0x00};  // bCompressFlag, bAllowLost
+  const Bytes noSplitters = {0x00};
+  d->bRouteFlag = TNHP_ROUTE_TYPE_SPECIFY_SERVICE;
+  std::strcpy(d->stRouteInfo.stSpecifyName.szServiceName, "s");
+  ExpectWire(*d, 10, Cat({head, {0x05, 0x00, 0x00, 0x00, 0x02, 's', 0x00}, noSplitters}));
+
+  std::strcpy(d->stRouteInfo.stSpecifyNameData.szUserData, "d");
+  d->bRouteFlag = TNHP_ROUTE_TYPE_SPECIFY_NAME_DATA;
+  ExpectWire(*d, 10, Cat({head, {0x06, 0x00, 0x00, 0x00, 0x02, 's', 0x00, 0x00, 0x00, 0x00, 0x02, 'd', 0x00},
+                          noSplitters}));
+
+  std::memset(static_cast<void*>(&d->stRouteInfo), 0, sizeof(d->stRouteInfo));
+  d->bRouteFlag = TNHP_ROUTE_TYPE_SPECIFY_ZONE;
+  d->stRouteInfo.stSpecifyZone.dwTypeID = 7;
+  d->stRouteInfo.stSpecifyZone.dwZoneID = 8;
+  ExpectWire(*d, 10, Cat({head, {0x01}, Be32(7), Be32(8), noSplitters}));
+
+  std::memset(static_cast<void*>(&d->stRouteInfo), 0, sizeof(d->stRouteInfo));
+  for (int none : {int{TNHP_ROUTE_TYPE_NONE}, int{TNHP_ROUTE_TYPE_LOGIN_POSITION}, 4}) {
+    // no member: nothing between the flag and the splitter count
+    d->bRouteFlag = static_cast<uint8_t>(none);
+    ExpectWire(*d, 10, Cat({head, {static_cast<unsigned char>(none)}, noSplitters}));
+  }
+}
+
+// Capacities bound what unpack accepts (-3 for strings, -7 for counts), so they are part of the
+// protocol as much as the field order.
+static_assert(sizeof(KALMOIDValue::szSTRING) == 256 && sizeof(KALMOAuthData::szAuthInfo) == 4096 &&
+                  sizeof(KALMOAuthAppID::szAppID) == 64 && sizeof(KALMORawDHReq::szDH_A) == 64 &&
+                  sizeof(KALMORawDHReq::szDH_p) == 64 && sizeof(KALMOKey::szValue) == 128 &&
+                  sizeof(KALMORawDHRsp::szDH_B) == 64 && sizeof(KALMOEncDHInfo::szEncryptedInfo) == 1024,
+              "account and key capacities");
+static_assert(sizeof(TNHPAuthReqBody::szTransData) == 256 && sizeof(TNHPRelay::szIdentity) == 16 &&
+                  sizeof(SpecifyNameRouteInfo::szServiceName) == 128 &&
+                  sizeof(SpecifyNameDataRouteInfo::szServiceName) == 128 &&
+                  sizeof(SpecifyNameDataRouteInfo::szUserData) == 128 && sizeof(TNHPSynHead::szCTraceID) == 64 &&
+                  sizeof(TNHPAuthRspBody::szAtk) == 4096 && sizeof(TNHPAuthRspBody::szRtk) == 1024 &&
+                  sizeof(TNHPAuthRspBody::szAuthExData) == 1024 &&
+                  sizeof(TNHPAuthRefreshNotifyBody::szAtk) == 4096 && sizeof(TNHPAckBody::szSTraceID) == 64 &&
+                  sizeof(TNHPSStopBody::szQuelldId) == 32 &&
+                  sizeof(TNHPDataHead::msgSplitter) == 254 * sizeof(uint16_t) &&
+                  sizeof(TNHPTransDataHead::szExtendData) == 64 && sizeof(TNHPFrame::szBody) == 1,
+              "body and head capacities");
+
 }  // namespace
