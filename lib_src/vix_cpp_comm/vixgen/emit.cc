@@ -159,6 +159,7 @@ class Emitter {
   void referCheck(std::ostream& o, const Type& t, const Entry& e, const std::string& in, bool checkCap,
                   const std::string& failHow);
   void recordFunctions(std::ostream& o, const Type& t);
+  void fixedRun(std::ostream& o, const Type& t, size_t from, size_t to, const std::string& in, bool pack);
   void unionFunctions(std::ostream& o, const Type& t);
   void wrappedFunctions(std::ostream& o, const Type& t);
   void fillRecord(std::ostream& o, const Type& t);
@@ -223,6 +224,20 @@ void Emitter::declareType(std::ostream& o, const Type& t) {
     if (!note.empty()) o << "  //" << note;
     o << "\n";
   }
+  if (t.isUnion) {
+    bool hasDefault = false;
+    for (const Entry& e : t.entries) hasDefault = hasDefault || e.isDefaultMember;
+    o << "\n  // Whether some member is chosen by the selector (else nothing is encoded).\n";
+    o << "  static bool carries(long selector) {\n";
+    if (hasDefault) {
+      o << "    (void)selector;\n    return true;\n";
+    } else {
+      o << "    switch (selector) {\n";
+      for (const Entry& e : t.entries) o << "      case " << e.id << ":\n";
+      o << "        return true;\n      default:\n        return false;\n    }\n";
+    }
+    o << "  }\n";
+  }
   const char* sel = t.isUnion ? "long selector, " : "";
   const char* cst = t.isUnion ? "long selector" : "";
   o << "\n  int construct(" << cst << ");\n";
@@ -230,6 +245,12 @@ void Emitter::declareType(std::ostream& o, const Type& t) {
   o << "  int pack(" << sel << "char* buffer, size_t size, size_t* usedSize, unsigned int cutVer) const;\n";
   o << "  int unpack(" << sel << "::kalmo_vix::VixReadBuf& buf, unsigned int cutVer);\n";
   o << "  int unpack(" << sel << "const char* buffer, size_t size, size_t* usedSize, unsigned int cutVer);\n";
+  o << "  // The bodies of pack and unpack, with the cursor's state passed by value: the new position,\n";
+  o << "  // or a negative error. Used by the records of this schema that enclose this one.\n";
+  o << "  inline long long pack_at(" << sel
+    << "::kalmo_vix::VixWriteBuf& buf, char* p, size_t len, size_t pos, unsigned int cutVer) const;\n";
+  o << "  inline long long unpack_at(" << sel
+    << "::kalmo_vix::VixReadBuf& buf, const char* p, size_t len, size_t pos, unsigned int cutVer);\n";
   o << "  int visualize(" << sel << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
   o << "  int visualize(" << sel << "char* buffer, size_t size, size_t* usedSize, int indent, char separator) const;\n";
   o << "  const char* visualize_ex(" << sel << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
@@ -337,20 +358,22 @@ void Emitter::packEntry(std::ostream& o, const Type& t, const Entry& e, const st
         if (!e.refer.empty()) referCheck(o, t, e, in + "  ", true, "fail");
         o << in << "  const size_t count = " << count << ";\n";
         o << in << "  for (size_t i = 0; i < count; ++i) VIXGEN_CALL(" << entry << ", " << e.name
-          << "[i].pack(buf, cutVer));\n";
+          << "[i].pack_at(buf, p, len, pos, cutVer));\n";
         o << in << "}\n";
       } else if (!e.optionalFlag.empty()) {
         o << in << "{\n";
         referCheck(o, t, e, in + "  ", true, "fail");
-        o << in << "  if (n_" << e.name << " == 1) VIXGEN_CALL(" << entry << ", " << e.name << ".pack(buf, cutVer));\n";
+        o << in << "  if (n_" << e.name << " == 1) VIXGEN_CALL(" << entry << ", " << e.name << ".pack_at(buf, p, len, pos, cutVer));\n";
         o << in << "}\n";
       } else {
-        o << in << "VIXGEN_CALL(" << entry << ", " << e.name << ".pack(buf, cutVer));\n";
+        o << in << "VIXGEN_CALL(" << entry << ", " << e.name << ".pack_at(buf, p, len, pos, cutVer));\n";
       }
       break;
     case Kind::kUnion:
-      o << in << "VIXGEN_CALL(" << entry << ", " << e.name << ".pack(static_cast<long>(" << e.select
-        << "), buf, cutVer));\n";
+      o << in << "if (" << e.type->name << "::carries(static_cast<long>(" << e.select << "))) {\n";
+      o << in << "  VIXGEN_CALL(" << entry << ", " << e.name << ".pack_at(static_cast<long>(" << e.select
+        << "), buf, p, len, pos, cutVer));\n";
+      o << in << "}\n";
       break;
   }
   (void)inUnion;
@@ -402,24 +425,26 @@ void Emitter::unpackEntry(std::ostream& o, const Type& t, const Entry& e, const 
         if (!e.refer.empty()) referCheck(o, t, e, in + "  ", true, "fail");
         o << in << "  const size_t count = " << count << ";\n";
         o << in << "  for (size_t i = 0; i < count; ++i) VIXGEN_CALL(" << entry << ", " << e.name
-          << "[i].unpack(buf, cutVer));\n";
+          << "[i].unpack_at(buf, p, len, pos, cutVer));\n";
         o << in << "}\n";
       } else if (!e.optionalFlag.empty()) {
         o << in << "{\n";
         referCheck(o, t, e, in + "  ", true, "fail");
         o << in << "  if (n_" << e.name << " == 1) {\n";
-        o << in << "    VIXGEN_CALL(" << entry << ", " << e.name << ".unpack(buf, cutVer));\n";
+        o << in << "    VIXGEN_CALL(" << entry << ", " << e.name << ".unpack_at(buf, p, len, pos, cutVer));\n";
         o << in << "  } else {\n";
         o << in << "    std::memset(&" << e.name << ", 0, sizeof(" << e.name << "));\n";
         o << in << "  }\n";
         o << in << "}\n";
       } else {
-        o << in << "VIXGEN_CALL(" << entry << ", " << e.name << ".unpack(buf, cutVer));\n";
+        o << in << "VIXGEN_CALL(" << entry << ", " << e.name << ".unpack_at(buf, p, len, pos, cutVer));\n";
       }
       break;
     case Kind::kUnion:
-      o << in << "VIXGEN_CALL(" << entry << ", " << e.name << ".unpack(static_cast<long>(" << e.select
-        << "), buf, cutVer));\n";
+      o << in << "if (" << e.type->name << "::carries(static_cast<long>(" << e.select << "))) {\n";
+      o << in << "  VIXGEN_CALL(" << entry << ", " << e.name << ".unpack_at(static_cast<long>(" << e.select
+        << "), buf, p, len, pos, cutVer));\n";
+      o << in << "}\n";
       break;
   }
   (void)inUnion;
@@ -505,6 +530,59 @@ void Emitter::visualizeEntry(std::ostream& o, const Type& t, const Entry& e, con
   }
 }
 
+bool isFixedScalar(const Entry& e) { return e.kind == Kind::kScalar && e.refer.empty(); }
+
+size_t wireWidth(const Entry& e) {
+  return static_cast<size_t>(e.scalar->width) * (e.array ? static_cast<size_t>(e.cap) : 1);
+}
+
+// End of the run of fixed-width integer entries that starts at from (all added in the same
+// version); from + 1 when the entry does not start such a run.
+size_t fixedRunEnd(const Type& t, size_t from) {
+  size_t end = from + 1;
+  if (!isFixedScalar(t.entries[from])) return end;
+  while (end < t.entries.size() && isFixedScalar(t.entries[end]) && t.entries[end].since == t.entries[from].since) {
+    ++end;
+  }
+  return end;
+}
+
+// A run of fixed-width integers: one room check for the whole run, then straight stores (loads);
+// when the run does not fit, the field-by-field code finds and reports the entry that fails.
+void Emitter::fixedRun(std::ostream& o, const Type& t, size_t from, size_t to, const std::string& in, bool pack) {
+  size_t total = 0;
+  for (size_t k = from; k < to; ++k) total += wireWidth(t.entries[k]);
+  o << in << "// " << t.entries[from].name << " .. " << t.entries[to - 1].name << ": " << total << " bytes\n";
+  o << in << "if (__builtin_expect(len - pos >= " << total << ", 1)) {\n";
+  size_t off = 0;
+  for (size_t k = from; k < to; ++k) {
+    const Entry& e = t.entries[k];
+    const int w = e.scalar->width;
+    const std::string fn = std::string("::kalmo_vix::codec::") + (pack ? "put_" : "get_") + widthSuffix(w);
+    const size_t count = e.array ? static_cast<size_t>(e.cap) : 1;
+    for (size_t i = 0; i < count; ++i) {
+      const std::string field = e.array ? e.name + "[" + std::to_string(i) + "]" : e.name;
+      const std::string at = "p + pos + " + std::to_string(off);
+      if (pack) {
+        o << in << "  " << fn << "(" << at << ", static_cast<" << uintType(w) << ">(" << field << "));\n";
+      } else {
+        o << in << "  " << field << " = static_cast<" << e.scalar->ctype << ">(" << fn << "(" << at << "));\n";
+      }
+      off += static_cast<size_t>(w);
+    }
+  }
+  o << in << "  pos += " << total << ";\n";
+  o << in << "} else {\n";
+  for (size_t k = from; k < to; ++k) {
+    if (pack) {
+      packEntry(o, t, t.entries[k], in + "  ", false);
+    } else {
+      unpackEntry(o, t, t.entries[k], in + "  ", false);
+    }
+  }
+  o << in << "}\n";
+}
+
 void zeroEntry(std::ostream& o, const Entry& e, const std::string& in) {
   if (e.kind == Kind::kScalar && !e.array) {
     o << in << e.name << " = 0;\n";
@@ -561,22 +639,31 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
 
   // pack
   o << "int " << n << "::pack(::kalmo_vix::VixWriteBuf& buf, unsigned int cutVer) const {\n";
+  o << "  const long long at = pack_at(buf, buf.beginPtr, buf.length, buf.position, cutVer);\n";
+  o << "  if (at < 0) return static_cast<int>(at);\n";
+  o << "  buf.position = static_cast<size_t>(at);\n  return 0;\n}\n\n";
+  o << "inline long long " << n
+    << "::pack_at(::kalmo_vix::VixWriteBuf& buf, char* const p, const size_t len, size_t pos,\n"
+    << "                                 unsigned int cutVer) const {\n";
   o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, CURRVERSION);\n";
   o << "    if (ret != 0) return ret;\n  }\n";
-  if (raw) o << "  char* const p = buf.beginPtr;\n";
-  if (raw && (!indicators || needsLen(t))) o << "  const size_t len = buf.length;\n";
-  o << "  size_t pos = buf.position;\n";
+  if (!raw) o << "  (void)p;\n";
+  if (!needsLen(t)) o << "  (void)len;\n";
   if (indicators) o << "  const size_t start = pos;\n";
   o << "\n";
-  for (const Entry& e : t.entries) {
-    o << "  // " << e.name << "\n";
-    if (e.since != 0) {
-      o << "  if (cutVer >= " << e.since << ") {\n";
-      packEntry(o, t, e, "    ", false);
-      o << "  }\n";
+  for (size_t i = 0; i < t.entries.size();) {
+    const size_t end = fixedRunEnd(t, i);
+    const Entry& e = t.entries[i];
+    const std::string in = e.since != 0 ? "    " : "  ";
+    if (e.since != 0) o << "  if (cutVer >= " << e.since << ") {\n";
+    if (end - i >= 2) {
+      fixedRun(o, t, i, end, in, true);
     } else {
-      packEntry(o, t, e, "  ", false);
+      o << in << "// " << e.name << "\n";
+      packEntry(o, t, e, in, false);
     }
+    if (e.since != 0) o << "  }\n";
+    i = end;
   }
   if (!t.versionIndicator.empty()) {
     PathInfo info;
@@ -596,12 +683,17 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
     o << "  ::kalmo_vix::codec::put_" << widthSuffix(info.scalar->width) << "(p + start + " << info.offset
       << ", static_cast<" << uintType(info.scalar->width) << ">(pos - start));\n";
   }
-  o << "  buf.position = pos;\n  return 0;\n}\n\n";
+  o << "  return static_cast<long long>(pos);\n}\n\n";
 
   // unpack
   o << "int " << n << "::unpack(::kalmo_vix::VixReadBuf& buf, unsigned int cutVer) {\n";
-  if (raw) o << "  const char* const p = buf.beginPtr;\n  const size_t len = buf.length;\n";
-  o << "  size_t pos = buf.position;\n";
+  o << "  const long long at = unpack_at(buf, buf.beginPtr, buf.length, buf.position, cutVer);\n";
+  o << "  if (at < 0) return static_cast<int>(at);\n";
+  o << "  buf.position = static_cast<size_t>(at);\n  return 0;\n}\n\n";
+  o << "inline long long " << n
+    << "::unpack_at(::kalmo_vix::VixReadBuf& buf, const char* const p, const size_t len, size_t pos,\n"
+    << "                                   unsigned int cutVer) {\n";
+  if (!raw) o << "  (void)p;\n  (void)len;\n";
   if (!t.sizeIndicator.empty()) {
     PathInfo info;
     std::string err;
@@ -629,19 +721,25 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
     o << "    if (ret != 0) return ret;\n  }\n";
   }
   o << "\n";
-  for (const Entry& e : t.entries) {
-    o << "  // " << e.name << "\n";
-    if (e.since != 0) {
-      o << "  if (cutVer >= " << e.since << ") {\n";
-      unpackEntry(o, t, e, "    ", false);
-      o << "  } else {\n";
-      zeroEntry(o, e, "    ");
-      o << "  }\n";
+  for (size_t i = 0; i < t.entries.size();) {
+    const size_t end = fixedRunEnd(t, i);
+    const Entry& e = t.entries[i];
+    const std::string in = e.since != 0 ? "    " : "  ";
+    if (e.since != 0) o << "  if (cutVer >= " << e.since << ") {\n";
+    if (end - i >= 2) {
+      fixedRun(o, t, i, end, in, false);
     } else {
-      unpackEntry(o, t, e, "  ", false);
+      o << in << "// " << e.name << "\n";
+      unpackEntry(o, t, e, in, false);
     }
+    if (e.since != 0) {
+      o << "  } else {\n";
+      for (size_t k = i; k < end; ++k) zeroEntry(o, t.entries[k], "    ");
+      o << "  }\n";
+    }
+    i = end;
   }
-  o << "  buf.position = pos;\n  return 0;\n}\n\n";
+  o << "  return static_cast<long long>(pos);\n}\n\n";
 
   // visualize
   o << "int " << n << "::visualize(::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const {\n";
@@ -684,39 +782,49 @@ void Emitter::unionFunctions(std::ostream& o, const Type& t) {
 
   // pack
   o << "int " << n << "::pack(long selector, ::kalmo_vix::VixWriteBuf& buf, unsigned int cutVer) const {\n";
+  o << "  const long long at = pack_at(selector, buf, buf.beginPtr, buf.length, buf.position, cutVer);\n";
+  o << "  if (at < 0) return static_cast<int>(at);\n";
+  o << "  buf.position = static_cast<size_t>(at);\n  return 0;\n}\n\n";
+  o << "inline long long " << n
+    << "::pack_at(long selector, ::kalmo_vix::VixWriteBuf& buf, char* const p, const size_t len, size_t pos,\n"
+    << "                                 unsigned int cutVer) const {\n";
   o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, CURRVERSION);\n";
   o << "    if (ret != 0) return ret;\n  }\n";
-  if (raw) o << "  char* const p = buf.beginPtr;\n  const size_t len = buf.length;\n";
-  o << "  size_t pos = buf.position;\n";
+  if (!raw) o << "  (void)p;\n  (void)len;\n";
   o << "  switch (selector) {\n";
   for (const Entry& e : t.entries) {
     o << caseLabel(e) << "\n";
-    sinceGuard(o, e, "return 0;");
+    sinceGuard(o, e, "return static_cast<long long>(pos);");
     packEntry(o, t, e, "      ", true);
     o << "      break;\n    }\n";
   }
   if (def == nullptr) o << "    default:\n      break;\n";
-  o << "  }\n  buf.position = pos;\n  return 0;\n}\n\n";
+  o << "  }\n  return static_cast<long long>(pos);\n}\n\n";
 
   // unpack
   o << "int " << n << "::unpack(long selector, ::kalmo_vix::VixReadBuf& buf, unsigned int cutVer) {\n";
+  o << "  const long long at = unpack_at(selector, buf, buf.beginPtr, buf.length, buf.position, cutVer);\n";
+  o << "  if (at < 0) return static_cast<int>(at);\n";
+  o << "  buf.position = static_cast<size_t>(at);\n  return 0;\n}\n\n";
+  o << "inline long long " << n
+    << "::unpack_at(long selector, ::kalmo_vix::VixReadBuf& buf, const char* const p, const size_t len,\n"
+    << "                                   size_t pos, unsigned int cutVer) {\n";
   o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, CURRVERSION);\n";
   o << "    if (ret != 0) return ret;\n  }\n";
-  if (raw) o << "  const char* const p = buf.beginPtr;\n  const size_t len = buf.length;\n";
-  o << "  size_t pos = buf.position;\n";
+  if (!raw) o << "  (void)p;\n  (void)len;\n";
   o << "  switch (selector) {\n";
   for (const Entry& e : t.entries) {
     o << caseLabel(e) << "\n";
     if (e.since != 0) {
       o << "      if (cutVer < " << e.since << ") {\n";
       zeroEntry(o, e, "        ");
-      o << "        return 0;\n      }\n";
+      o << "        return static_cast<long long>(pos);\n      }\n";
     }
     unpackEntry(o, t, e, "      ", true);
     o << "      break;\n    }\n";
   }
   if (def == nullptr) o << "    default:\n      break;\n";
-  o << "  }\n  buf.position = pos;\n  return 0;\n}\n\n";
+  o << "  }\n  return static_cast<long long>(pos);\n}\n\n";
 
   // visualize
   o << "int " << n << "::visualize(long selector, ::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const {\n";
@@ -779,23 +887,17 @@ std::string Emitter::source() {
   o << "[[maybe_unused]] const int kNetCutVerInvalid = ::kalmo_vix::VixError::VIX_ERR_NET_CUTVER_INVALID;\n\n";
   o << "}  // namespace\n\n";
   o << "// Records the failing entry with this file's location, leaves the cursor where it stopped and\n";
-  o << "// returns the error.\n";
-  o << "#define VIXGEN_FAIL(entry, err)                                       \\\n";
-  o << "  do {                                                                \\\n";
-  o << "    buf.position = pos;                                               \\\n";
-  o << "    ::kalmo_vix::VixError::addBackTrace((entry), __FILE__, __LINE__); \\\n";
-  o << "    return (err);                                                     \\\n";
-  o << "  } while (0)\n\n";
+  o << "// returns the error (out of line: failures are rare).\n";
+  o << "#define VIXGEN_FAIL(entry, err) \\\n";
+  o << "  return ::kalmo_vix::codec::fail_at(buf, pos, (entry), __FILE__, __LINE__, (err))\n\n";
   o << "// Runs a nested record's operation at the current position; on failure adds the entry.\n";
-  o << "#define VIXGEN_CALL(entry, call)                                          \\\n";
-  o << "  do {                                                                    \\\n";
-  o << "    buf.position = pos;                                                   \\\n";
-  o << "    const int vixgen_ret = (call);                                        \\\n";
-  o << "    if (vixgen_ret != 0) {                                                \\\n";
-  o << "      ::kalmo_vix::VixError::addBackTrace((entry), __FILE__, __LINE__);   \\\n";
-  o << "      return vixgen_ret;                                                  \\\n";
-  o << "    }                                                                     \\\n";
-  o << "    pos = buf.position;                                                   \\\n";
+  o << "#define VIXGEN_CALL(entry, call)                                                          \\\n";
+  o << "  do {                                                                                    \\\n";
+  o << "    const long long vixgen_at = (call);                                                   \\\n";
+  o << "    if (vixgen_at < 0) {                                                                  \\\n";
+  o << "      return ::kalmo_vix::codec::fail_nested((entry), __FILE__, __LINE__, static_cast<int>(vixgen_at)); \\\n";
+  o << "    }                                                                                     \\\n";
+  o << "    pos = static_cast<size_t>(vixgen_at);                                                 \\\n";
   o << "  } while (0)\n\n";
   o << "// Returns the first error of a text write.\n";
   o << "#define VIXGEN_TRY(call)                  \\\n";

@@ -20,38 +20,41 @@
 // Version of the contract between vixgen output and this runtime.
 #define VIX_CPP_COMM_RUNTIME_VERSION 1
 
+// The per-width primitives are always inlined: a call per field would cost more than the field.
+#define VIX_CODEC_INLINE inline __attribute__((always_inline))
+
 namespace kalmo_vix {
 namespace codec {
 
 // Big-endian stores. The caller has checked the room.
-inline void put_u8(char* p, uint8_t v) { p[0] = static_cast<char>(v); }
-inline void put_u16(char* p, uint16_t v) {
+VIX_CODEC_INLINE void put_u8(char* p, uint8_t v) { p[0] = static_cast<char>(v); }
+VIX_CODEC_INLINE void put_u16(char* p, uint16_t v) {
   p[0] = static_cast<char>(v >> 8);
   p[1] = static_cast<char>(v);
 }
-inline void put_u32(char* p, uint32_t v) {
+VIX_CODEC_INLINE void put_u32(char* p, uint32_t v) {
   p[0] = static_cast<char>(v >> 24);
   p[1] = static_cast<char>(v >> 16);
   p[2] = static_cast<char>(v >> 8);
   p[3] = static_cast<char>(v);
 }
-inline void put_u64(char* p, uint64_t v) {
+VIX_CODEC_INLINE void put_u64(char* p, uint64_t v) {
   put_u32(p, static_cast<uint32_t>(v >> 32));
   put_u32(p + 4, static_cast<uint32_t>(v));
 }
 
 // Big-endian loads. The caller has checked the data.
-inline uint8_t get_u8(const char* p) { return static_cast<uint8_t>(p[0]); }
-inline uint16_t get_u16(const char* p) {
+VIX_CODEC_INLINE uint8_t get_u8(const char* p) { return static_cast<uint8_t>(p[0]); }
+VIX_CODEC_INLINE uint16_t get_u16(const char* p) {
   return static_cast<uint16_t>((static_cast<uint16_t>(static_cast<uint8_t>(p[0])) << 8) |
                                static_cast<uint16_t>(static_cast<uint8_t>(p[1])));
 }
-inline uint32_t get_u32(const char* p) {
+VIX_CODEC_INLINE uint32_t get_u32(const char* p) {
   return (static_cast<uint32_t>(static_cast<uint8_t>(p[0])) << 24) |
          (static_cast<uint32_t>(static_cast<uint8_t>(p[1])) << 16) |
          (static_cast<uint32_t>(static_cast<uint8_t>(p[2])) << 8) | static_cast<uint32_t>(static_cast<uint8_t>(p[3]));
 }
-inline uint64_t get_u64(const char* p) {
+VIX_CODEC_INLINE uint64_t get_u64(const char* p) {
   return (static_cast<uint64_t>(get_u32(p)) << 32) | static_cast<uint64_t>(get_u32(p + 4));
 }
 
@@ -85,6 +88,27 @@ inline int get_string(const char* p, size_t& pos, size_t len, char* s, size_t ca
   pos += n;
   if (s[n - 1] != '\0' || std::strlen(s) + 1 != n) return VixError::VIX_ERR_STR_LEN_CONFLICT;
   return 0;
+}
+
+// Failure paths of generated code, kept out of line and marked cold so that the straight-line
+// success path stays small: record the entry in the back-trace, leave the cursor where the
+// failure happened, return the error.
+__attribute__((cold, noinline)) inline int fail_at(VixWriteBuf& buf, size_t pos, const char* entry,
+                                                   const char* file, int line, int error) {
+  buf.position = pos;
+  VixError::addBackTrace(entry, file, line);
+  return error;
+}
+__attribute__((cold, noinline)) inline int fail_at(VixReadBuf& buf, size_t pos, const char* entry, const char* file,
+                                                   int line, int error) {
+  buf.position = pos;
+  VixError::addBackTrace(entry, file, line);
+  return error;
+}
+// A nested record failed: add the enclosing entry and pass its error on.
+__attribute__((cold, noinline)) inline int fail_nested(const char* entry, const char* file, int line, int error) {
+  VixError::addBackTrace(entry, file, line);
+  return error;
 }
 
 // Effective cut version of a record (or union): 0 and values above curr mean curr; values below
