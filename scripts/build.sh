@@ -78,7 +78,8 @@ case "$cmd" in
       [ -x "$f" ] || continue
       name=$(basename "$f")
       mkdir -p "$root/build-fuzz/corpus-$name"
-      "$f" -max_total_time="$secs" "$root/build-fuzz/corpus-$name" "$root/fuzz/corpus/${name%_fuzz}"
+      "$f" -max_total_time="$secs" -artifact_prefix="$root/build-fuzz/$name-" \
+        "$root/build-fuzz/corpus-$name" "$root/fuzz/corpus/${name%_fuzz}"
     done
     ;;
   *)
