@@ -16,11 +16,20 @@ int g_is_sdk_loaded = 0;
 
 constexpr size_t kPathMax = 1024;
 
-// Builds <dir>/libkry_sdk.so into path and loads it. At most kPathMax - 1 bytes are written,
-// the NUL included, so a longer path is cut to kPathMax - 2 characters.
-int LoadLibraryIn(const KRY_TCHAR* shared_lib_dir, char (&path)[kPathMax]) {
+// Builds <dir>/libkry_sdk.so, loads it and looks up the initialiser `name`: 0 with *syml set,
+// -1 for a null directory or init record, the load's own code, or -2 for a missing symbol.
+// At most kPathMax - 1 bytes of path are written, the NUL included, so a longer path is cut to
+// kPathMax - 2 characters.
+int LoadAndFindInitialiser(const KRY_TCHAR* shared_lib_dir, const KrySdkInitInfo* init_info,
+                           const char* name, void** syml) {
+  char path[kPathMax];
+  std::memset(path, 0, sizeof(path));
+  if (shared_lib_dir == nullptr || init_info == nullptr) return -1;
   std::snprintf(path, kPathMax - 1, "%s/%s.%s", shared_lib_dir, KRY_SDK_LIB_BASE_NAME, KRY_SDK_LIB_EXT_NAME);
-  return kry_sdk_load_impl(path);
+  const int ret = kry_sdk_load_impl(path);
+  if (ret != 0) return ret;
+  *syml = kry_sdk_get_syml_impl(name);
+  return *syml == nullptr ? -2 : 0;
 }
 
 }  // namespace
@@ -59,37 +68,28 @@ extern "C" {
 
 int kry_sdk_load_and_init(const KRY_TCHAR* shared_lib_dir, const KrySdkInitInfo* init_info,
                           const KrySdkAccessInfo* access_info) {
-  char path[kPathMax];
-  std::memset(path, 0, sizeof(path));
-  if (shared_lib_dir == nullptr || init_info == nullptr) return -1;
-  const int ret = LoadLibraryIn(shared_lib_dir, path);
+  void* syml = nullptr;
+  const int ret = LoadAndFindInitialiser(shared_lib_dir, init_info, KRY_SDK_INIT_WITH_ACCESS_INFO_INTERF, &syml);
   if (ret != 0) return ret;
-  void* syml = kry_sdk_get_syml_impl(KRY_SDK_INIT_WITH_ACCESS_INFO_INTERF);
-  if (syml == nullptr) return -2;
   return reinterpret_cast<KrySdkInitWithAccessInfoInterf>(syml)(init_info, access_info);
 }
 
 const KrySdkBusiInterf* kry_sdk_load_and_init_with_proc(const KRY_TCHAR* shared_lib_dir,
                                                         const KrySdkInitInfo* init_info,
                                                         const KrySdkAccessInfo* access_info) {
-  char path[kPathMax];
-  std::memset(path, 0, sizeof(path));
-  if (shared_lib_dir == nullptr || init_info == nullptr) return nullptr;
-  if (LoadLibraryIn(shared_lib_dir, path) != 0) return nullptr;
-  void* syml = kry_sdk_get_syml_impl(KRY_SDK_INIT_WITH_ACCESS_INFO_AND_PROC_INTERF);
-  if (syml == nullptr) return nullptr;
+  void* syml = nullptr;
+  if (LoadAndFindInitialiser(shared_lib_dir, init_info, KRY_SDK_INIT_WITH_ACCESS_INFO_AND_PROC_INTERF, &syml) != 0) {
+    return nullptr;
+  }
   return reinterpret_cast<KrySdkInitWithAccessInfoAndProcInterf>(syml)(init_info, access_info);
 }
 
 int kry_sdk_load_and_init_for_quelld(const KRY_TCHAR* shared_lib_dir, const KrySdkInitInfo* init_info,
                                      const KrySdkAccessInfo* access_info) {
-  char path[kPathMax];
-  std::memset(path, 0, sizeof(path));
-  if (shared_lib_dir == nullptr || init_info == nullptr) return -1;
-  const int ret = LoadLibraryIn(shared_lib_dir, path);
+  void* syml = nullptr;
+  const int ret =
+      LoadAndFindInitialiser(shared_lib_dir, init_info, KRY_SDK_INIT_WITH_ACCESS_INFO_FOR_QUELLD_INTERF, &syml);
   if (ret != 0) return ret;
-  void* syml = kry_sdk_get_syml_impl(KRY_SDK_INIT_WITH_ACCESS_INFO_FOR_QUELLD_INTERF);
-  if (syml == nullptr) return -2;
   return reinterpret_cast<KrySdkInitWithAccessInfoForQuelldInterf>(syml)(init_info, access_info);
 }
 
