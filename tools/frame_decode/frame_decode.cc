@@ -1,7 +1,7 @@
-// frame_inspect: decodes one message given as hex text or a binary file and prints its text
+// frame_decode: decodes one message given as hex text or a binary file and prints its text
 // rendering, or the error code, its message and the back-trace.
 //
-//   frame_inspect [--type T] [--cut N] (--hex TEXT | --file PATH | PATH)
+//   frame_decode [--type T] [--cut N] (--hex TEXT | --file PATH | PATH)
 //     T: tframehead (default), nhp (client frame: head and body), nhp-head, o2auth, o2token
 //     Hex text may contain blanks, newlines, ':' and "0x" prefixes between bytes.
 // Exit status: 0 decoded, 1 decode error, 2 bad usage or unreadable input.
@@ -17,15 +17,15 @@
 
 #if __has_include("tframehead.h")
 #include "tframehead.h"
-#define FRAME_INSPECT_TFRAMEHEAD 1
+#define FRAME_DECODE_TFRAMEHEAD 1
 #endif
 #if __has_include("nhp.h")
 #include "nhp.h"
-#define FRAME_INSPECT_NHP 1
+#define FRAME_DECODE_NHP 1
 #endif
 #if __has_include("o2auth_data.h")
 #include "o2auth_data.h"
-#define FRAME_INSPECT_O2AUTH 1
+#define FRAME_DECODE_O2AUTH 1
 #endif
 
 using kalmo_vix::VixError;
@@ -34,7 +34,7 @@ namespace {
 
 int usage() {
   std::fprintf(stderr,
-               "usage: frame_inspect [--type tframehead|nhp|nhp-head|o2auth|o2token] [--cut N] "
+               "usage: frame_decode [--type tframehead|nhp|nhp-head|o2auth|o2token] [--cut N] "
                "(--hex TEXT | --file PATH | PATH)\n");
   return 2;
 }
@@ -68,7 +68,7 @@ int parseHex(const std::string& text, std::vector<char>& out) {
 
 // Decodes bytes as T and prints the result. Returns the process status.
 template <typename T>
-int inspect(const std::vector<char>& bytes, unsigned int cutVer) {
+int decode_and_print(const std::vector<char>& bytes, unsigned int cutVer) {
   std::unique_ptr<T> rec(new T());
   rec->construct();
   size_t used = 0;
@@ -121,23 +121,23 @@ int main(int argc, char** argv) {
   } else {
     std::ifstream in(file, std::ios::binary);
     if (!in) {
-      std::fprintf(stderr, "frame_inspect: cannot read %s\n", file.c_str());
+      std::fprintf(stderr, "frame_decode: cannot read %s\n", file.c_str());
       return 2;
     }
     bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
 
-#ifdef FRAME_INSPECT_TFRAMEHEAD
-  if (type == "tframehead") return inspect<tframehead::TFrameHead>(bytes, cutVer);
+#ifdef FRAME_DECODE_TFRAMEHEAD
+  if (type == "tframehead") return decode_and_print<tframehead::TFrameHead>(bytes, cutVer);
 #endif
-#ifdef FRAME_INSPECT_NHP
-  if (type == "nhp") return inspect<nhp::TNHPInFrame>(bytes, cutVer);
-  if (type == "nhp-head") return inspect<nhp::TNHPHead>(bytes, cutVer);
+#ifdef FRAME_DECODE_NHP
+  if (type == "nhp") return decode_and_print<nhp::TNHPInFrame>(bytes, cutVer);
+  if (type == "nhp-head") return decode_and_print<nhp::TNHPHead>(bytes, cutVer);
 #endif
-#ifdef FRAME_INSPECT_O2AUTH
-  if (type == "o2auth") return inspect<KALMOO2UnifiedAuth>(bytes, cutVer);
-  if (type == "o2token") return inspect<KALMOO2Token>(bytes, cutVer);
+#ifdef FRAME_DECODE_O2AUTH
+  if (type == "o2auth") return decode_and_print<KALMOO2UnifiedAuth>(bytes, cutVer);
+  if (type == "o2token") return decode_and_print<KALMOO2Token>(bytes, cutVer);
 #endif
-  std::fprintf(stderr, "frame_inspect: unknown or unavailable type %s\n", type.c_str());
+  std::fprintf(stderr, "frame_decode: unknown or unavailable type %s\n", type.c_str());
   return 2;
 }
