@@ -73,12 +73,11 @@ static_assert(sizeof(kErrorTexts) / sizeof(kErrorTexts[0]) == 44, "one text per 
 
 }  // namespace
 
-const char* VixError::getErrorString(ErrorType error) {
-  const int code = static_cast<int>(error);
+const char* VixError::getErrorString(int code) {
+  // Range checks before any negation: -INT_MIN does not exist.
   if (code > 0) return kErrorTexts[0];
-  if (-code < kErrorCount) return kErrorTexts[-code];
-  const int service = -200 - code;
-  if (service >= 0 && service < kServiceErrorCount) return kServiceErrorTexts[service];
+  if (code > -kErrorCount) return kErrorTexts[-code];
+  if (code <= -200 && code > -200 - kServiceErrorCount) return kServiceErrorTexts[-200 - code];
   return "unknown error";
 }
 

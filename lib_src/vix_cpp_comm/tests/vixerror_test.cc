@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 #include <string>
 
 using kalmo_vix::VixError;
@@ -34,6 +35,9 @@ TEST(VixError, ServiceTextsAndUnknownCodes) {
   EXPECT_STREQ("unknown error", VixError::getErrorString(-199));
   EXPECT_STREQ("unknown error", VixError::getErrorString(-204));
   EXPECT_STREQ("unknown error", VixError::getErrorString(-100000));
+  // The extremes of int: no negation may overflow on the way to the answer.
+  EXPECT_STREQ("unknown error", VixError::getErrorString(std::numeric_limits<int>::min()));
+  EXPECT_STREQ("no error", VixError::getErrorString(std::numeric_limits<int>::max()));
 }
 
 TEST(VixError, BackTracePrependsSoOutermostComesFirst) {

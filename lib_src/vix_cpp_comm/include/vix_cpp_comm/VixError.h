@@ -77,8 +77,9 @@ class VixError {
 
   // The text of a code: positive values give "no error", 0 to -43 and -200 to -203 their table
   // entry, anything else "unknown error". Never null.
-  static const char* getErrorString(ErrorType error);
-  static const char* getErrorString(int error) { return getErrorString(static_cast<ErrorType>(error)); }
+  // Any int is accepted, including values no ErrorType names.
+  static const char* getErrorString(int error);
+  static const char* getErrorString(ErrorType error) { return getErrorString(static_cast<int>(error)); }
 
   // Prepends "-->entry_name[<entryName>](<file>:<line>)" to the back-trace, with only the part of
   // sourceFile after its last '/'. When the area is full the entry is cut to what still fits.
