@@ -9,28 +9,71 @@
 
 using kalmo_vix::VixError;
 
-TEST(VixError, TextsOfTheCodecCodes) {
-  EXPECT_STREQ("no error", VixError::getErrorString(VixError::VIX_NO_ERROR));
+TEST(VixError, EveryCodeHasItsValueAndExactText) {
+  struct Row {
+    VixError::ErrorType code;
+    int value;
+    const char* text;
+  };
+  const Row rows[] = {
+      {VixError::VIX_NO_ERROR, 0, "no error"},
+      {VixError::VIX_ERR_SHORT_BUF_FOR_WRITE, -1, "available free space in buffer is not enough"},
+      {VixError::VIX_ERR_SHORT_BUF_FOR_READ, -2, "available data in buffer is not enough"},
+      {VixError::VIX_ERR_STR_LEN_TOO_BIG, -3, "string length surpass defined size"},
+      {VixError::VIX_ERR_STR_LEN_TOO_SMALL, -4, "string length smaller than min string length"},
+      {VixError::VIX_ERR_STR_LEN_CONFLICT, -5, "string sizeinfo inconsistent with real length"},
+      {VixError::VIX_ERR_MINUS_REFER_VALUE, -6, "reffer value can not be minus"},
+      {VixError::VIX_ERR_REFER_SURPASS_COUNT, -7, "reffer value bigger than count or size"},
+      {VixError::VIX_ERR_ARG_POINTER_IS_NULL, -8, "pointer-type argument is NULL"},
+      {VixError::VIX_ERR_CUTVER_TOO_SMALL, -9, "cut-version is smaller than base-version"},
+      {VixError::VIX_ERR_CUTVER_CONFILICT, -10, "cut-version not covers entry refered by versionindicator"},
+      {VixError::VIX_ERR_PARSE_VIXIP_FAILED, -11, "inet_ntoa failed when parse vix_ip_t"},
+      {VixError::VIX_ERR_INVALID_VIXIP_VALUE, -12, "value variable of vix_ip_t is invalid"},
+      {VixError::VIX_ERR_INVALID_VIXTIME_VALUE, -13, "value variable of vix_time_t is invalid"},
+      {VixError::VIX_ERR_INVALID_VIXDATE_VALUE, -14, "value variable of vix_date_t is invalid"},
+      {VixError::VIX_ERR_INVALID_VIXDATETIME_VALUE, -15, "value variable of vix_datetime_t is invalid"},
+      {VixError::VIX_ERR_FUNC_LOCALTIME_FAILED, -16, "function 'localtime' or 'localtime_r' failed"},
+      {VixError::VIX_ERR_INVALID_HEX_STR_LEN, -17, "invalid hex-string length, must be an even number"},
+      {VixError::VIX_ERR_INVALID_HEX_STR_FORMAT, -18, "invalid hex-string format, each character must be a hex-digit"},
+      {VixError::VIX_ERR_NULL_POINTER_PARAMETER, -19, "NULL pointer as parameter"},
+      {VixError::VIX_ERR_NET_CUTVER_INVALID, -20, "cutVer from net-msg not in [BASEVERSION, CURRVERSION]"},
+      {VixError::VIX_ERR_VALUE_UNDER_OR_OVER_FLOW, -21, "string-formated value underflow or overflow"},
+      {VixError::VIX_ERR_OPEN_FILE_READ_FAILED, -22, "failed to open file with read-mode"},
+      {VixError::VIX_ERR_OPEN_FILE_WRITE_FAILED, -23, "failed to open file with write-mode"},
+      {VixError::VIX_ERR_READ_FILE_FAILED, -24, "failed to read data from file"},
+      {VixError::VIX_ERR_WRITE_FILE_FAILED, -25, "failed to write data into file"},
+      {VixError::VIX_ERR_ALLOC_MEMORY_FAILED, -26, "failed to allocate heap memory"},
+      {VixError::VIX_ERR_PARSE_XML_FAILED, -27, "failed to parse XML-formated data"},
+      {VixError::VIX_ERR_INVALID_ROOT_NODE, -28, "XML root-node is NOT what expected"},
+      {VixError::VIX_ERR_FAILED_TO_PARSE_NUMERIC, -29, "failed to parse integer or float from string"},
+      {VixError::VIX_ERR_UNDEFINED_MACRO_NAME, -30, "specified macro name has NOT been defined"},
+      {VixError::VIX_ERR_FUNCTION_NOT_IMPLEMENTED, -31, "function has NOT been implemented"},
+      {VixError::VIX_ERR_BAD_TLV_MAGIC, -32, "bad tlv encode magic"},
+      {VixError::VIX_ERR_SUSPICIOUS_SELECTOR, -33, "invalid selector"},
+      {VixError::VIX_ERR_UNMATCHED_LENGTH, -34, "unmatched length"},
+      {VixError::VIX_ERR_UNKNOWN_TYPE_ID, -35, "unknown type id"},
+      {VixError::VIX_ERR_LOST_REQUIRED_FIELD, -36, "at least 1 required field been lost"},
+      {VixError::VIX_ERR_NULL_ARRAY, -37, "null array shouldn't be packed"},
+      {VixError::VIX_ERR_FIELD_NAME_IS_NOT_EXIST, -38, "the field name is not existed"},
+      {VixError::VIX_ERR_NOT_SUPPORT, -39, "it is not support now."},
+      {VixError::VIX_ERR_UNKNOWN_FIELD_ID, -40, "unknown field id."},
+      {VixError::VIX_ERR_UNMATCH_TAG_ID, -41, "unmatch tag id."},
+      {VixError::VIX_ERR_UNMATCH_TYPE_ID, -42, "unmatch type id."},
+      {VixError::VIX_ERR_NOT_FIND, -43, "not find."},
+      {VixError::VIX_ERR_SERVICE_NULL_RPC_CLIENT, -200, "null rpc client"},
+      {VixError::VIX_ERR_SERVICE_METHOD_NOT_IMPLEMENTED, -201, "rpc method not been implemented yet"},
+      {VixError::VIX_ERR_SERVICE_NULL_CLOSURE, -202, "null closure in servant"},
+      {VixError::VIX_ERR_SERVICE_UNKNOWN_METHOD, -203, "unknown rpc method "},
+  };
+  for (const Row& r : rows) {
+    EXPECT_EQ(r.value, static_cast<int>(r.code)) << r.text;
+    EXPECT_STREQ(r.text, VixError::getErrorString(r.code)) << r.value;
+    EXPECT_STREQ(r.text, VixError::getErrorString(r.value)) << r.value;
+  }
   EXPECT_STREQ("no error", VixError::getErrorString(5));
-  EXPECT_STREQ("available free space in buffer is not enough", VixError::getErrorString(-1));
-  EXPECT_STREQ("available data in buffer is not enough", VixError::getErrorString(-2));
-  EXPECT_STREQ("string length surpass defined size", VixError::getErrorString(-3));
-  EXPECT_STREQ("string length smaller than min string length", VixError::getErrorString(-4));
-  EXPECT_STREQ("string sizeinfo inconsistent with real length", VixError::getErrorString(-5));
-  EXPECT_STREQ("reffer value can not be minus", VixError::getErrorString(-6));
-  EXPECT_STREQ("reffer value bigger than count or size", VixError::getErrorString(-7));
-  EXPECT_STREQ("cut-version is smaller than base-version", VixError::getErrorString(-9));
-  EXPECT_STREQ("NULL pointer as parameter", VixError::getErrorString(-19));
-  EXPECT_STREQ("cutVer from net-msg not in [BASEVERSION, CURRVERSION]", VixError::getErrorString(-20));
-  EXPECT_STREQ("string-formated value underflow or overflow", VixError::getErrorString(-21));
-  EXPECT_STREQ("invalid selector", VixError::getErrorString(VixError::VIX_ERR_SUSPICIOUS_SELECTOR));
-  EXPECT_STREQ("not find.", VixError::getErrorString(-43));
 }
 
-TEST(VixError, ServiceTextsAndUnknownCodes) {
-  EXPECT_STREQ("null rpc client", VixError::getErrorString(-200));
-  EXPECT_STREQ("null closure in servant", VixError::getErrorString(-202));
-  EXPECT_STREQ("unknown rpc method ", VixError::getErrorString(VixError::VIX_ERR_SERVICE_UNKNOWN_METHOD));
+TEST(VixError, UnknownCodesOutsideBothRanges) {
   EXPECT_STREQ("unknown error", VixError::getErrorString(-44));
   EXPECT_STREQ("unknown error", VixError::getErrorString(-199));
   EXPECT_STREQ("unknown error", VixError::getErrorString(-204));
