@@ -92,6 +92,7 @@ class Parser {
     return false;
   }
   bool number(const std::string& text, long long& out);
+  bool parseName(const std::string& text, const Type& t, const char* what, Entry& e, bool& hasCap);
   bool parseEntry(const std::vector<Token>& tok, Type& t);
   bool parseMember(const std::vector<Token>& tok, Type& t);
   bool finishType(Type& t);
@@ -118,14 +119,12 @@ bool Parser::number(const std::string& text, long long& out) {
   return true;
 }
 
-// TYPE NAME[CAP] options...
-bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
-  Entry e;
-  e.line = line_;
-  std::string typeName = tok[0].text;
-  std::string name = tok[1].text;
+// NAME or NAME[CAP] of an entry or union member: sets e.name (and e.cap, e.capText, hasCap),
+// refusing a bad capacity, a bad identifier or a name the type already has.
+bool Parser::parseName(const std::string& text, const Type& t, const char* what, Entry& e, bool& hasCap) {
+  std::string name = text;
   const size_t bracket = name.find('[');
-  bool hasCap = false;
+  hasCap = false;
   if (bracket != std::string::npos) {
     if (name.back() != ']') return fail("bad capacity in " + name);
     e.capText = name.substr(bracket + 1, name.size() - bracket - 2);
@@ -134,11 +133,21 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
     if (e.cap < 1) return fail("capacity must be at least 1");
     hasCap = true;
   }
-  if (!isIdentifier(name)) return fail("bad entry name: " + name);
+  if (!isIdentifier(name)) return fail(std::string("bad ") + what + " name: " + name);
   for (const Entry& other : t.entries) {
-    if (other.name == name) return fail("duplicate entry " + name);
+    if (other.name == name) return fail(std::string("duplicate ") + what + " " + name);
   }
   e.name = name;
+  return true;
+}
+
+// TYPE NAME[CAP] options...
+bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
+  Entry e;
+  e.line = line_;
+  std::string typeName = tok[0].text;
+  bool hasCap = false;
+  if (!parseName(tok[1].text, t, "entry", e, hasCap)) return false;
   if (typeName == "string") {
     e.kind = Kind::kString;
     if (!hasCap) return fail("string needs a capacity");
@@ -237,22 +246,8 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
 bool Parser::parseMember(const std::vector<Token>& tok, Type& t) {
   Entry e;
   e.line = line_;
-  std::string name = tok[1].text;
-  const size_t bracket = name.find('[');
   bool hasCap = false;
-  if (bracket != std::string::npos) {
-    if (name.back() != ']') return fail("bad capacity in " + name);
-    e.capText = name.substr(bracket + 1, name.size() - bracket - 2);
-    name = name.substr(0, bracket);
-    if (!number(e.capText, e.cap)) return false;
-    if (e.cap < 1) return fail("capacity must be at least 1");
-    hasCap = true;
-  }
-  if (!isIdentifier(name)) return fail("bad member name: " + name);
-  for (const Entry& other : t.entries) {
-    if (other.name == name) return fail("duplicate member " + name);
-  }
-  e.name = name;
+  if (!parseName(tok[1].text, t, "member", e, hasCap)) return false;
   const std::string& typeName = tok[0].text;
   if (typeName == "string" || typeName == "bytes") {
     e.kind = typeName == "string" ? Kind::kString : Kind::kBytes;
