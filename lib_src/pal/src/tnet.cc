@@ -179,23 +179,31 @@ int tnet_open_by_proto(const TNETOPT* opt, const TNETPROTODEF* proto) {
   }
 }
 
+namespace {
+
+// Parses an endpoint string and looks up its protocol: the protocol, or null (EPROTONOSUPPORT
+// for an unknown name).
+const TNETPROTODEF* parse_endpoint_i(const char* str, TNETOPT* opt) {
+  if (tnet_get_opt(opt, str) != 0) return nullptr;
+  const TNETPROTODEF* proto = tnet_find_proto(opt->szProto);
+  if (proto == nullptr) errno = EPROTONOSUPPORT;
+  return proto;
+}
+
+}  // namespace
+
 int tnet_open(const char* str) {
   TNETOPT opt;
-  if (tnet_get_opt(&opt, str) != 0) return -1;
-  const TNETPROTODEF* proto = tnet_find_proto(opt.szProto);
-  if (proto == nullptr) {
-    errno = EPROTONOSUPPORT;
-    return -1;
-  }
+  const TNETPROTODEF* proto = parse_endpoint_i(str, &opt);
+  if (proto == nullptr) return -1;
   return tnet_open_by_proto(&opt, proto);
 }
 
 int tnet_connect(const char* str, int timeout_ms) {
   TNETOPT opt;
-  if (tnet_get_opt(&opt, str) != 0) return -1;
-  const TNETPROTODEF* proto = tnet_find_proto(opt.szProto);
-  if (proto == nullptr || (proto->iID != TNET_ID_TCP && proto->iID != TNET_ID_UDP &&
-                           proto->iID != TNET_ID_UNIX)) {
+  const TNETPROTODEF* proto = parse_endpoint_i(str, &opt);
+  if (proto == nullptr) return -1;
+  if (proto->iID != TNET_ID_TCP && proto->iID != TNET_ID_UDP && proto->iID != TNET_ID_UNIX) {
     errno = EPROTONOSUPPORT;
     return -1;
   }
@@ -213,12 +221,8 @@ int tnet_connect(const char* str, int timeout_ms) {
 
 int tnet_listen(const char* str, int backlog) {
   TNETOPT opt;
-  if (tnet_get_opt(&opt, str) != 0) return -1;
-  const TNETPROTODEF* proto = tnet_find_proto(opt.szProto);
-  if (proto == nullptr) {
-    errno = EPROTONOSUPPORT;
-    return -1;
-  }
+  const TNETPROTODEF* proto = parse_endpoint_i(str, &opt);
+  if (proto == nullptr) return -1;
   int fd = tnet_open_by_proto(&opt, proto);
   if (fd < 0) return -1;
   const char* reuse = tnet_find_arg(&opt, "reuse");
