@@ -53,6 +53,15 @@ char* get_buffer(WLOGCATEGORYINNERINST* c) {
   return c->pszBuff;
 }
 
+// The buffer a log call formats into, with its size in *max; null when the category has no
+// configuration, no buffer or a size below 1.
+char* message_buffer(WLOGCATEGORYINNERINST* c, int* max) {
+  if (c->pstCat == nullptr) return nullptr;
+  *max = c->pstCat->iMaxMsgSize;
+  char* buf = get_buffer(c);
+  return *max < 1 ? nullptr : buf;
+}
+
 // Hands the record to one category's appender (initialising it on first use).
 int append(WLOGCATEGORYINNERINST* a, WLOGEVENTBASE* e) {
   if (!window_accepts(a, e->evt_priority)) return 0;
@@ -232,10 +241,9 @@ int wlog_category_logv_va_list(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt, cons
     return -1;
   }
   WLOGCATEGORYINNERINST* c = inner_of(pstCat);
-  if (c->pstCat == nullptr) return -1;
-  const int max = c->pstCat->iMaxMsgSize;
-  char* buf = get_buffer(c);
-  if (buf == nullptr || max < 1) return -1;
+  int max = 0;
+  char* buf = message_buffer(c, &max);
+  if (buf == nullptr) return -1;
   pstEvt->evt_msg = buf;
   pstEvt->evt_msg_len = max;
 
@@ -269,10 +277,9 @@ int wlog_category_log_hex(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt) {
     return -1;
   }
   WLOGCATEGORYINNERINST* c = inner_of(pstCat);
-  if (c->pstCat == nullptr) return -1;
-  const int max = c->pstCat->iMaxMsgSize;
-  char* buf = get_buffer(c);
-  if (buf == nullptr || max < 1) return -1;
+  int max = 0;
+  char* buf = message_buffer(c, &max);
+  if (buf == nullptr) return -1;
 
   size_t len = static_cast<size_t>(pstEvt->evt_msg_len);
   if (2 * len > static_cast<size_t>(max)) len = static_cast<size_t>(max > 2 ? (max - 2) / 2 : 0);
