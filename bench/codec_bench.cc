@@ -41,18 +41,18 @@ void fillHeartbeat(TFrameHead& h) {
 
 // ---- the hand-written floor: same fields, same byte order, a bounds check before each field.
 
-#define FLOOR_PUT(width, value)                                         \
-  do {                                                                  \
-    if (len - pos < (width) / 8) return -1;                             \
+#define FLOOR_PUT(width, value)                                                   \
+  do {                                                                            \
+    if (len - pos < (width) / 8) return -1;                                       \
     kalmo_vix::codec::put_u##width(p + pos, static_cast<uint##width##_t>(value)); \
-    pos += (width) / 8;                                                 \
+    pos += (width) / 8;                                                           \
   } while (0)
 
-#define FLOOR_GET(width, type, target)                                  \
-  do {                                                                  \
-    if (len - pos < (width) / 8) return -1;                             \
+#define FLOOR_GET(width, type, target)                                     \
+  do {                                                                     \
+    if (len - pos < (width) / 8) return -1;                                \
     (target) = static_cast<type>(kalmo_vix::codec::get_u##width(p + pos)); \
-    pos += (width) / 8;                                                 \
+    pos += (width) / 8;                                                    \
   } while (0)
 
 int handEncode(const TFrameHead& h, char* p, size_t len, size_t* used) {

@@ -36,7 +36,8 @@ void BM_XcoreMd5_64MiB(benchmark::State& state) {
     xcore::md5(buf.data(), static_cast<xcore::uint32>(buf.size()), digest);
     benchmark::DoNotOptimize(digest);
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(buf.size()));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(buf.size()));
 }
 BENCHMARK(BM_XcoreMd5_64MiB)->Unit(benchmark::kMillisecond);
 
@@ -49,7 +50,8 @@ void BM_OpenSslMd5_64MiB(benchmark::State& state) {
     EVP_Digest(buf.data(), buf.size(), digest, &len, EVP_md5(), nullptr);
     benchmark::DoNotOptimize(digest);
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(buf.size()));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(buf.size()));
 }
 BENCHMARK(BM_OpenSslMd5_64MiB)->Unit(benchmark::kMillisecond);
 #endif

@@ -22,13 +22,15 @@ namespace {
 volatile unsigned char g_sink;
 
 KrySdkProcResult AddUser(KrySdkAntiAddUserInfo* info) {
-  g_sink = static_cast<unsigned char>(info->account_info_.account_id_.account_[0] ^ info->client_ip_);
+  g_sink =
+      static_cast<unsigned char>(info->account_info_.account_id_.account_[0] ^ info->client_ip_);
   return KRY_SDK_PROC_OK;
 }
 KrySdkProcResult DelUser(const KrySdkAntiDelUserInfo*) { return KRY_SDK_PROC_OK; }
 KrySdkProcResult RecvData(KrySdkAntiRecvDataInfo*) { return KRY_SDK_PROC_OK; }
 KrySdkProcResult TickUser(const KrySdkAntiTickUserInfo* info) {
-  g_sink = static_cast<unsigned char>(info->account_info_.account_id_.account_[0] ^ info->client_ip_);
+  g_sink =
+      static_cast<unsigned char>(info->account_info_.account_id_.account_[0] ^ info->client_ip_);
   return KRY_SDK_PROC_OK;
 }
 
@@ -64,8 +66,8 @@ class InfoLog {
     cat.iPriorityHigh = -1;
     cat.iPriorityLow = -1;
     cat.stDevice.iType = WLOG_DEV_FILE;
-    std::snprintf(cat.stDevice.stDevice.stFile.szPattern, sizeof(cat.stDevice.stDevice.stFile.szPattern),
-                  "%s/zq.log", dir_.c_str());
+    std::snprintf(cat.stDevice.stDevice.stFile.szPattern,
+                  sizeof(cat.stDevice.stDevice.stFile.szPattern), "%s/zq.log", dir_.c_str());
     cat.stDevice.stDevice.stFile.iMaxRotate = 1;
     ctx_ = wlog_alloc();
     if (ctx_ != nullptr && wlog_init(ctx_, conf_.get()) == 0) cat_ = wlog_get_category(ctx_, "zq");
@@ -126,7 +128,7 @@ struct FloorTables {
     const uint16_t a = auth[authtype];
     if (a >= 16) return static_cast<uint16_t>(a - 16);
     if (a == 1) {
-      return acctype == 0x1003 ? KRYACCOUNT_TYPE_MX_OPENID
+      return acctype == 0x1003   ? KRYACCOUNT_TYPE_MX_OPENID
              : acctype == 0x1002 ? KRYACCOUNT_TYPE_TOLVA
              : acctype == 0x2001 ? KRYACCOUNT_TYPE_VISITOR
                                  : KRYACCOUNT_TYPE_UNDEFINED;
@@ -134,13 +136,16 @@ struct FloorTables {
     if (a == 2) return acctype == 1 ? KRYACCOUNT_TYPE_MX : KRYACCOUNT_TYPE_UNDEFINED;
     return KRYACCOUNT_TYPE_UNDEFINED;
   }
-  uint16_t Plat(uint32_t client_type) const { return client_type < plat.size() ? plat[client_type] : 9; }
+  uint16_t Plat(uint32_t client_type) const {
+    return client_type < plat.size() ? plat[client_type] : 9;
+  }
 
   std::array<uint16_t, 65536> auth;
   std::array<uint16_t, 141> plat;
 };
 
-void FloorLogin(const FloorTables& t, const KrySdkAntiInterf* interf, uint32_t game_id, const quelld::User& u) {
+void FloorLogin(const FloorTables& t, const KrySdkAntiInterf* interf, uint32_t game_id,
+                const quelld::User& u) {
   KrySdkAntiAddUserInfo info;
   std::memset(&info, 0, sizeof(info));
   KryAccountInfo& a = info.account_info_;

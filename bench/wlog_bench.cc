@@ -174,7 +174,7 @@ BENCHMARK(BM_FloorSnprintfFwrite);
 // One conversion at a time (pattern "<flag> %m") through a category writing to /dev/null: the
 // granularity that finds a slow converter.
 void BM_PatternFlag(benchmark::State& state) {
-  static const char* const kFlags[] = {"%d", "%u", "%h", "%f", "%F", "%l", "%M", "%p",
+  static const char* const kFlags[] = {"%d", "%u", "%h", "%f", "%F", "%l", "%M",     "%p",
                                        "%c", "%t", "%P", "%C", "%U", "%n", "literal"};
   const char* flag = kFlags[state.range(0)];
   Logger log("flag.log");

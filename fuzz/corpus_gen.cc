@@ -34,7 +34,9 @@ int emit(const std::string& dir, int count, CutOf cutOf) {
     if (rec->pack(out.data(), out.size(), &used, cutOf(seed)) != 0 || used > 4096) continue;
     char name[64];
     std::snprintf(name, sizeof(name), "/seed-%03d.bin", written);
-    if (!writeFile(dir + name, std::vector<char>(out.begin(), out.begin() + static_cast<long>(used)))) return -1;
+    if (!writeFile(dir + name,
+                   std::vector<char>(out.begin(), out.begin() + static_cast<long>(used))))
+      return -1;
     ++written;
   }
   return written;

@@ -60,7 +60,8 @@ void decodeRecodeDecode(const uint8_t* data, size_t size, CutOf cutOf) {
   check(used2 == packed, "decode consumed a different length");
   size_t packed2 = 0;
   check(second->pack(again.data(), again.size(), &packed2, cut) == 0, "second re-pack");
-  check(packed2 == packed && std::memcmp(wire.data(), again.data(), packed) == 0, "re-packed bytes differ");
+  check(packed2 == packed && std::memcmp(wire.data(), again.data(), packed) == 0,
+        "re-packed bytes differ");
   // What a record looks like after a trip at `cut`: entries it does not carry are zero and its
   // version indicators state the cut.
   vixtest_cut(*first, cut);

@@ -6,6 +6,7 @@
 #include "o2auth_data_testsupport.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  zqfuzz::decodeRecodeDecode<KALMOO2UnifiedAuth>(data, size, [](const KALMOO2UnifiedAuth&) { return 0; });
+  zqfuzz::decodeRecodeDecode<KALMOO2UnifiedAuth>(data, size,
+                                                 [](const KALMOO2UnifiedAuth&) { return 0; });
   return 0;
 }

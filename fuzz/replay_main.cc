@@ -45,9 +45,11 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     for (const std::string& file : listInputs(argv[i])) {
       std::ifstream in(file, std::ios::binary);
-      std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
+                                 std::istreambuf_iterator<char>());
       runOne(bytes);
-      for (size_t n = 0; n < bytes.size(); ++n) runOne(std::vector<uint8_t>(bytes.begin(), bytes.begin() + n));
+      for (size_t n = 0; n < bytes.size(); ++n)
+        runOne(std::vector<uint8_t>(bytes.begin(), bytes.begin() + n));
       for (size_t at = 0; at < bytes.size() && at < 64; ++at) {
         for (uint8_t flip : {0x01, 0x80, 0xff}) {
           std::vector<uint8_t> m(bytes);

@@ -25,7 +25,8 @@ int LoadAndFindInitialiser(const KRY_TCHAR* shared_lib_dir, const KrySdkInitInfo
   char path[kPathMax];
   std::memset(path, 0, sizeof(path));
   if (shared_lib_dir == nullptr || init_info == nullptr) return -1;
-  std::snprintf(path, kPathMax - 1, "%s/%s.%s", shared_lib_dir, KRY_SDK_LIB_BASE_NAME, KRY_SDK_LIB_EXT_NAME);
+  std::snprintf(path, kPathMax - 1, "%s/%s.%s", shared_lib_dir, KRY_SDK_LIB_BASE_NAME,
+                KRY_SDK_LIB_EXT_NAME);
   const int ret = kry_sdk_load_impl(path);
   if (ret != 0) return ret;
   *syml = kry_sdk_get_syml_impl(name);
@@ -69,7 +70,8 @@ extern "C" {
 int kry_sdk_load_and_init(const KRY_TCHAR* shared_lib_dir, const KrySdkInitInfo* init_info,
                           const KrySdkAccessInfo* access_info) {
   void* syml = nullptr;
-  const int ret = LoadAndFindInitialiser(shared_lib_dir, init_info, KRY_SDK_INIT_WITH_ACCESS_INFO_INTERF, &syml);
+  const int ret = LoadAndFindInitialiser(shared_lib_dir, init_info,
+                                         KRY_SDK_INIT_WITH_ACCESS_INFO_INTERF, &syml);
   if (ret != 0) return ret;
   return reinterpret_cast<KrySdkInitWithAccessInfoInterf>(syml)(init_info, access_info);
 }
@@ -78,17 +80,19 @@ const KrySdkBusiInterf* kry_sdk_load_and_init_with_proc(const KRY_TCHAR* shared_
                                                         const KrySdkInitInfo* init_info,
                                                         const KrySdkAccessInfo* access_info) {
   void* syml = nullptr;
-  if (LoadAndFindInitialiser(shared_lib_dir, init_info, KRY_SDK_INIT_WITH_ACCESS_INFO_AND_PROC_INTERF, &syml) != 0) {
+  if (LoadAndFindInitialiser(shared_lib_dir, init_info,
+                             KRY_SDK_INIT_WITH_ACCESS_INFO_AND_PROC_INTERF, &syml) != 0) {
     return nullptr;
   }
   return reinterpret_cast<KrySdkInitWithAccessInfoAndProcInterf>(syml)(init_info, access_info);
 }
 
-int kry_sdk_load_and_init_for_quelld(const KRY_TCHAR* shared_lib_dir, const KrySdkInitInfo* init_info,
+int kry_sdk_load_and_init_for_quelld(const KRY_TCHAR* shared_lib_dir,
+                                     const KrySdkInitInfo* init_info,
                                      const KrySdkAccessInfo* access_info) {
   void* syml = nullptr;
-  const int ret =
-      LoadAndFindInitialiser(shared_lib_dir, init_info, KRY_SDK_INIT_WITH_ACCESS_INFO_FOR_QUELLD_INTERF, &syml);
+  const int ret = LoadAndFindInitialiser(shared_lib_dir, init_info,
+                                         KRY_SDK_INIT_WITH_ACCESS_INFO_FOR_QUELLD_INTERF, &syml);
   if (ret != 0) return ret;
   return reinterpret_cast<KrySdkInitWithAccessInfoForQuelldInterf>(syml)(init_info, access_info);
 }

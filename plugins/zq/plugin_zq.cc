@@ -63,7 +63,8 @@ std::vector<std::string> StringSplit(const std::string& str, const std::string& 
   return result;
 }
 
-int CompareVersion(const std::vector<std::string>& v1, const std::vector<std::string>& v2, int length) {
+int CompareVersion(const std::vector<std::string>& v1, const std::vector<std::string>& v2,
+                   int length) {
   if (length < 1) return 0;
   for (int i = 0; i < length; ++i) {
     // A component missing from a short vector counts as 0 rather than reading past the end.
@@ -90,7 +91,8 @@ KrySdkProcResult SendDataToClientCob(const KrySdkAntiSendDataInfo* anti_data) {
   const char* ext_data = ext != nullptr ? ext->user_ext_data_ : nullptr;
   uint32_t ext_len = ext != nullptr ? ext->ext_data_len_ : 0;
   if (ext_len > MAX_KRY_USER_EXT_DATA_LEN) ext_len = MAX_KRY_USER_EXT_DATA_LEN;
-  const int ret = send(account, 1, 0, ext_data, ext_len, anti_data->anti_data_, anti_data->anti_data_len_);
+  const int ret =
+      send(account, 1, 0, ext_data, ext_len, anti_data->anti_data_, anti_data->anti_data_len_);
   return ret != 0 ? KRY_SDK_PROC_FAIL : KRY_SDK_PROC_OK;
 }
 
@@ -137,7 +139,8 @@ int ZQPlugin::InitKrySDK() {
   std::memset(&init_info, 0, sizeof(init_info));
   init_info.kry_sdk_conf_dir_ = nullptr;
   init_info.game_id_ = opts_.gameid;
-  CopyText(init_info.auth_token_, sizeof(init_info.auth_token_), opts_.gamekey, sizeof(opts_.gamekey));
+  CopyText(init_info.auth_token_, sizeof(init_info.auth_token_), opts_.gamekey,
+           sizeof(opts_.gamekey));
 
   KrySdkAccessInfo access_info;
   std::memset(&access_info, 0, sizeof(access_info));
@@ -159,7 +162,8 @@ int ZQPlugin::InitKrySDK() {
 
   KrySdkAntiInitInfo anti_init_info;
   anti_init_info.send_data_to_client_ = SendDataToClientCob;
-  anti_interf_ = static_cast<const KrySdkAntiInterf*>(kry_sdk_get_busi_interf(KRY_SDK_GET_ANTI_INTERF, &anti_init_info));
+  anti_interf_ = static_cast<const KrySdkAntiInterf*>(
+      kry_sdk_get_busi_interf(KRY_SDK_GET_ANTI_INTERF, &anti_init_info));
   if (anti_interf_ == nullptr) {
     WLOG_LOG_ERROR(log_, "KRY_SDK_GET_ANTI_INTERF failed");
     UnloadKrySDK();
@@ -169,7 +173,8 @@ int ZQPlugin::InitKrySDK() {
   return 0;
 }
 
-int ZQPlugin::LoadKrySDK(const char* dir, const KrySdkInitInfo* init_info, const KrySdkAccessInfo* access_info) {
+int ZQPlugin::LoadKrySDK(const char* dir, const KrySdkInitInfo* init_info,
+                         const KrySdkAccessInfo* access_info) {
   if (loaded_) {
     WLOG_LOG_ERROR(log_, "already loaded");
     return -1;
@@ -208,20 +213,22 @@ void ZQPlugin::OnReload() {
 bool ZQPlugin::SDKVersionOK() {
   KrySdkGetSdkInfoInitData request;
   request.reserved_ = 0;
-  const KrySdkGetSdkInfoInterf* info =
-      static_cast<const KrySdkGetSdkInfoInterf*>(kry_sdk_get_busi_interf(KRY_SDK_GET_SDK_INFO, &request));
+  const KrySdkGetSdkInfoInterf* info = static_cast<const KrySdkGetSdkInfoInterf*>(
+      kry_sdk_get_busi_interf(KRY_SDK_GET_SDK_INFO, &request));
   if (info == nullptr) {
     WLOG_LOG_ERROR(log_, "missing get version symbol");
     return false;
   }
-  const char* version = info->get_sdk_version_info_ != nullptr ? info->get_sdk_version_info_() : nullptr;
+  const char* version =
+      info->get_sdk_version_info_ != nullptr ? info->get_sdk_version_info_() : nullptr;
   if (version == nullptr) {
     WLOG_LOG_ERROR(log_, "version is None");
     return false;
   }
   const std::vector<std::string> sdk_parts = StringSplit(version, ".");
   if (sdk_parts.size() <= 2) {
-    WLOG_LOG_ERROR(log_, "invalid krysdk version:%s.must great than %s", version, kKrySDKBaseVersion);
+    WLOG_LOG_ERROR(log_, "invalid krysdk version:%s.must great than %s", version,
+                   kKrySDKBaseVersion);
     return false;
   }
   const std::vector<std::string> base_parts = StringSplit(kKrySDKBaseVersion, ".");
@@ -230,7 +237,8 @@ bool ZQPlugin::SDKVersionOK() {
     return false;
   }
   if (CompareVersion(sdk_parts, base_parts, kKrySDKVersionCount) < 0) {
-    WLOG_LOG_ERROR(log_, "invalid krysdk version:%s.must great than %s", version, kKrySDKBaseVersion);
+    WLOG_LOG_ERROR(log_, "invalid krysdk version:%s.must great than %s", version,
+                   kKrySDKBaseVersion);
     return false;
   }
   WLOG_LOG_INFO(log_, "krysdk version:%s", version);
@@ -245,10 +253,18 @@ KryAccountType ZQPlugin::TranslateAccountType(uint32_t acctype, uint16_t authtyp
     result = KRYACCOUNT_TYPE_MORVEN;
   } else if ((authtype >= 0x1001 && authtype <= 0x1003) || authtype == 0xFFFF) {
     switch (acctype) {
-      case 0x1003: result = KRYACCOUNT_TYPE_MX_OPENID; break;
-      case 0x1002: result = KRYACCOUNT_TYPE_TOLVA; break;
-      case 0x2001: result = KRYACCOUNT_TYPE_VISITOR; break;
-      default: result = KRYACCOUNT_TYPE_UNDEFINED; break;
+      case 0x1003:
+        result = KRYACCOUNT_TYPE_MX_OPENID;
+        break;
+      case 0x1002:
+        result = KRYACCOUNT_TYPE_TOLVA;
+        break;
+      case 0x2001:
+        result = KRYACCOUNT_TYPE_VISITOR;
+        break;
+      default:
+        result = KRYACCOUNT_TYPE_UNDEFINED;
+        break;
     }
   } else if (authtype == 0x2001) {
     result = acctype == 1 ? KRYACCOUNT_TYPE_MX : KRYACCOUNT_TYPE_UNDEFINED;
@@ -261,24 +277,45 @@ KryAccountType ZQPlugin::TranslateAccountType(uint32_t acctype, uint16_t authtyp
 KryAccountPlatId ZQPlugin::TranslatePlatID(uint32_t client_type) {
   KryAccountPlatId result;
   switch (client_type) {
-    case 0: result = KRYPLAT_ID_PC_CLIENT; break;
-    case 101: result = KRYPLAT_ID_ANDROID; break;
-    case 102: result = KRYPLAT_ID_IOS; break;
+    case 0:
+      result = KRYPLAT_ID_PC_CLIENT;
+      break;
+    case 101:
+      result = KRYPLAT_ID_ANDROID;
+      break;
+    case 102:
+      result = KRYPLAT_ID_IOS;
+      break;
     case 103:
-    case 104: result = KRYPLAT_ID_PC_CLIENT; break;
-    case 110: result = KRYPLAT_ID_SWITCH_CLIENT; break;
-    case 120: result = KRYPLAT_ID_PS_CLIENT; break;
-    case 130: result = KRYPLAT_ID_XBOX_CLIENT; break;
-    case 140: result = ULM_SDK_PLAT_ID_HARMONY_MOBILE; break;
-    default: result = KRYPLAT_ID_UNKNOWN; break;
+    case 104:
+      result = KRYPLAT_ID_PC_CLIENT;
+      break;
+    case 110:
+      result = KRYPLAT_ID_SWITCH_CLIENT;
+      break;
+    case 120:
+      result = KRYPLAT_ID_PS_CLIENT;
+      break;
+    case 130:
+      result = KRYPLAT_ID_XBOX_CLIENT;
+      break;
+    case 140:
+      result = ULM_SDK_PLAT_ID_HARMONY_MOBILE;
+      break;
+    default:
+      result = KRYPLAT_ID_UNKNOWN;
+      break;
   }
-  WLOG_LOG_DEBUG(log_, "(client_type:%u) trans to zq_platid(%d)", client_type, static_cast<int>(result));
+  WLOG_LOG_DEBUG(log_, "(client_type:%u) trans to zq_platid(%d)", client_type,
+                 static_cast<int>(result));
   return result;
 }
 
 void ZQPlugin::FillAccountInfo(const quelld::User& user, KryAccountInfo* info) {
-  CopyText(info->account_id_.account_, sizeof(info->account_id_.account_), user.openid, sizeof(user.openid));
-  info->account_id_.account_type_ = static_cast<uint16_t>(TranslateAccountType(user.account_type, user.auth_type));
+  CopyText(info->account_id_.account_, sizeof(info->account_id_.account_), user.openid,
+           sizeof(user.openid));
+  info->account_id_.account_type_ =
+      static_cast<uint16_t>(TranslateAccountType(user.account_type, user.auth_type));
   info->plat_id_ = static_cast<uint16_t>(TranslatePlatID(user.platid));
   info->game_id_ = opts_.gameid;
   info->world_id_ = user.world_id;
@@ -329,14 +366,16 @@ KrySdkAntiRecvDataInfo ZQPlugin::CastedAntiRecvDataInfo(const quelld::User& user
 
 // The relay calls the interface without a null test: user events arrive only while the SDK runs.
 void ZQPlugin::OnUserLogin(const quelld::User& user) {
-  WLOG_LOG_DEBUG(log_, "zq plugin recv user(%s) login event", BoundedText<quelld::kOpenIdLen>(user.openid).text);
+  WLOG_LOG_DEBUG(log_, "zq plugin recv user(%s) login event",
+                 BoundedText<quelld::kOpenIdLen>(user.openid).text);
   KrySdkAntiAddUserInfo info = CastedAntiAddUserInfo(user);
   const int ret = anti_interf_->add_user_(&info);
   if (ret != 0) WLOG_LOG_ERROR(log_, "add user failed,ret:%d", ret);
 }
 
 void ZQPlugin::OnUserLogout(const quelld::User& user) {
-  WLOG_LOG_DEBUG(log_, "zq plugin recv user(%s) logout event", BoundedText<quelld::kOpenIdLen>(user.openid).text);
+  WLOG_LOG_DEBUG(log_, "zq plugin recv user(%s) logout event",
+                 BoundedText<quelld::kOpenIdLen>(user.openid).text);
   const KrySdkAntiDelUserInfo info = CastedAntiDelUserInfo(user);
   const int ret = anti_interf_->del_user_(&info);
   if (ret != 0) WLOG_LOG_ERROR(log_, "del user failed,ret:%d", ret);

@@ -27,7 +27,8 @@ std::vector<std::string> StringSplit(const std::string& str, const std::string& 
 
 // Compares the first `length` components numerically (strtol): 1 when v1 is newer, -1 when
 // older, 0 when equal or length < 1. Components missing from a shorter vector count as 0.
-int CompareVersion(const std::vector<std::string>& v1, const std::vector<std::string>& v2, int length);
+int CompareVersion(const std::vector<std::string>& v1, const std::vector<std::string>& v2,
+                   int length);
 
 // Send path handed to the SDK: forwards the SDK's data for one client to the host.
 // KRY_SDK_PROC_FAIL without a host callback or when the host could not send.
@@ -64,7 +65,8 @@ class ZQPlugin : public quelld::Plugin {
   bool SDKVersionOK();
 
   int InitKrySDK();
-  int LoadKrySDK(const char* dir, const KrySdkInitInfo* init_info, const KrySdkAccessInfo* access_info);
+  int LoadKrySDK(const char* dir, const KrySdkInitInfo* init_info,
+                 const KrySdkAccessInfo* access_info);
   void UnloadKrySDK();
   void QuitKrySDK();
 
@@ -74,7 +76,8 @@ class ZQPlugin : public quelld::Plugin {
   KrySdkAntiAddUserInfo CastedAntiAddUserInfo(const quelld::User& user);
   KrySdkAntiDelUserInfo CastedAntiDelUserInfo(const quelld::User& user);
   KrySdkAntiTickUserInfo CastedAntiTickUserInfo(const quelld::User& user);
-  KrySdkAntiRecvDataInfo CastedAntiRecvDataInfo(const quelld::User& user, const char* data, uint32_t data_len);
+  KrySdkAntiRecvDataInfo CastedAntiRecvDataInfo(const quelld::User& user, const char* data,
+                                                uint32_t data_len);
 
   // Read-only views for the host's diagnostics.
   const std::string& so_md5sum() const { return so_md5sum_; }

@@ -64,14 +64,14 @@ typedef enum KryDoubleSlot {
 /* Parts of one recorded call (see kry_double_record). A part whose pointer was null in the
  * record is absent (-1). */
 typedef enum KryDoublePart {
-  KRY_DOUBLE_PART_RECORD = 0,        /* the record itself, byte for byte (sizeof the record) */
-  KRY_DOUBLE_PART_ANTI_DATA = 1,     /* receive record: the anti_data_len_ bytes at anti_data_ */
-  KRY_DOUBLE_PART_ROLE_NAME = 2,     /* add/tick record: the text at role_name_, without NUL */
-  KRY_DOUBLE_PART_USER_EXT = 3,      /* user records: the 1028-byte KrySdkUserExtData pointed at */
-  KRY_DOUBLE_PART_ACCESS = 4,        /* initialisers: the KrySdkAccessInfo record (40 bytes) */
-  KRY_DOUBLE_PART_CONF_DIR = 5,      /* initialisers: text at kry_sdk_conf_dir_, without NUL */
-  KRY_DOUBLE_PART_DATA_PROXY = 6,    /* initialisers: text at data_proxy_domain_ */
-  KRY_DOUBLE_PART_BUSI_PROXY = 7,    /* initialisers: text at busi_proxy_domain_ */
+  KRY_DOUBLE_PART_RECORD = 0,     /* the record itself, byte for byte (sizeof the record) */
+  KRY_DOUBLE_PART_ANTI_DATA = 1,  /* receive record: the anti_data_len_ bytes at anti_data_ */
+  KRY_DOUBLE_PART_ROLE_NAME = 2,  /* add/tick record: the text at role_name_, without NUL */
+  KRY_DOUBLE_PART_USER_EXT = 3,   /* user records: the 1028-byte KrySdkUserExtData pointed at */
+  KRY_DOUBLE_PART_ACCESS = 4,     /* initialisers: the KrySdkAccessInfo record (40 bytes) */
+  KRY_DOUBLE_PART_CONF_DIR = 5,   /* initialisers: text at kry_sdk_conf_dir_, without NUL */
+  KRY_DOUBLE_PART_DATA_PROXY = 6, /* initialisers: text at data_proxy_domain_ */
+  KRY_DOUBLE_PART_BUSI_PROXY = 7, /* initialisers: text at busi_proxy_domain_ */
   KRY_DOUBLE_PART_TEST_DATA_PROXY = 8, /* initialisers: text at test_data_proxy_domain_ */
   KRY_DOUBLE_PART_TEST_BUSI_PROXY = 9, /* initialisers: text at test_busi_proxy_domain_ */
   KRY_DOUBLE_PART_COUNT = 10

@@ -185,8 +185,7 @@ int Init(int slot, const KrySdkInitInfo* init_info, const KrySdkAccessInfo* acce
   return result;
 }
 
-int SendToClient(const char* openid, const KrySdkUserExtData* ext, const void* data,
-                 uint32_t len) {
+int SendToClient(const char* openid, const KrySdkUserExtData* ext, const void* data, uint32_t len) {
   KrySdkAntiSendDataToClient cob;
   {
     std::lock_guard<std::mutex> lock(g_state.mu);
@@ -223,8 +222,7 @@ KRY_SDK_EXPORT int kry_sdk_init_with_access_info_interf(const KrySdkInitInfo* in
 KRY_SDK_EXPORT const KrySdkBusiInterf* kry_sdk_init_with_access_info_and_proc_interf(
     const KrySdkInitInfo* init_info, const KrySdkAccessInfo* access_info) {
   std::lock_guard<std::mutex> lock(g_state.mu);
-  return Init(KRY_DOUBLE_SLOT_INIT_WITH_PROC, init_info, access_info) == 0 ? &kBusiInterf
-                                                                          : nullptr;
+  return Init(KRY_DOUBLE_SLOT_INIT_WITH_PROC, init_info, access_info) == 0 ? &kBusiInterf : nullptr;
 }
 
 KRY_SDK_EXPORT int kry_sdk_init_with_access_info_for_quelld_interf(

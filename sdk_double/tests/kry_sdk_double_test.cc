@@ -54,8 +54,10 @@ TEST(KryDouble, RecordsAreCopiedWithTheirDataAndCopiedOutBounded) {
   EXPECT_EQ(kry_double_last_record(KRY_DOUBLE_SLOT_ADD_USER, copy, 10), 124);  // cut, full length
   EXPECT_EQ(copy[9], 0xA5);
   EXPECT_EQ(copy[10], 0xEE);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_ADD_USER, 0, KRY_DOUBLE_PART_ROLE_NAME, nullptr, 0), 0);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_ADD_USER, 0, KRY_DOUBLE_PART_USER_EXT, nullptr, 0), -1);
+  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_ADD_USER, 0, KRY_DOUBLE_PART_ROLE_NAME, nullptr, 0),
+            0);
+  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_ADD_USER, 0, KRY_DOUBLE_PART_USER_EXT, nullptr, 0),
+            -1);
 
   KrySdkAntiRecvDataInfo recv{};
   const char payload[] = {'a', 0, 'b', '\xff'};
@@ -65,10 +67,16 @@ TEST(KryDouble, RecordsAreCopiedWithTheirDataAndCopiedOutBounded) {
   recv.anti_data_ = nullptr;
   anti->recv_anti_data_(&recv);
   char got[8] = {};
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 0, KRY_DOUBLE_PART_ANTI_DATA, got, sizeof(got)), 4);
+  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 0, KRY_DOUBLE_PART_ANTI_DATA, got,
+                              sizeof(got)),
+            4);
   EXPECT_EQ(memcmp(got, payload, 4), 0);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 1, KRY_DOUBLE_PART_ANTI_DATA, got, sizeof(got)), -1);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 2, KRY_DOUBLE_PART_RECORD, got, sizeof(got)), -1);
+  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 1, KRY_DOUBLE_PART_ANTI_DATA, got,
+                              sizeof(got)),
+            -1);
+  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 2, KRY_DOUBLE_PART_RECORD, got,
+                              sizeof(got)),
+            -1);
 }
 
 TEST(KryDouble, InitTextsAndHistoryAreBounded) {
@@ -83,10 +91,13 @@ TEST(KryDouble, InitTextsAndHistoryAreBounded) {
   ASSERT_EQ(kry_sdk_init_with_access_info_for_quelld_interf(&init, &access), 0);
   const int slot = KRY_DOUBLE_SLOT_INIT_FOR_QUELLD;
   EXPECT_EQ(kry_double_record(slot, 0, KRY_DOUBLE_PART_ACCESS, nullptr, 0), 40);
-  const std::pair<int, long> lengths[] = {{KRY_DOUBLE_PART_CONF_DIR, -1}, {KRY_DOUBLE_PART_DATA_PROXY, 512},
-                                          {KRY_DOUBLE_PART_BUSI_PROXY, 15}, {KRY_DOUBLE_PART_TEST_DATA_PROXY, 0},
+  const std::pair<int, long> lengths[] = {{KRY_DOUBLE_PART_CONF_DIR, -1},
+                                          {KRY_DOUBLE_PART_DATA_PROXY, 512},
+                                          {KRY_DOUBLE_PART_BUSI_PROXY, 15},
+                                          {KRY_DOUBLE_PART_TEST_DATA_PROXY, 0},
                                           {KRY_DOUBLE_PART_TEST_BUSI_PROXY, -1}};
-  for (const auto& l : lengths) EXPECT_EQ(kry_double_record(slot, 0, l.first, nullptr, 0), l.second) << l.first;
+  for (const auto& l : lengths)
+    EXPECT_EQ(kry_double_record(slot, 0, l.first, nullptr, 0), l.second) << l.first;
 
   // Only the latest KRY_DOUBLE_HISTORY_MAX calls are kept; the count goes on.
   KrySdkAntiInitInfo anti_init{nullptr};
@@ -99,10 +110,16 @@ TEST(KryDouble, InitTextsAndHistoryAreBounded) {
     anti->tick_user_(&rec);
   }
   EXPECT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_TICK_USER), total);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, 4, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)), -1);
-  ASSERT_EQ(kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, 5, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)), 124);
+  EXPECT_EQ(
+      kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, 4, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)),
+      -1);
+  ASSERT_EQ(
+      kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, 5, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)),
+      124);
   EXPECT_EQ(uint32_t{rec.account_info_.world_id_}, 5u);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, total, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)), -1);
+  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, total, KRY_DOUBLE_PART_RECORD, &rec,
+                              sizeof(rec)),
+            -1);
 }
 
 TEST(KryDouble, ResultsPerSlotAndLifecycle) {
@@ -156,7 +173,8 @@ TEST(KryDouble, ResultsPerSlotAndLifecycle) {
 TEST(KryDouble, SendsThroughKeptCallback) {
   EXPECT_EQ(kry_double_send_to_client("x", "d", 1), -1);  // before any callback is kept
   ASSERT_NE(Start(Capture), nullptr);
-  EXPECT_EQ(kry_double_send_to_client(std::string(100, 'p').c_str(), "he\0llo", 6), KRY_SDK_PROC_OK);
+  EXPECT_EQ(kry_double_send_to_client(std::string(100, 'p').c_str(), "he\0llo", 6),
+            KRY_SDK_PROC_OK);
   EXPECT_EQ(g_seen, std::string(64, 'p') + std::string("|he\0llo|-", 9));
   g_answer = KRY_SDK_PROC_FAIL;
   EXPECT_EQ(kry_double_send_to_client_ext("acc", "ext", 3, nullptr, 0), KRY_SDK_PROC_FAIL);
@@ -164,7 +182,9 @@ TEST(KryDouble, SendsThroughKeptCallback) {
   EXPECT_EQ(kry_double_send_count(), 2);
   EXPECT_EQ(kry_double_send_fail_count(), 1);
   std::vector<char> big(MAX_KRY_USER_EXT_DATA_LEN + 1, 'e');
-  EXPECT_EQ(kry_double_send_to_client_ext("acc", big.data(), static_cast<uint32_t>(big.size()), nullptr, 0), -1);
+  EXPECT_EQ(kry_double_send_to_client_ext("acc", big.data(), static_cast<uint32_t>(big.size()),
+                                          nullptr, 0),
+            -1);
   EXPECT_EQ(kry_double_send_to_client(nullptr, "d", 1), -1);
   EXPECT_EQ(kry_double_send_to_client("acc", nullptr, 3), -1);
   kry_sdk_release_busi_interf();  // a stopped SDK sends nothing
@@ -205,9 +225,11 @@ TEST(KryDouble, DirectoryHoldsOnlyTheLibraryMarkedNodelete) {
         if (len < 14 || strcmp(info->dlpi_name + len - 14, "/libkry_sdk.so") != 0) return 0;
         for (int i = 0; i < info->dlpi_phnum; ++i) {
           if (info->dlpi_phdr[i].p_type != PT_DYNAMIC) continue;
-          auto dyn = reinterpret_cast<const ElfW(Dyn)*>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr);
+          auto dyn =
+              reinterpret_cast<const ElfW(Dyn)*>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr);
           for (; dyn->d_tag != DT_NULL; ++dyn) {
-            if (dyn->d_tag == DT_FLAGS_1 && (dyn->d_un.d_val & DF_1_NODELETE) != 0) *static_cast<bool*>(arg) = true;
+            if (dyn->d_tag == DT_FLAGS_1 && (dyn->d_un.d_val & DF_1_NODELETE) != 0)
+              *static_cast<bool*>(arg) = true;
           }
         }
         return 1;

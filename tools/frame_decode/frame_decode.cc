@@ -74,7 +74,8 @@ int decode_and_print(const std::vector<char>& bytes, unsigned int cutVer) {
   size_t used = 0;
   const int ret = rec->unpack(bytes.data(), bytes.size(), &used, cutVer);
   if (ret != 0) {
-    std::printf("error %d: %s\nback-trace: %s\n", ret, VixError::getErrorString(ret), VixError::getBackTrace());
+    std::printf("error %d: %s\nback-trace: %s\n", ret, VixError::getErrorString(ret),
+                VixError::getBackTrace());
     return 1;
   }
   std::vector<char> text(1 << 24);

@@ -36,9 +36,8 @@ bool PluginLibrary::Open(const std::string& path, std::string* err) {
   dlerror();
   // A bare file name would make dlopen search the library path; a file given on the command line
   // is meant relative to the current directory.
-  std::string file = path.find('/') == std::string::npos && access(path.c_str(), F_OK) == 0
-                         ? "./" + path
-                         : path;
+  std::string file =
+      path.find('/') == std::string::npos && access(path.c_str(), F_OK) == 0 ? "./" + path : path;
   handle_ = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle_ == nullptr) {
     *err = "cannot load plug-in " + path + ": " + DlError();

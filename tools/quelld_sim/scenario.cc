@@ -184,7 +184,8 @@ class Parser {
 
   bool DefineUsers(const std::vector<std::string>& w, bool many, std::string* why) {
     if (w.size() < (many ? 3u : 2u)) {
-      *why = many ? "usage: users COUNT PREFIX [key=value ...]" : "usage: user NAME [key=value ...]";
+      *why =
+          many ? "usage: users COUNT PREFIX [key=value ...]" : "usage: user NAME [key=value ...]";
       return false;
     }
     int64_t count = 1;
@@ -399,9 +400,9 @@ bool ParseData(const std::string& word, std::string* bytes, std::string* err) {
 }
 
 bool IsKnownCounter(const std::string& name) {
-  static const char* const kCounters[] = {
-      "logins",   "logouts",  "ticks",    "msgs",         "sends",
-      "send_failures", "host_sends", "reloads", "sdk.init", "sdk.quit"};
+  static const char* const kCounters[] = {"logins",   "logouts",       "ticks",      "msgs",
+                                          "sends",    "send_failures", "host_sends", "reloads",
+                                          "sdk.init", "sdk.quit"};
   for (const char* c : kCounters) {
     if (name == c) return true;
   }
@@ -420,8 +421,8 @@ bool ParseScenario(const std::string& text, Scenario* out, std::string* err) {
 std::string DefaultScenarioText(const SimOptions& opts) {
   // (account_type, auth_type, platid) mixes that cover every branch of the plug-in's translations.
   static const unsigned kMix[][3] = {
-      {4099, 4097, 101}, {4098, 4098, 102}, {8193, 4099, 0},  {1, 8193, 103},  {5, 4096, 110},
-      {7, 4101, 120},    {3, 65535, 130},   {2, 4112, 140},   {1, 1, 105},     {9, 4102, 104},
+      {4099, 4097, 101}, {4098, 4098, 102}, {8193, 4099, 0}, {1, 8193, 103}, {5, 4096, 110},
+      {7, 4101, 120},    {3, 65535, 130},   {2, 4112, 140},  {1, 1, 105},    {9, 4102, 104},
   };
   const size_t mixes = sizeof(kMix) / sizeof(kMix[0]);
   const long users = opts.users;
@@ -447,8 +448,8 @@ std::string DefaultScenarioText(const SimOptions& opts) {
        " account_type=4099 auth_type=4097 platid=102 world=9 channel=9 ip=192.168.1.200\n";
   s += "user badip openid=sim-badip account_type=1 auth_type=8193 platid=0 ip=300.1.2.3\n";
   s += "login *\n";
-  snprintf(buf, sizeof(buf),
-           "repeat %d\n  tick *\n  msg * size:%d\n  host_tick\nend\n", opts.rounds, opts.msg_size);
+  snprintf(buf, sizeof(buf), "repeat %d\n  tick *\n  msg * size:%d\n  host_tick\nend\n",
+           opts.rounds, opts.msg_size);
   s += buf;
   if (opts.sends > 0) {
     snprintf(buf, sizeof(buf), "send * size:32 %d\n", opts.sends);

@@ -38,8 +38,8 @@ constexpr size_t kMaxDataSize = 1 << 20;
 
 struct Command {
   Op op = Op::kHostTick;
-  int line = 0;            // line in the scenario text
-  int user = kAllUsers;    // user index, or kAllUsers
+  int line = 0;          // line in the scenario text
+  int user = kAllUsers;  // user index, or kAllUsers
   long times = 1;
   std::string data;        // msg/send bytes; sdk_version text; expect counter name
   bool null_text = false;  // sdk_version none
@@ -48,9 +48,9 @@ struct Command {
 };
 
 struct Scenario {
-  std::vector<std::string> names;     // user names, same order as users
+  std::vector<std::string> names;  // user names, same order as users
   std::vector<quelld::User> users;
-  std::vector<Command> commands;      // in order, repeat blocks expanded
+  std::vector<Command> commands;  // in order, repeat blocks expanded
 };
 
 // Parses a scenario. On failure returns false and sets `err` to "line N: what is wrong".

@@ -8,15 +8,15 @@
 namespace quelld_sim {
 
 struct SimOptions {
-  std::string plugin;        // plug-in library to load
-  std::string sdk_dir;       // directory whose libkry_sdk.so is copied and loaded
-  std::string scenario;      // scenario file; empty runs the built-in scenario
-  std::string log_file;      // empty: quelld_sim.log in the work directory
-  int log_level = 600;       // least severe priority written (INFO)
-  bool verbose = false;      // log also to standard output
-  bool reload = true;        // run the reload phase after the scenario
-  bool verify = true;        // compare the SDK double's records with the events sent
-  bool keep = false;         // keep the work directory
+  std::string plugin;    // plug-in library to load
+  std::string sdk_dir;   // directory whose libkry_sdk.so is copied and loaded
+  std::string scenario;  // scenario file; empty runs the built-in scenario
+  std::string log_file;  // empty: quelld_sim.log in the work directory
+  int log_level = 600;   // least severe priority written (INFO)
+  bool verbose = false;  // log also to standard output
+  bool reload = true;    // run the reload phase after the scenario
+  bool verify = true;    // compare the SDK double's records with the events sent
+  bool keep = false;     // keep the work directory
   bool help = false;
   bool dump_scenario = false;  // print the scenario text that would run, and stop
 
@@ -30,8 +30,8 @@ struct SimOptions {
   uint32_t pluginid = 1;
   uint32_t gameid = 10086;
   std::string gamekey = "quelld-sim-game-key";
-  uint32_t network_type = 1;      // non-IDC network
-  uint32_t backend_env = 101;     // test environment
+  uint32_t network_type = 1;   // non-IDC network
+  uint32_t backend_env = 101;  // test environment
   std::string data_proxy = "data.proxy.sim:7001";
   std::string busi_proxy = "busi.proxy.sim:7002";
   std::string test_data_proxy = "test.data.proxy.sim:7101";

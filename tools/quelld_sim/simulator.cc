@@ -22,8 +22,8 @@ namespace quelld_sim {
 namespace {
 
 enum Kind { kLogin, kLogout, kTick, kMsg, kSend, kHostTick, kReloadKind, kKinds };
-const char* const kKindNames[kKinds] = {"login", "logout", "tick", "msg", "send", "host_tick",
-                                        "reload"};
+const char* const kKindNames[kKinds] = {"login", "logout",    "tick",  "msg",
+                                        "send",  "host_tick", "reload"};
 constexpr int kUserKinds = 5;  // login .. send: the user events counted as relayed events
 
 // Extension data the host hands with every client message; the plug-in must not pass it on.
@@ -68,7 +68,7 @@ struct HostSends {
   bool expecting = false;  // a send through the SDK double is under way
   std::string want_account;
   std::string want_data;
-  std::string problem;     // first mismatch of the current send
+  std::string problem;  // first mismatch of the current send
 };
 HostSends* g_host = nullptr;
 
@@ -84,15 +84,16 @@ int HostSendToClient(const char* account, uint32_t arg1, uint32_t arg2, const ch
   }
   std::string got_account = account != nullptr ? account : "(null)";
   if (got_account != h->want_account) {
-    h->problem = "host send went to account '" + got_account + "' instead of '" +
-                 h->want_account + "'";
+    h->problem =
+        "host send went to account '" + got_account + "' instead of '" + h->want_account + "'";
   } else if (arg1 != 1 || arg2 != 0) {
     h->problem = Format("host send arguments were %u, %u instead of 1, 0", arg1, arg2);
   } else if (ext_data != nullptr || ext_data_len != 0) {
-    h->problem = Format("host send carried %u bytes of extension data, none were sent",
-                        ext_data_len);
+    h->problem =
+        Format("host send carried %u bytes of extension data, none were sent", ext_data_len);
   } else if (data_len != h->want_data.size() ||
-             (data_len > 0 && (data == nullptr || memcmp(data, h->want_data.data(), data_len) != 0))) {
+             (data_len > 0 &&
+              (data == nullptr || memcmp(data, h->want_data.data(), data_len) != 0))) {
     h->problem = Format("host send carried %u bytes that differ from the %zu bytes the SDK sent",
                         data_len, h->want_data.size());
   }
@@ -221,7 +222,8 @@ class Simulation {
     }
     sdk_.Attach(sdk_copy_);
     const SdkDouble* d = Double();
-    out_ << "SDK: " << (d != nullptr ? "test double" : "not the test double; double-only steps skipped")
+    out_ << "SDK: "
+         << (d != nullptr ? "test double" : "not the test double; double-only steps skipped")
          << ", from " << opts_.sdk_dir << "\n  working copy " << sdk_copy_ << "\n";
     if (d != nullptr) CheckStart(*d);
     return true;
@@ -427,24 +429,33 @@ class Simulation {
   }
 
   bool Counter(const std::string& name, int64_t* v) const {
-    if (name == "logins") *v = count_[kLogin];
-    else if (name == "logouts") *v = count_[kLogout];
-    else if (name == "ticks") *v = count_[kTick];
-    else if (name == "msgs") *v = count_[kMsg];
-    else if (name == "sends") *v = count_[kSend];
-    else if (name == "send_failures") *v = send_failures_;
-    else if (name == "host_sends") *v = host_.calls;
-    else if (name == "reloads") *v = count_[kReloadKind];
+    if (name == "logins")
+      *v = count_[kLogin];
+    else if (name == "logouts")
+      *v = count_[kLogout];
+    else if (name == "ticks")
+      *v = count_[kTick];
+    else if (name == "msgs")
+      *v = count_[kMsg];
+    else if (name == "sends")
+      *v = count_[kSend];
+    else if (name == "send_failures")
+      *v = send_failures_;
+    else if (name == "host_sends")
+      *v = host_.calls;
+    else if (name == "reloads")
+      *v = count_[kReloadKind];
     else {
       const SdkDouble* d = Double();
       if (d == nullptr) return false;
-      if (name == "sdk.init") *v = d->init_count();
-      else if (name == "sdk.quit") *v = d->quit_count();
+      if (name == "sdk.init")
+        *v = d->init_count();
+      else if (name == "sdk.quit")
+        *v = d->quit_count();
       else {
         bool fail = name.compare(0, 9, "sdk.fail.") == 0;
         std::string slot = name.substr(fail ? 9 : 4);
-        static const char* const kSlots[] = {"add_user", "del_user", "recv_anti_data",
-                                             "tick_user"};
+        static const char* const kSlots[] = {"add_user", "del_user", "recv_anti_data", "tick_user"};
         for (int i = 0; i < 4; ++i) {
           if (slot == kSlots[i]) {
             *v = fail ? d->fail_count(i) : d->call_count(i);
@@ -500,8 +511,8 @@ class Simulation {
     }
     unsigned char rec[sizeof(KrySdkAntiAddUserInfo)];
     const long want_size = kind == kLogin || kind == kTick ? sizeof(KrySdkAntiAddUserInfo)
-                           : kind == kLogout              ? sizeof(KrySdkAntiDelUserInfo)
-                                                          : sizeof(KrySdkAntiRecvDataInfo);
+                           : kind == kLogout               ? sizeof(KrySdkAntiDelUserInfo)
+                                                           : sizeof(KrySdkAntiRecvDataInfo);
     if (d.record(slot, before, KRY_DOUBLE_PART_RECORD, rec, sizeof(rec)) != want_size) {
       Problem(Format("%s of %s: the SDK record is missing or has the wrong size", what,
                      SdkAccount(u).c_str()));
@@ -528,8 +539,8 @@ class Simulation {
       memcpy(ip, u.client_ip, sizeof(u.client_ip));
       uint64_t want_ip = static_cast<uint32_t>(inet_addr(ip));
       if (r.client_ip_ != want_ip) {
-        bad = Format("client address (0x%016" PRIX64 ", expected 0x%016" PRIX64 ")",
-                     r.client_ip_, want_ip);
+        bad = Format("client address (0x%016" PRIX64 ", expected 0x%016" PRIX64 ")", r.client_ip_,
+                     want_ip);
       } else if (r.user_ext_data_ != nullptr) {
         bad = "extension data pointer";
       } else if (d.record(slot, before, KRY_DOUBLE_PART_ROLE_NAME, nullptr, 0) != 0) {
@@ -603,12 +614,13 @@ class Simulation {
     if (d != nullptr) {
       long inits = d->init_count() - init0, quits = d->quit_count() - quit0;
       bool running = d->is_running() == 1;
-      outcome = Format("SDK %s (%ld quit, %ld start)", inits > 0 ? "restarted" : "kept", quits,
-                       inits);
+      outcome =
+          Format("SDK %s (%ld quit, %ld start)", inits > 0 ? "restarted" : "kept", quits, inits);
       if (changed && (inits != 1 || quits != 1 || !running)) {
-        Problem(Format("reload with a changed SDK file: expected one quit and one start of the "
-                       "SDK, saw %ld and %ld (SDK %s)", quits, inits,
-                       running ? "running" : "not running"));
+        Problem(
+            Format("reload with a changed SDK file: expected one quit and one start of the "
+                   "SDK, saw %ld and %ld (SDK %s)",
+                   quits, inits, running ? "running" : "not running"));
       } else if (!changed && (inits != 0 || quits != 0)) {
         Problem(Format("reload with the SDK file unchanged restarted the SDK (%ld quit, %ld start)",
                        quits, inits));
@@ -652,9 +664,12 @@ class Simulation {
       }
       long before = d != nullptr ? d->call_count(step.slot) : 0;
       Timed(step.kind, [&] {
-        if (step.kind == kLogin) plugin_->OnUserLogin(u);
-        else if (step.kind == kTick) plugin_->OnTickUser(u);
-        else plugin_->OnUserLogout(u);
+        if (step.kind == kLogin)
+          plugin_->OnUserLogin(u);
+        else if (step.kind == kTick)
+          plugin_->OnTickUser(u);
+        else
+          plugin_->OnUserLogout(u);
       });
       ++count_[step.kind];
       if (d != nullptr) VerifyRecord(*d, step.kind, step.slot, before, u, std::string());
@@ -672,8 +687,8 @@ class Simulation {
     if (d != nullptr) {
       if (d->is_running() != 0) Problem("OnQuit left the SDK running");
       if (was_running && d->quit_count() != quit0 + 1) {
-        Problem(Format("OnQuit released the SDK %ld times instead of once",
-                       d->quit_count() - quit0));
+        Problem(
+            Format("OnQuit released the SDK %ld times instead of once", d->quit_count() - quit0));
       }
       for (int s = 0; s < 4; ++s) {
         sdk_calls_[s] = d->call_count(s);
@@ -699,7 +714,8 @@ class Simulation {
       return;
     }
     log_lines_ = static_cast<long>(CountOccurrences(text, "\n"));
-    for (const char* t : kFailureLogTexts) log_errors_ += static_cast<long>(CountOccurrences(text, t));
+    for (const char* t : kFailureLogTexts)
+      log_errors_ += static_cast<long>(CountOccurrences(text, t));
     long not_changed = static_cast<long>(CountOccurrences(text, kNotChangedLogText));
     if (double_seen_ && opts_.log_level >= WLOG_PRIORITY_ERROR) {
       long fails = sdk_fails_[0] + sdk_fails_[1] + sdk_fails_[2] + sdk_fails_[3];
@@ -726,20 +742,22 @@ class Simulation {
     out_ << Format("  host: %ld host ticks, %ld reloads (%ld unchanged, %ld changed)\n",
                    count_[kHostTick], count_[kReloadKind], unchanged_reloads_, changed_reloads_);
     if (double_seen_) {
-      out_ << Format("  SDK results (calls/non-zero): add_user_ %ld/%ld, del_user_ %ld/%ld, "
-                     "recv_anti_data_ %ld/%ld, tick_user_ %ld/%ld; started %ld, released %ld\n",
-                     sdk_calls_[0], sdk_fails_[0], sdk_calls_[1], sdk_fails_[1], sdk_calls_[2],
-                     sdk_fails_[2], sdk_calls_[3], sdk_fails_[3], sdk_inits_, sdk_quits_);
+      out_ << Format(
+          "  SDK results (calls/non-zero): add_user_ %ld/%ld, del_user_ %ld/%ld, "
+          "recv_anti_data_ %ld/%ld, tick_user_ %ld/%ld; started %ld, released %ld\n",
+          sdk_calls_[0], sdk_fails_[0], sdk_calls_[1], sdk_fails_[1], sdk_calls_[2], sdk_fails_[2],
+          sdk_calls_[3], sdk_fails_[3], sdk_inits_, sdk_quits_);
     } else {
       out_ << "  SDK results: not known (the SDK is not the test double)\n";
     }
-    out_ << Format("  sends to clients: %ld reached the host (%ld bytes), %ld refused to the SDK, "
-                   "%ld unexpected\n",
-                   host_.calls, host_.bytes, send_failures_, host_.unexpected);
-    out_ << Format("  log: %s, %ld lines, %ld SDK failure lines%s\n", log_path_.c_str(),
-                   log_lines_, log_errors_,
-                   (opts_.log_file.empty() && !opts_.keep) ? " (removed with the work directory)"
-                                                           : "");
+    out_ << Format(
+        "  sends to clients: %ld reached the host (%ld bytes), %ld refused to the SDK, "
+        "%ld unexpected\n",
+        host_.calls, host_.bytes, send_failures_, host_.unexpected);
+    out_ << Format(
+        "  log: %s, %ld lines, %ld SDK failure lines%s\n", log_path_.c_str(), log_lines_,
+        log_errors_,
+        (opts_.log_file.empty() && !opts_.keep) ? " (removed with the work directory)" : "");
     if (skipped_ > 0) out_ << Format("  skipped: %ld double-only steps\n", skipped_);
     uint64_t inside = 0;
     std::vector<uint64_t> all;
@@ -750,10 +768,11 @@ class Simulation {
     inside = total.total;
     double wall_s = static_cast<double>(wall_ns_) / 1e9;
     double in_s = static_cast<double>(inside) / 1e9;
-    out_ << Format("  events per second: %.0f over the scenario's %.3f s wall time; %.0f counting "
-                   "only time inside the plug-in (%.3f s)\n",
-                   wall_s > 0 ? static_cast<double>(total.count) / wall_s : 0.0, wall_s,
-                   in_s > 0 ? static_cast<double>(total.count) / in_s : 0.0, in_s);
+    out_ << Format(
+        "  events per second: %.0f over the scenario's %.3f s wall time; %.0f counting "
+        "only time inside the plug-in (%.3f s)\n",
+        wall_s > 0 ? static_cast<double>(total.count) / wall_s : 0.0, wall_s,
+        in_s > 0 ? static_cast<double>(total.count) / in_s : 0.0, in_s);
     out_ << Format("  OnInit %.3f ms, OnQuit %.3f ms\n", static_cast<double>(init_ns_) / 1e6,
                    static_cast<double>(quit_ns_) / 1e6);
     out_ << "  latency per event in microseconds (plug-in and SDK together; the test double copies "

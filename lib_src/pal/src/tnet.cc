@@ -15,8 +15,8 @@
 namespace {
 
 const TNETPROTODEF kProtoDefs[] = {
-    {"tcp", TNET_ID_TCP, 1, 1},   {"udp", TNET_ID_UDP, 1, 1},   {"unix", TNET_ID_UNIX, 1, 1},
-    {"pipe", TNET_ID_PIPE, 1, 1}, {"file", TNET_ID_FILE, 1, 1}, {"shm", TNET_ID_SHM, 0, 1},
+    {"tcp", TNET_ID_TCP, 1, 1},     {"udp", TNET_ID_UDP, 1, 1},   {"unix", TNET_ID_UNIX, 1, 1},
+    {"pipe", TNET_ID_PIPE, 1, 1},   {"file", TNET_ID_FILE, 1, 1}, {"shm", TNET_ID_SHM, 0, 1},
     {"thttp", TNET_ID_THTTP, 1, 1},
 };
 

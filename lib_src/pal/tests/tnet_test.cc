@@ -170,7 +170,8 @@ TEST(TnetConnect, TcpAndThttpRoundTrip) {
   lfd = tnet_listen("thttp://127.0.0.1:0", 8);  // thttp listens like tcp but cannot connect
   ASSERT_GE(lfd, 0);
   EXPECT_EQ(tsocket_get_acceptconn(lfd), 1);
-  EXPECT_EQ(tnet_connect(("thttp://127.0.0.1:" + std::to_string(LocalPort(lfd))).c_str(), 1000), -1);
+  EXPECT_EQ(tnet_connect(("thttp://127.0.0.1:" + std::to_string(LocalPort(lfd))).c_str(), 1000),
+            -1);
   tnet_close(lfd);
 }
 

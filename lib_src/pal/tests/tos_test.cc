@@ -211,10 +211,9 @@ std::vector<int> RunDaemon(const std::string& path) {
     for (int i = 0; i < 5000 && getppid() != reaper; ++i) usleep(1000);
     struct sigaction sa;
     sigaction(SIGTERM, nullptr, &sa);
-    WriteText("daemon.out", std::to_string(getsid(0) != sid_before) +
-                                std::to_string(getsid(0) != getpid()) +
-                                std::to_string(sa.sa_handler == SIG_IGN) +
-                                std::to_string(umask(0)));
+    WriteText("daemon.out",
+              std::to_string(getsid(0) != sid_before) + std::to_string(getsid(0) != getpid()) +
+                  std::to_string(sa.sa_handler == SIG_IGN) + std::to_string(umask(0)));
     _exit(0);
   }
   std::vector<int> codes;

@@ -63,8 +63,8 @@ int printLabel(VixWriteBuf& buf, int indent, const char* name, const unsigned in
   return index != nullptr ? buf.textize("%s[%u]: ", name, *index) : buf.textize("%s: ", name);
 }
 
-int printLabeledFormat(VixWriteBuf& buf, int indent, char separator, const char* name, const unsigned int* index,
-                       const char* format, va_list args) {
+int printLabeledFormat(VixWriteBuf& buf, int indent, char separator, const char* name,
+                       const unsigned int* index, const char* format, va_list args) {
   int ret = printLabel(buf, indent, name, index);
   if (ret != 0) return ret;
   ret = buf.vtextize(format, args);
@@ -86,7 +86,8 @@ int printIpText(VixWriteBuf& buf, uint32_t value) {
   char text[INET_ADDRSTRLEN];
   struct in_addr addr;
   addr.s_addr = value;
-  if (inet_ntop(AF_INET, &addr, text, sizeof(text)) == nullptr) return VixError::VIX_ERR_PARSE_VIXIP_FAILED;
+  if (inet_ntop(AF_INET, &addr, text, sizeof(text)) == nullptr)
+    return VixError::VIX_ERR_PARSE_VIXIP_FAILED;
   return buf.textize("%s", text);
 }
 
@@ -101,8 +102,8 @@ int printWText(VixWriteBuf& buf, const uint16_t* value) {
 
 typedef int (*ValuePrinter32)(VixWriteBuf&, uint32_t);
 
-int printLabeled32(VixWriteBuf& buf, int indent, char separator, const char* name, const unsigned int* index,
-                   uint32_t value, ValuePrinter32 printer) {
+int printLabeled32(VixWriteBuf& buf, int indent, char separator, const char* name,
+                   const unsigned int* index, uint32_t value, ValuePrinter32 printer) {
   int ret = printLabel(buf, indent, name, index);
   if (ret != 0) return ret;
   ret = printer(buf, value);
@@ -110,8 +111,8 @@ int printLabeled32(VixWriteBuf& buf, int indent, char separator, const char* nam
   return VixBufUtil::printSeparator(buf, separator);
 }
 
-int printLabeledDateTime(VixWriteBuf& buf, int indent, char separator, const char* name, const unsigned int* index,
-                         uint64_t value) {
+int printLabeledDateTime(VixWriteBuf& buf, int indent, char separator, const char* name,
+                         const unsigned int* index, uint64_t value) {
   int ret = printLabel(buf, indent, name, index);
   if (ret != 0) return ret;
   ret = printDateText(buf, vixDateOf(value));
@@ -129,7 +130,8 @@ int VixBufUtil::printMultiStr(VixWriteBuf& buf, const char* str, int times) {
   if (str == nullptr) return VixError::VIX_ERR_ARG_POINTER_IS_NULL;
   const size_t n = std::strlen(str);
   for (int i = 0; i < times; ++i) {
-    if (buf.beginPtr == nullptr || buf.length - buf.position < n + 1) return VixError::VIX_ERR_SHORT_BUF_FOR_WRITE;
+    if (buf.beginPtr == nullptr || buf.length - buf.position < n + 1)
+      return VixError::VIX_ERR_SHORT_BUF_FOR_WRITE;
     std::memcpy(buf.beginPtr + buf.position, str, n);
     buf.position += n;
     buf.beginPtr[buf.position] = '\0';
@@ -137,12 +139,16 @@ int VixBufUtil::printMultiStr(VixWriteBuf& buf, const char* str, int times) {
   return 0;
 }
 
-int VixBufUtil::printIndent(VixWriteBuf& buf, int indent) { return printMultiStr(buf, kIndentUnit, indent); }
+int VixBufUtil::printIndent(VixWriteBuf& buf, int indent) {
+  return printMultiStr(buf, kIndentUnit, indent);
+}
 
-int VixBufUtil::printSeparator(VixWriteBuf& buf, char separator) { return buf.textize("%c", separator); }
+int VixBufUtil::printSeparator(VixWriteBuf& buf, char separator) {
+  return buf.textize("%c", separator);
+}
 
-int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, const char* name, const char* format,
-                              ...) {
+int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
+                              const char* format, ...) {
   va_list args;
   va_start(args, format);
   const int ret = printLabeledFormat(buf, indent, separator, name, nullptr, format, args);
@@ -150,8 +156,8 @@ int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, cons
   return ret;
 }
 
-int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                              const char* format, ...) {
+int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
+                              unsigned int index, const char* format, ...) {
   va_list args;
   va_start(args, format);
   const int ret = printLabeledFormat(buf, indent, separator, name, &index, format, args);
@@ -159,40 +165,45 @@ int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, cons
   return ret;
 }
 
-int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, const char* name, bool withSeparator) {
+int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
+                              bool withSeparator) {
   if (name == nullptr) return VixError::VIX_ERR_ARG_POINTER_IS_NULL;
   const int ret = printIndent(buf, indent);
   if (ret != 0) return ret;
   return withSeparator ? buf.textize("%s%c", name, separator) : buf.textize("%s: ", name);
 }
 
-int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                              bool withSeparator) {
+int VixBufUtil::printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
+                              unsigned int index, bool withSeparator) {
   if (name == nullptr) return VixError::VIX_ERR_ARG_POINTER_IS_NULL;
   const int ret = printIndent(buf, indent);
   if (ret != 0) return ret;
-  return withSeparator ? buf.textize("%s[%u]%c", name, index, separator) : buf.textize("%s[%u]: ", name, index);
+  return withSeparator ? buf.textize("%s[%u]%c", name, index, separator)
+                       : buf.textize("%s[%u]: ", name, index);
 }
 
-int VixBufUtil::printArray(VixWriteBuf& buf, int indent, char /*separator*/, const char* name, long count) {
+int VixBufUtil::printArray(VixWriteBuf& buf, int indent, char /*separator*/, const char* name,
+                           long count) {
   if (name == nullptr) return VixError::VIX_ERR_ARG_POINTER_IS_NULL;
   const int ret = printIndent(buf, indent);
   if (ret != 0) return ret;
   return buf.textize("%s[0 : %ld]:", name, count - 1);
 }
 
-int VixBufUtil::printString(VixWriteBuf& buf, int indent, char separator, const char* name, const char* value) {
+int VixBufUtil::printString(VixWriteBuf& buf, int indent, char separator, const char* name,
+                            const char* value) {
   if (value == nullptr) return VixError::VIX_ERR_ARG_POINTER_IS_NULL;
   return printVariable(buf, indent, separator, name, "%s", value);
 }
 
-int VixBufUtil::printString(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                            const char* value) {
+int VixBufUtil::printString(VixWriteBuf& buf, int indent, char separator, const char* name,
+                            unsigned int index, const char* value) {
   if (value == nullptr) return VixError::VIX_ERR_ARG_POINTER_IS_NULL;
   return printVariable(buf, indent, separator, name, index, "%s", value);
 }
 
-int VixBufUtil::printWString(VixWriteBuf& buf, int indent, char separator, const char* name, const uint16_t* value) {
+int VixBufUtil::printWString(VixWriteBuf& buf, int indent, char separator, const char* name,
+                             const uint16_t* value) {
   if (value == nullptr) return VixError::VIX_ERR_ARG_POINTER_IS_NULL;
   int ret = printLabel(buf, indent, name, nullptr);
   if (ret != 0) return ret;
@@ -201,8 +212,8 @@ int VixBufUtil::printWString(VixWriteBuf& buf, int indent, char separator, const
   return printSeparator(buf, separator);
 }
 
-int VixBufUtil::printWString(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                             const uint16_t* value) {
+int VixBufUtil::printWString(VixWriteBuf& buf, int indent, char separator, const char* name,
+                             unsigned int index, const uint16_t* value) {
   if (value == nullptr) return VixError::VIX_ERR_ARG_POINTER_IS_NULL;
   int ret = printLabel(buf, indent, name, &index);
   if (ret != 0) return ret;
@@ -211,32 +222,36 @@ int VixBufUtil::printWString(VixWriteBuf& buf, int indent, char separator, const
   return printSeparator(buf, separator);
 }
 
-int VixBufUtil::printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name, uint32_t value) {
+int VixBufUtil::printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name,
+                             uint32_t value) {
   return printLabeled32(buf, indent, separator, name, nullptr, value, printDateText);
 }
-int VixBufUtil::printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                             uint32_t value) {
+int VixBufUtil::printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name,
+                             unsigned int index, uint32_t value) {
   return printLabeled32(buf, indent, separator, name, &index, value, printDateText);
 }
-int VixBufUtil::printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name, uint32_t value) {
+int VixBufUtil::printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name,
+                             uint32_t value) {
   return printLabeled32(buf, indent, separator, name, nullptr, value, printTimeText);
 }
-int VixBufUtil::printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                             uint32_t value) {
+int VixBufUtil::printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name,
+                             unsigned int index, uint32_t value) {
   return printLabeled32(buf, indent, separator, name, &index, value, printTimeText);
 }
-int VixBufUtil::printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name, uint64_t value) {
+int VixBufUtil::printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name,
+                                 uint64_t value) {
   return printLabeledDateTime(buf, indent, separator, name, nullptr, value);
 }
-int VixBufUtil::printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                                 uint64_t value) {
+int VixBufUtil::printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name,
+                                 unsigned int index, uint64_t value) {
   return printLabeledDateTime(buf, indent, separator, name, &index, value);
 }
-int VixBufUtil::printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name, uint32_t value) {
+int VixBufUtil::printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name,
+                           uint32_t value) {
   return printLabeled32(buf, indent, separator, name, nullptr, value, printIpText);
 }
-int VixBufUtil::printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                           uint32_t value) {
+int VixBufUtil::printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name,
+                           unsigned int index, uint32_t value) {
   return printLabeled32(buf, indent, separator, name, &index, value, printIpText);
 }
 

@@ -68,7 +68,8 @@ const char* const kServiceErrorTexts[] = {
 };
 
 const int kErrorCount = static_cast<int>(sizeof(kErrorTexts) / sizeof(kErrorTexts[0]));
-const int kServiceErrorCount = static_cast<int>(sizeof(kServiceErrorTexts) / sizeof(kServiceErrorTexts[0]));
+const int kServiceErrorCount =
+    static_cast<int>(sizeof(kServiceErrorTexts) / sizeof(kServiceErrorTexts[0]));
 static_assert(sizeof(kErrorTexts) / sizeof(kErrorTexts[0]) == 44, "one text per code 0 to -43");
 
 }  // namespace
@@ -88,7 +89,8 @@ void VixError::addBackTrace(const char* entryName, const char* sourceFile, int l
   const char* fileName = slash != nullptr ? slash + 1 : sourceFile;
 
   char entry[BACK_TRACE_ENTRY_SIZE];
-  int n = std::snprintf(entry, sizeof(entry), "%sentry_name[%s](%s:%d)", "-->", entryName, fileName, line);
+  int n = std::snprintf(entry, sizeof(entry), "%sentry_name[%s](%s:%d)", "-->", entryName, fileName,
+                        line);
   if (n < 0) return;
   int length = n < static_cast<int>(sizeof(entry)) ? n : static_cast<int>(sizeof(entry)) - 1;
 

@@ -66,7 +66,8 @@ bool parseTime(const char*& p, VixTime& out) {
 }
 
 bool validDateTime(uint64_t value) {
-  return VixDate::fromValue(vixDateOf(value)).isValid() && VixTime::fromValue(vixTimeOf(value)).isValid();
+  return VixDate::fromValue(vixDateOf(value)).isValid() &&
+         VixTime::fromValue(vixTimeOf(value)).isValid();
 }
 
 int sign(int a, int b) { return a < b ? -1 : (a > b ? 1 : 0); }
@@ -133,7 +134,8 @@ int VixTypeUtil::vixIp2Str(VixWriteBuf& buf, uint32_t ip) {
   char text[INET_ADDRSTRLEN];
   struct in_addr addr;
   addr.s_addr = ip;
-  if (inet_ntop(AF_INET, &addr, text, sizeof(text)) == nullptr) return VixError::VIX_ERR_PARSE_VIXIP_FAILED;
+  if (inet_ntop(AF_INET, &addr, text, sizeof(text)) == nullptr)
+    return VixError::VIX_ERR_PARSE_VIXIP_FAILED;
   return buf.textize("%s", text);
 }
 
@@ -142,7 +144,8 @@ int VixTypeUtil::UTC2VixDateTime(uint64_t& out, long utc) {
   struct tm tmv;
   if (localtime_r(&t, &tmv) == nullptr) return VixError::VIX_ERR_FUNC_LOCALTIME_FAILED;
   const int year = tmv.tm_year + 1900;
-  if (!VixDate::isValid(year, tmv.tm_mon + 1, tmv.tm_mday) || !VixTime::isValid(tmv.tm_hour, tmv.tm_min, tmv.tm_sec)) {
+  if (!VixDate::isValid(year, tmv.tm_mon + 1, tmv.tm_mday) ||
+      !VixTime::isValid(tmv.tm_hour, tmv.tm_min, tmv.tm_sec)) {
     return VixError::VIX_ERR_INVALID_VIXDATETIME_VALUE;
   }
   VixDate d;
@@ -172,7 +175,8 @@ int VixTypeUtil::vixDateTime2UTC(long& out, uint64_t dateTime) {
   tmv.tm_isdst = -1;
   errno = 0;
   const time_t result = mktime(&tmv);
-  if (result == static_cast<time_t>(-1) && errno != 0) return VixError::VIX_ERR_INVALID_VIXDATETIME_VALUE;
+  if (result == static_cast<time_t>(-1) && errno != 0)
+    return VixError::VIX_ERR_INVALID_VIXDATETIME_VALUE;
   out = static_cast<long>(result);
   return 0;
 }

@@ -65,21 +65,22 @@ GdMessage sampleMessage() {
 }
 
 const Bytes kMessageV3 = {
-    0x47, 0x44, 0x00, 0x03, 0x00, 0x01, 0x00, 0x00, 0x00, 0x5d,  // stBase (version and length patched)
-    0xfe,                                                        // chFlag
-    0x00, 0x00, 0x00, 0x03, 'a', 'b', 0x00,                      // szName
-    0x00, 0x01, 0xff, 0xff,                                      // stBody.stPoint
-    0x02,                                                        // bCount
-    0x00, 0x02, 0x00, 0x03, 0x00, 0x04, 0x00, 0x05,              // astPoints[0..1]
-    0x01, 0x02, 0x03, 0x04, 0xa0, 0xb0, 0xc0, 0xd0,              // adwFixed
-    0x00, 0x03, 0xde, 0xad, 0xbe,                                // nSigLen, szSig
-    0x01, 0x00, 0x02, 0x11, 0x22, 0x00, 0x00, 0x00, 0x07,        // bHasToken, stToken
-    0x0a, 0x00, 0x00, 0x01,                                      // ulIp
-    0x1d, 0x02, 0x07, 0xe8, 0x09, 0x05, 0x00, 0x0d,              // dwDate, dwTime
-    0x09, 0x05, 0x00, 0x0d, 0x1d, 0x02, 0x07, 0xe8,              // ullWhen
-    0xff, 0xff, 0xff, 0xfe,                                      // iSigned
-    0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xfd,              // llSigned
-    0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08,              // ullBig
+    0x47, 0x44, 0x00, 0x03, 0x00, 0x01, 0x00, 0x00, 0x00,
+    0x5d,                                                  // stBase (version and length patched)
+    0xfe,                                                  // chFlag
+    0x00, 0x00, 0x00, 0x03, 'a',  'b',  0x00,              // szName
+    0x00, 0x01, 0xff, 0xff,                                // stBody.stPoint
+    0x02,                                                  // bCount
+    0x00, 0x02, 0x00, 0x03, 0x00, 0x04, 0x00, 0x05,        // astPoints[0..1]
+    0x01, 0x02, 0x03, 0x04, 0xa0, 0xb0, 0xc0, 0xd0,        // adwFixed
+    0x00, 0x03, 0xde, 0xad, 0xbe,                          // nSigLen, szSig
+    0x01, 0x00, 0x02, 0x11, 0x22, 0x00, 0x00, 0x00, 0x07,  // bHasToken, stToken
+    0x0a, 0x00, 0x00, 0x01,                                // ulIp
+    0x1d, 0x02, 0x07, 0xe8, 0x09, 0x05, 0x00, 0x0d,        // dwDate, dwTime
+    0x09, 0x05, 0x00, 0x0d, 0x1d, 0x02, 0x07, 0xe8,        // ullWhen
+    0xff, 0xff, 0xff, 0xfe,                                // iSigned
+    0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xfd,        // llSigned
+    0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08,        // ullBig
 };
 
 Bytes pack(const GdMessage& m, unsigned int cutVer, int* ret = nullptr) {
@@ -102,7 +103,8 @@ TEST(GoldenCodec, EveryKindAtTheCurrentVersion) {
   GdMessage back;
   std::memset(&back, 0x5a, sizeof(back));
   size_t used = 0;
-  ASSERT_EQ(0, back.unpack(reinterpret_cast<const char*>(b.data()), b.size(), &used, 1));  // argument ignored
+  ASSERT_EQ(0, back.unpack(reinterpret_cast<const char*>(b.data()), b.size(), &used,
+                           1));  // argument ignored
   EXPECT_EQ(b.size(), used);
   EXPECT_EQ(3, +back.stBase.wVersion);
   EXPECT_EQ(93u, +back.stBase.dwLen);
@@ -212,7 +214,7 @@ TEST(GoldenCodec, StringErrorsInOrder) {
   EXPECT_EQ(-2, run({0, 0, 0, 9, 'a'}));  // more than the data, checked before the capacity
   EXPECT_EQ(-3, run({0, 0, 0, 9, 'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 0}));
   EXPECT_EQ(-4, run({0, 0, 0, 0, 0}));
-  EXPECT_EQ(-5, run({0, 0, 0, 3, 'a', 0, 0, 0}));  // an earlier NUL
+  EXPECT_EQ(-5, run({0, 0, 0, 3, 'a', 0, 0, 0}));      // an earlier NUL
   EXPECT_EQ(-5, run({0, 0, 0, 3, 'a', 'b', 'c', 0}));  // no final NUL
   EXPECT_EQ((Names{"stBody", "szText"}), traceEntries());
   EXPECT_EQ(0, run({0, 0, 0, 3, 'a', 'b', 0, 0}));
@@ -306,7 +308,8 @@ TEST(GoldenCodec, ShortOutputAtEveryLengthWithSentinel) {
     size_t used = 999;
     ASSERT_EQ(-1, m.pack(out.data(), n, &used, 0)) << n;
     ASSERT_LE(used, n);
-    for (size_t i = n; i < out.size(); ++i) ASSERT_EQ(static_cast<char>(0xa5), out[i]) << "length " << n;
+    for (size_t i = n; i < out.size(); ++i)
+      ASSERT_EQ(static_cast<char>(0xa5), out[i]) << "length " << n;
     ASSERT_FALSE(traceEntries().empty());
   }
   // One byte short: the last field does not fit.
@@ -326,7 +329,8 @@ TEST(GoldenCodec, ShortOutputAtEveryLengthWithSentinel) {
 TEST(GoldenCodec, ShortInputAtEveryLength) {
   for (size_t n = 0; n < kMessageV3.size(); ++n) {
     GdMessage back;
-    ASSERT_EQ(-2, back.unpack(reinterpret_cast<const char*>(kMessageV3.data()), n, nullptr, 0)) << n;
+    ASSERT_EQ(-2, back.unpack(reinterpret_cast<const char*>(kMessageV3.data()), n, nullptr, 0))
+        << n;
     EXPECT_EQ((Names{"nBuf"}), traceEntries());  // the stated length is checked first
   }
   // Without a size indicator the failing field is named, inside its enclosing entries.
@@ -411,12 +415,15 @@ TEST(GoldenVisualize, NestedRecordsArraysAndBlocks) {
 
   // A negative indent renders the tree flat; a blank separator makes it one line.
   GdToken t = m.stToken;
-  EXPECT_STREQ("[wSize]: 2 [szData][0 : 1]: 0x11 0x22 [dwExpire]: 7 ", t.visualize_ex(text, sizeof(text), &used, -1, ' '));
+  EXPECT_STREQ("[wSize]: 2 [szData][0 : 1]: 0x11 0x22 [dwExpire]: 7 ",
+               t.visualize_ex(text, sizeof(text), &used, -1, ' '));
   GdHead h;
   h.construct();
   h.chKind = GD_KIND_POINT;
-  EXPECT_STREQ("[chVer]: 0x00 [chKind]: 0x01 [dwSeq]: 0 [stBody] [stPoint] [nX]: 0 [nY]: 0 [bPick]: 0x00 [stPick] ",
-               h.visualize_ex(text, sizeof(text), nullptr, -1, ' '));
+  EXPECT_STREQ(
+      "[chVer]: 0x00 [chKind]: 0x01 [dwSeq]: 0 [stBody] [stPoint] [nX]: 0 [nY]: 0 [bPick]: 0x00 "
+      "[stPick] ",
+      h.visualize_ex(text, sizeof(text), nullptr, -1, ' '));
 }
 
 TEST(GoldenVisualize, TruncatedTextIsTerminated) {

@@ -107,11 +107,14 @@ TEST(VixBufUtil, DateTimeAndAddress) {
   ASSERT_EQ(0, kalmo_vix::VixTypeUtil::str2VixIP(ip, "192.168.1.20"));
   EXPECT_EQ(0, VixBufUtil::printVixDate(b, 0, ' ', "[d]", date));
   EXPECT_EQ(0, VixBufUtil::printVixTime(b, 0, ' ', "[t]", 1u, time));
-  EXPECT_EQ(0, VixBufUtil::printVixDateTime(b, 0, ' ', "[dt]", kalmo_vix::makeVixDateTime(date, time)));
+  EXPECT_EQ(
+      0, VixBufUtil::printVixDateTime(b, 0, ' ', "[dt]", kalmo_vix::makeVixDateTime(date, time)));
   EXPECT_EQ(0, VixBufUtil::printVixIP(b, 0, '\n', "[ip]", ip));
-  EXPECT_EQ("[d]: 2024-02-09 [t][1]: 07:05:03 [dt]: 2024-02-09 07:05:03 [ip]: 192.168.1.20\n", text(b));
+  EXPECT_EQ("[d]: 2024-02-09 [t][1]: 07:05:03 [dt]: 2024-02-09 07:05:03 [ip]: 192.168.1.20\n",
+            text(b));
   b.reset();
-  EXPECT_EQ(0, VixBufUtil::printVixDate(b, 0, '\n', "[d]", kalmo_vix::VixDate{-12, 1, 2}.toValue()));
+  EXPECT_EQ(0,
+            VixBufUtil::printVixDate(b, 0, '\n', "[d]", kalmo_vix::VixDate{-12, 1, 2}.toValue()));
   EXPECT_EQ("[d]:  -12-01-02\n", text(b));
 }
 

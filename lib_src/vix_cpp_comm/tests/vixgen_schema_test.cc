@@ -42,14 +42,16 @@ const char kHead[] = "schema t\nnamespace t\n";
 }  // namespace
 
 TEST(VixgenSchema, AcceptsEveryConstruct) {
-  SchemaFile f(std::string(kHead) +
-               "const N 4\n"
-               "enum E\n  A = 1\n  B = 2\nend\n"
-               "record R 1 1\n  int16 nX\nend\n"
-               "union U 1 2\n  R stR id A\n  string szS[N] id B since 2\n  uint32 dwD default\nend\n"
-               "record M 1 2\n  versionindicator wVer\n  uint16 wVer\n  uint8 bSel\n  U stU select bSel\n"
-               "  uint8 bN\n  R astR[N] refer bN\n  bytes szB[8] refer bN\n  uint8 bHas\n  R stO optional bHas\n"
-               "  string szT[N] default \"ab\" # comment\n  datetime ullW since 2\nend\n");
+  SchemaFile f(
+      std::string(kHead) +
+      "const N 4\n"
+      "enum E\n  A = 1\n  B = 2\nend\n"
+      "record R 1 1\n  int16 nX\nend\n"
+      "union U 1 2\n  R stR id A\n  string szS[N] id B since 2\n  uint32 dwD default\nend\n"
+      "record M 1 2\n  versionindicator wVer\n  uint16 wVer\n  uint8 bSel\n  U stU select bSel\n"
+      "  uint8 bN\n  R astR[N] refer bN\n  bytes szB[8] refer bN\n  uint8 bHas\n  R stO optional "
+      "bHas\n"
+      "  string szT[N] default \"ab\" # comment\n  datetime ullW since 2\nend\n");
   vixgen::Schema s;
   std::string error;
   ASSERT_TRUE(vixgen::parseSchema(f.path(), s, error)) << error;
@@ -66,21 +68,27 @@ TEST(VixgenSchema, AcceptsEveryConstruct) {
 
 TEST(VixgenSchema, RefusesMistakesNamingTheLine) {
   const std::string h = kHead;
-  EXPECT_EQ("4: unknown type T (types must be defined before use)", parseError(h + "record R 1 1\n  T stT\nend\n"));
+  EXPECT_EQ("4: unknown type T (types must be defined before use)",
+            parseError(h + "record R 1 1\n  T stT\nend\n"));
   EXPECT_EQ("4: since must lie above BASEVERSION and not above CURRVERSION",
             parseError(h + "record R 1 2\n  int8 a since 3\nend\n"));
   EXPECT_EQ("5: refer bN: no earlier entry named bN",
             parseError(h + "record R 1 1\n  int8 a\n  bytes szB[2] refer bN\n  uint8 bN\nend\n"));
   EXPECT_EQ("5: refer bN is added later than szB",
             parseError(h + "record R 1 2\n  uint8 bN since 2\n  bytes szB[2] refer bN\nend\n"));
-  EXPECT_EQ("5: duplicate member id", parseError(h + "union U 1 1\n  int8 a id 1\n  int8 b id 1\nend\n"));
-  EXPECT_EQ("5: only one default member", parseError(h + "union U 1 1\n  int8 a default\n  int8 b default\nend\n"));
+  EXPECT_EQ("5: duplicate member id",
+            parseError(h + "union U 1 1\n  int8 a id 1\n  int8 b id 1\nend\n"));
+  EXPECT_EQ("5: only one default member",
+            parseError(h + "union U 1 1\n  int8 a default\n  int8 b default\nend\n"));
   EXPECT_EQ("4: string default longer than capacity - 1",
             parseError(h + "record R 1 1\n  string szA[3] default \"abc\"\nend\n"));
-  EXPECT_EQ("7: union entry needs select", parseError(h + "union U 1 1\n  int8 a id 1\nend\nrecord R 1 1\n  U stU\nend\n"));
-  EXPECT_EQ("7: indicator wV must sit at a fixed offset",
-            parseError(h + "record R 1 1\n  versionindicator wV\n  string szA[3]\n  uint16 wV\nend\n"));
-  EXPECT_EQ("4: not a number or known constant: MISSING", parseError(h + "record R 1 1\n  string szA[MISSING]\nend\n"));
+  EXPECT_EQ("7: union entry needs select",
+            parseError(h + "union U 1 1\n  int8 a id 1\nend\nrecord R 1 1\n  U stU\nend\n"));
+  EXPECT_EQ(
+      "7: indicator wV must sit at a fixed offset",
+      parseError(h + "record R 1 1\n  versionindicator wV\n  string szA[3]\n  uint16 wV\nend\n"));
+  EXPECT_EQ("4: not a number or known constant: MISSING",
+            parseError(h + "record R 1 1\n  string szA[MISSING]\nend\n"));
   EXPECT_EQ("4: missing end", parseError(h + "record R 1 1\n  int8 a\n"));
   EXPECT_EQ("1: unknown statement: struct", parseError("struct X\n"));
 }

@@ -107,11 +107,14 @@ TEST(VixTypeUtil, Comparisons) {
   EXPECT_EQ(-1, VixTypeUtil::compareVixDate(a, b));  // years compare signed
   EXPECT_EQ(1, VixTypeUtil::compareVixDate(b, a));
   EXPECT_EQ(0, VixTypeUtil::compareVixDate(b, b));
-  EXPECT_EQ(-1, VixTypeUtil::compareVixDate(VixDate{2024, 1, 31}.toValue(), VixDate{2024, 2, 1}.toValue()));
-  EXPECT_EQ(-1, VixTypeUtil::compareVixTime(VixTime{-3, 0, 0}.toValue(), VixTime{2, 0, 0}.toValue()));
+  EXPECT_EQ(-1, VixTypeUtil::compareVixDate(VixDate{2024, 1, 31}.toValue(),
+                                            VixDate{2024, 2, 1}.toValue()));
+  EXPECT_EQ(-1,
+            VixTypeUtil::compareVixTime(VixTime{-3, 0, 0}.toValue(), VixTime{2, 0, 0}.toValue()));
   EXPECT_EQ(1, VixTypeUtil::compareVixTime(VixTime{2, 0, 5}.toValue(), VixTime{2, 0, 4}.toValue()));
   const uint64_t early = kalmo_vix::makeVixDateTime(b, VixTime{23, 0, 0}.toValue());
-  const uint64_t late = kalmo_vix::makeVixDateTime(VixDate{1, 1, 2}.toValue(), VixTime{1, 0, 0}.toValue());
+  const uint64_t late =
+      kalmo_vix::makeVixDateTime(VixDate{1, 1, 2}.toValue(), VixTime{1, 0, 0}.toValue());
   EXPECT_EQ(-1, VixTypeUtil::compareVixDateTime(early, late));
   EXPECT_EQ(0, VixTypeUtil::compareVixDateTime(late, late));
   const uint16_t w[] = {1, 2, 3, 0};

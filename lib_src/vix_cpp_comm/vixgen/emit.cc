@@ -97,7 +97,8 @@ const Scalar* pathScalar(const Type& t, size_t before, const std::string& path) 
 size_t indexOf(const Type& t, const Entry& e) { return static_cast<size_t>(&e - &t.entries[0]); }
 
 // Printf format and argument of one scalar value in visualize.
-void scalarFormat(const Scalar& s, const std::string& expr, bool element, std::string& format, std::string& arg) {
+void scalarFormat(const Scalar& s, const std::string& expr, bool element, std::string& format,
+                  std::string& arg) {
   const std::string lead = element ? " " : "";
   switch (s.print) {
     case Print::kHex8:
@@ -150,16 +151,21 @@ class Emitter {
   std::string testSupport();
 
  private:
-  std::string qual(const std::string& n) const { return s_.ns.empty() ? "::" + n : "::" + s_.ns + "::" + n; }
+  std::string qual(const std::string& n) const {
+    return s_.ns.empty() ? "::" + n : "::" + s_.ns + "::" + n;
+  }
   void declareType(std::ostream& o, const Type& t);
   // pack/unpack/visualize bodies for one entry (records) or member (unions, as a case body).
-  void packEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in, bool inUnion);
-  void unpackEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in, bool inUnion);
+  void packEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in,
+                 bool inUnion);
+  void unpackEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in,
+                   bool inUnion);
   void visualizeEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in);
-  void referCheck(std::ostream& o, const Type& t, const Entry& e, const std::string& in, bool checkCap,
-                  const std::string& failHow);
+  void referCheck(std::ostream& o, const Type& t, const Entry& e, const std::string& in,
+                  bool checkCap, const std::string& failHow);
   void recordFunctions(std::ostream& o, const Type& t);
-  void fixedRun(std::ostream& o, const Type& t, size_t from, size_t to, const std::string& in, bool pack);
+  void fixedRun(std::ostream& o, const Type& t, size_t from, size_t to, const std::string& in,
+                bool pack);
   void unionFunctions(std::ostream& o, const Type& t);
   void wrappedFunctions(std::ostream& o, const Type& t);
   void fillRecord(std::ostream& o, const Type& t);
@@ -188,8 +194,8 @@ bool needsLen(const Type& t) {
 }
 
 void Emitter::declareType(std::ostream& o, const Type& t) {
-  o << "// " << (t.isUnion ? "union" : "record") << " " << t.name << ", versions " << t.base << " to " << t.curr
-    << ".\n";
+  o << "// " << (t.isUnion ? "union" : "record") << " " << t.name << ", versions " << t.base
+    << " to " << t.curr << ".\n";
   o << (t.isUnion ? "union " : "struct ") << t.name << " {\n";
   o << "  enum { BASEVERSION = " << t.base << ", CURRVERSION = " << t.curr << " };\n";
   o << "  static const char* const m_class_name;\n";
@@ -216,9 +222,11 @@ void Emitter::declareType(std::ostream& o, const Type& t) {
     if (e.array || e.kind == Kind::kString || e.kind == Kind::kBytes) dims = "[" + e.capText + "]";
     o << "  " << ctype << " " << e.name << dims << ";";
     std::string note;
-    if (t.isUnion) note += e.isDefaultMember ? " selector: any other value" : " selector " + e.idText;
+    if (t.isUnion)
+      note += e.isDefaultMember ? " selector: any other value" : " selector " + e.idText;
     if (e.since != 0) note += " since " + std::to_string(e.since);
-    if (!e.refer.empty()) note += " count in " + e.refer + (e.unchecked ? " (capacity not checked on pack)" : "");
+    if (!e.refer.empty())
+      note += " count in " + e.refer + (e.unchecked ? " (capacity not checked on pack)" : "");
     if (!e.optionalFlag.empty()) note += " present when " + e.optionalFlag + " is 1";
     if (!e.select.empty()) note += " selected by " + e.select;
     if (!note.empty()) o << "  //" << note;
@@ -242,22 +250,31 @@ void Emitter::declareType(std::ostream& o, const Type& t) {
   const char* cst = t.isUnion ? "long selector" : "";
   o << "\n  int construct(" << cst << ");\n";
   o << "  int pack(" << sel << "::kalmo_vix::VixWriteBuf& buf, unsigned int cutVer) const;\n";
-  o << "  int pack(" << sel << "char* buffer, size_t size, size_t* usedSize, unsigned int cutVer) const;\n";
+  o << "  int pack(" << sel
+    << "char* buffer, size_t size, size_t* usedSize, unsigned int cutVer) const;\n";
   o << "  int unpack(" << sel << "::kalmo_vix::VixReadBuf& buf, unsigned int cutVer);\n";
-  o << "  int unpack(" << sel << "const char* buffer, size_t size, size_t* usedSize, unsigned int cutVer);\n";
-  o << "  // The bodies of pack and unpack, with the cursor's state passed by value: the new position,\n";
+  o << "  int unpack(" << sel
+    << "const char* buffer, size_t size, size_t* usedSize, unsigned int cutVer);\n";
+  o << "  // The bodies of pack and unpack, with the cursor's state passed by value: the new "
+       "position,\n";
   o << "  // or a negative error. Used by the records of this schema that enclose this one.\n";
   o << "  inline long long pack_at(" << sel
-    << "::kalmo_vix::VixWriteBuf& buf, char* p, size_t len, size_t pos, unsigned int cutVer) const;\n";
+    << "::kalmo_vix::VixWriteBuf& buf, char* p, size_t len, size_t pos, unsigned int cutVer) "
+       "const;\n";
   o << "  inline long long unpack_at(" << sel
-    << "::kalmo_vix::VixReadBuf& buf, const char* p, size_t len, size_t pos, unsigned int cutVer);\n";
-  o << "  int visualize(" << sel << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
-  o << "  int visualize(" << sel << "char* buffer, size_t size, size_t* usedSize, int indent, char separator) const;\n";
-  o << "  const char* visualize_ex(" << sel << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
+    << "::kalmo_vix::VixReadBuf& buf, const char* p, size_t len, size_t pos, unsigned int "
+       "cutVer);\n";
+  o << "  int visualize(" << sel
+    << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
+  o << "  int visualize(" << sel
+    << "char* buffer, size_t size, size_t* usedSize, int indent, char separator) const;\n";
+  o << "  const char* visualize_ex(" << sel
+    << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
   o << "  const char* visualize_ex(" << sel
     << "char* buffer, size_t size, size_t* usedSize, int indent, char separator) const;\n";
   o << "};\n";
-  o << "static_assert(sizeof(" << t.name << ") == " << t.size << ", \"" << t.name << ": packed layout\");\n\n";
+  o << "static_assert(sizeof(" << t.name << ") == " << t.size << ", \"" << t.name
+    << ": packed layout\");\n\n";
 }
 
 std::string Emitter::header() {
@@ -267,7 +284,8 @@ std::string Emitter::header() {
   o << "#ifndef " << guard << "\n#define " << guard << "\n\n";
   o << "#include <cstddef>\n#include <cstdint>\n\n#include \"vix_cpp_comm/VixCodec.h\"\n\n";
   o << "#if !defined(VIX_CPP_COMM_RUNTIME_VERSION) || VIX_CPP_COMM_RUNTIME_VERSION != 1\n";
-  o << "#error \"" << s_.name << ".h was generated for vix_cpp_comm runtime version 1\"\n#endif\n\n";
+  o << "#error \"" << s_.name
+    << ".h was generated for vix_cpp_comm runtime version 1\"\n#endif\n\n";
   if (!s_.ns.empty()) o << "namespace " << s_.ns << " {\n\n";
   for (const Constant& c : s_.constants) {
     if (!c.enumName.empty()) continue;
@@ -291,29 +309,34 @@ std::string Emitter::header() {
 }
 
 // Checks a refer (or optional flag) value held in the local n_<entry>.
-void Emitter::referCheck(std::ostream& o, const Type& t, const Entry& e, const std::string& in, bool checkCap,
-                         const std::string& failHow) {
+void Emitter::referCheck(std::ostream& o, const Type& t, const Entry& e, const std::string& in,
+                         bool checkCap, const std::string& failHow) {
   const std::string path = e.optionalFlag.empty() ? e.refer : e.optionalFlag;
   const bool isSigned = pathSigned(t, indexOf(t, e), path);
   const long long cap = e.optionalFlag.empty() ? e.cap : 1;
   const std::string n = "n_" + e.name;
   const std::string entry = quoted(path);
   auto fail = [&](const char* code) {
-    return failHow == "return" ? "return " + std::string(code) + ";" : "VIXGEN_FAIL(" + entry + ", " + code + ");";
+    return failHow == "return" ? "return " + std::string(code) + ";"
+                               : "VIXGEN_FAIL(" + entry + ", " + code + ");";
   };
   if (isSigned) {
     o << in << "const long long " << n << " = static_cast<long long>(" << path << ");\n";
     o << in << "if (" << n << " < 0) " << fail("kMinusRefer") << "\n";
     if (checkCap) o << in << "if (" << n << " > " << cap << "LL) " << fail("kReferSurpass") << "\n";
   } else {
-    o << in << "const unsigned long long " << n << " = static_cast<unsigned long long>(" << path << ");\n";
-    if (checkCap) o << in << "if (" << n << " > " << cap << "ULL) " << fail("kReferSurpass") << "\n";
+    o << in << "const unsigned long long " << n << " = static_cast<unsigned long long>(" << path
+      << ");\n";
+    if (checkCap)
+      o << in << "if (" << n << " > " << cap << "ULL) " << fail("kReferSurpass") << "\n";
   }
 }
 
-void Emitter::packEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in, bool inUnion) {
+void Emitter::packEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in,
+                        bool inUnion) {
   const std::string entry = quoted(e.name);
-  const std::string count = e.refer.empty() ? ustr(static_cast<size_t>(e.cap)) : "static_cast<size_t>(n_" + e.name + ")";
+  const std::string count =
+      e.refer.empty() ? ustr(static_cast<size_t>(e.cap)) : "static_cast<size_t>(n_" + e.name + ")";
   switch (e.kind) {
     case Kind::kScalar: {
       const std::string w = std::to_string(e.scalar->width);
@@ -327,7 +350,8 @@ void Emitter::packEntry(std::ostream& o, const Type& t, const Entry& e, const st
         o << in << "{\n";
         if (!e.refer.empty()) referCheck(o, t, e, in + "  ", true, "fail");
         o << in << "  const size_t count = " << count << ";\n";
-        o << in << "  if ((len - pos) / " << w << " < count) VIXGEN_FAIL(" << entry << ", kShortWrite);\n";
+        o << in << "  if ((len - pos) / " << w << " < count) VIXGEN_FAIL(" << entry
+          << ", kShortWrite);\n";
         o << in << "  for (size_t i = 0; i < count; ++i) {\n";
         o << in << "    " << put << "(p + pos, static_cast<" << ut << ">(" << e.name << "[i]));\n";
         o << in << "    pos += " << w << ";\n";
@@ -338,8 +362,8 @@ void Emitter::packEntry(std::ostream& o, const Type& t, const Entry& e, const st
     }
     case Kind::kString:
       o << in << "{\n";
-      o << in << "  const int ret = ::kalmo_vix::codec::put_string(p, pos, len, const_cast<char*>(" << e.name
-        << "), sizeof(" << e.name << "));\n";
+      o << in << "  const int ret = ::kalmo_vix::codec::put_string(p, pos, len, const_cast<char*>("
+        << e.name << "), sizeof(" << e.name << "));\n";
       o << in << "  if (ret != 0) VIXGEN_FAIL(" << entry << ", ret);\n";
       o << in << "}\n";
       break;
@@ -363,25 +387,29 @@ void Emitter::packEntry(std::ostream& o, const Type& t, const Entry& e, const st
       } else if (!e.optionalFlag.empty()) {
         o << in << "{\n";
         referCheck(o, t, e, in + "  ", true, "fail");
-        o << in << "  if (n_" << e.name << " == 1) VIXGEN_CALL(" << entry << ", " << e.name << ".pack_at(buf, p, len, pos, cutVer));\n";
+        o << in << "  if (n_" << e.name << " == 1) VIXGEN_CALL(" << entry << ", " << e.name
+          << ".pack_at(buf, p, len, pos, cutVer));\n";
         o << in << "}\n";
       } else {
-        o << in << "VIXGEN_CALL(" << entry << ", " << e.name << ".pack_at(buf, p, len, pos, cutVer));\n";
+        o << in << "VIXGEN_CALL(" << entry << ", " << e.name
+          << ".pack_at(buf, p, len, pos, cutVer));\n";
       }
       break;
     case Kind::kUnion:
       o << in << "if (" << e.type->name << "::carries(static_cast<long>(" << e.select << "))) {\n";
-      o << in << "  VIXGEN_CALL(" << entry << ", " << e.name << ".pack_at(static_cast<long>(" << e.select
-        << "), buf, p, len, pos, cutVer));\n";
+      o << in << "  VIXGEN_CALL(" << entry << ", " << e.name << ".pack_at(static_cast<long>("
+        << e.select << "), buf, p, len, pos, cutVer));\n";
       o << in << "}\n";
       break;
   }
   (void)inUnion;
 }
 
-void Emitter::unpackEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in, bool inUnion) {
+void Emitter::unpackEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in,
+                          bool inUnion) {
   const std::string entry = quoted(e.name);
-  const std::string count = e.refer.empty() ? ustr(static_cast<size_t>(e.cap)) : "static_cast<size_t>(n_" + e.name + ")";
+  const std::string count =
+      e.refer.empty() ? ustr(static_cast<size_t>(e.cap)) : "static_cast<size_t>(n_" + e.name + ")";
   switch (e.kind) {
     case Kind::kScalar: {
       const std::string w = std::to_string(e.scalar->width);
@@ -394,9 +422,11 @@ void Emitter::unpackEntry(std::ostream& o, const Type& t, const Entry& e, const 
         o << in << "{\n";
         if (!e.refer.empty()) referCheck(o, t, e, in + "  ", true, "fail");
         o << in << "  const size_t count = " << count << ";\n";
-        o << in << "  if ((len - pos) / " << w << " < count) VIXGEN_FAIL(" << entry << ", kShortRead);\n";
+        o << in << "  if ((len - pos) / " << w << " < count) VIXGEN_FAIL(" << entry
+          << ", kShortRead);\n";
         o << in << "  for (size_t i = 0; i < count; ++i) {\n";
-        o << in << "    " << e.name << "[i] = static_cast<" << e.scalar->ctype << ">(" << get << "(p + pos));\n";
+        o << in << "    " << e.name << "[i] = static_cast<" << e.scalar->ctype << ">(" << get
+          << "(p + pos));\n";
         o << in << "    pos += " << w << ";\n";
         o << in << "  }\n";
         o << in << "}\n";
@@ -405,8 +435,8 @@ void Emitter::unpackEntry(std::ostream& o, const Type& t, const Entry& e, const 
     }
     case Kind::kString:
       o << in << "{\n";
-      o << in << "  const int ret = ::kalmo_vix::codec::get_string(p, pos, len, " << e.name << ", sizeof(" << e.name
-        << "));\n";
+      o << in << "  const int ret = ::kalmo_vix::codec::get_string(p, pos, len, " << e.name
+        << ", sizeof(" << e.name << "));\n";
       o << in << "  if (ret != 0) VIXGEN_FAIL(" << entry << ", ret);\n";
       o << in << "}\n";
       break;
@@ -431,40 +461,45 @@ void Emitter::unpackEntry(std::ostream& o, const Type& t, const Entry& e, const 
         o << in << "{\n";
         referCheck(o, t, e, in + "  ", true, "fail");
         o << in << "  if (n_" << e.name << " == 1) {\n";
-        o << in << "    VIXGEN_CALL(" << entry << ", " << e.name << ".unpack_at(buf, p, len, pos, cutVer));\n";
+        o << in << "    VIXGEN_CALL(" << entry << ", " << e.name
+          << ".unpack_at(buf, p, len, pos, cutVer));\n";
         o << in << "  } else {\n";
         o << in << "    std::memset(&" << e.name << ", 0, sizeof(" << e.name << "));\n";
         o << in << "  }\n";
         o << in << "}\n";
       } else {
-        o << in << "VIXGEN_CALL(" << entry << ", " << e.name << ".unpack_at(buf, p, len, pos, cutVer));\n";
+        o << in << "VIXGEN_CALL(" << entry << ", " << e.name
+          << ".unpack_at(buf, p, len, pos, cutVer));\n";
       }
       break;
     case Kind::kUnion:
       o << in << "if (" << e.type->name << "::carries(static_cast<long>(" << e.select << "))) {\n";
-      o << in << "  VIXGEN_CALL(" << entry << ", " << e.name << ".unpack_at(static_cast<long>(" << e.select
-        << "), buf, p, len, pos, cutVer));\n";
+      o << in << "  VIXGEN_CALL(" << entry << ", " << e.name << ".unpack_at(static_cast<long>("
+        << e.select << "), buf, p, len, pos, cutVer));\n";
       o << in << "}\n";
       break;
   }
   (void)inUnion;
 }
 
-void Emitter::visualizeEntry(std::ostream& o, const Type& t, const Entry& e, const std::string& in) {
+void Emitter::visualizeEntry(std::ostream& o, const Type& t, const Entry& e,
+                             const std::string& in) {
   const std::string lab = label(e);
   const std::string U = "::kalmo_vix::VixBufUtil::";
-  const std::string count = e.refer.empty() ? ustr(static_cast<size_t>(e.cap)) : "static_cast<size_t>(n_" + e.name + ")";
+  const std::string count =
+      e.refer.empty() ? ustr(static_cast<size_t>(e.cap)) : "static_cast<size_t>(n_" + e.name + ")";
   switch (e.kind) {
     case Kind::kScalar: {
       std::string format, arg;
       if (!e.array) {
         const char* special = specialPrinter(e.scalar->print);
         if (special != nullptr) {
-          o << in << "VIXGEN_TRY(" << U << special << "(buf, indent, separator, " << lab << ", " << e.name << "));\n";
+          o << in << "VIXGEN_TRY(" << U << special << "(buf, indent, separator, " << lab << ", "
+            << e.name << "));\n";
         } else {
           scalarFormat(*e.scalar, e.name, false, format, arg);
-          o << in << "VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab << ", \"" << format << "\", "
-            << arg << "));\n";
+          o << in << "VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab << ", \""
+            << format << "\", " << arg << "));\n";
         }
       } else {
         scalarFormat(*e.scalar, e.name + "[i]", true, format, arg);
@@ -473,8 +508,8 @@ void Emitter::visualizeEntry(std::ostream& o, const Type& t, const Entry& e, con
         o << in << "  const size_t count = " << count << ";\n";
         o << in << "  VIXGEN_TRY(" << U << "printArray(buf, indent, separator, " << lab
           << ", static_cast<long>(count)));\n";
-        o << in << "  for (size_t i = 0; i < count; ++i) VIXGEN_TRY(buf.textize(\"" << format << "\", " << arg
-          << "));\n";
+        o << in << "  for (size_t i = 0; i < count; ++i) VIXGEN_TRY(buf.textize(\"" << format
+          << "\", " << arg << "));\n";
         o << in << "  VIXGEN_TRY(" << U << "printSeparator(buf, separator));\n";
         o << in << "}\n";
       }
@@ -490,7 +525,9 @@ void Emitter::visualizeEntry(std::ostream& o, const Type& t, const Entry& e, con
       o << in << "  const size_t count = " << count << ";\n";
       o << in << "  VIXGEN_TRY(" << U << "printArray(buf, indent, separator, " << lab
         << ", static_cast<long>(count)));\n";
-      o << in << "  for (size_t i = 0; i < count; ++i) VIXGEN_TRY(buf.textize(\" 0x%02x\", static_cast<unsigned int>("
+      o << in
+        << "  for (size_t i = 0; i < count; ++i) VIXGEN_TRY(buf.textize(\" 0x%02x\", "
+           "static_cast<unsigned int>("
         << e.name << "[i])));\n";
       o << in << "  VIXGEN_TRY(" << U << "printSeparator(buf, separator));\n";
       o << in << "}\n";
@@ -506,24 +543,30 @@ void Emitter::visualizeEntry(std::ostream& o, const Type& t, const Entry& e, con
         o << in << "  for (size_t i = 0; i < count; ++i) {\n";
         o << in << "    VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab
           << ", static_cast<unsigned int>(i), true));\n";
-        o << in << "    VIXGEN_TRY(" << e.name << "[i].visualize(buf, ::kalmo_vix::codec::deeper(indent), separator));\n";
+        o << in << "    VIXGEN_TRY(" << e.name
+          << "[i].visualize(buf, ::kalmo_vix::codec::deeper(indent), separator));\n";
         o << in << "  }\n";
         o << in << "}\n";
       } else if (!e.optionalFlag.empty()) {
         o << in << "{\n";
         referCheck(o, t, e, in + "  ", true, "return");
         o << in << "  if (n_" << e.name << " == 1) {\n";
-        o << in << "    VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab << ", true));\n";
-        o << in << "    VIXGEN_TRY(" << e.name << ".visualize(buf, ::kalmo_vix::codec::deeper(indent), separator));\n";
+        o << in << "    VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab
+          << ", true));\n";
+        o << in << "    VIXGEN_TRY(" << e.name
+          << ".visualize(buf, ::kalmo_vix::codec::deeper(indent), separator));\n";
         o << in << "  }\n";
         o << in << "}\n";
       } else {
-        o << in << "VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab << ", true));\n";
-        o << in << "VIXGEN_TRY(" << e.name << ".visualize(buf, ::kalmo_vix::codec::deeper(indent), separator));\n";
+        o << in << "VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab
+          << ", true));\n";
+        o << in << "VIXGEN_TRY(" << e.name
+          << ".visualize(buf, ::kalmo_vix::codec::deeper(indent), separator));\n";
       }
       break;
     case Kind::kUnion:
-      o << in << "VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab << ", true));\n";
+      o << in << "VIXGEN_TRY(" << U << "printVariable(buf, indent, separator, " << lab
+        << ", true));\n";
       o << in << "VIXGEN_TRY(" << e.name << ".visualize(static_cast<long>(" << e.select
         << "), buf, ::kalmo_vix::codec::deeper(indent), separator));\n";
       break;
@@ -541,7 +584,8 @@ size_t wireWidth(const Entry& e) {
 size_t fixedRunEnd(const Type& t, size_t from) {
   size_t end = from + 1;
   if (!isFixedScalar(t.entries[from])) return end;
-  while (end < t.entries.size() && isFixedScalar(t.entries[end]) && t.entries[end].since == t.entries[from].since) {
+  while (end < t.entries.size() && isFixedScalar(t.entries[end]) &&
+         t.entries[end].since == t.entries[from].since) {
     ++end;
   }
   return end;
@@ -549,24 +593,29 @@ size_t fixedRunEnd(const Type& t, size_t from) {
 
 // A run of fixed-width integers: one room check for the whole run, then straight stores (loads);
 // when the run does not fit, the field-by-field code finds and reports the entry that fails.
-void Emitter::fixedRun(std::ostream& o, const Type& t, size_t from, size_t to, const std::string& in, bool pack) {
+void Emitter::fixedRun(std::ostream& o, const Type& t, size_t from, size_t to,
+                       const std::string& in, bool pack) {
   size_t total = 0;
   for (size_t k = from; k < to; ++k) total += wireWidth(t.entries[k]);
-  o << in << "// " << t.entries[from].name << " .. " << t.entries[to - 1].name << ": " << total << " bytes\n";
+  o << in << "// " << t.entries[from].name << " .. " << t.entries[to - 1].name << ": " << total
+    << " bytes\n";
   o << in << "if (__builtin_expect(len - pos >= " << total << ", 1)) {\n";
   size_t off = 0;
   for (size_t k = from; k < to; ++k) {
     const Entry& e = t.entries[k];
     const int w = e.scalar->width;
-    const std::string fn = std::string("::kalmo_vix::codec::") + (pack ? "put_" : "get_") + widthSuffix(w);
+    const std::string fn =
+        std::string("::kalmo_vix::codec::") + (pack ? "put_" : "get_") + widthSuffix(w);
     const size_t count = e.array ? static_cast<size_t>(e.cap) : 1;
     for (size_t i = 0; i < count; ++i) {
       const std::string field = e.array ? e.name + "[" + std::to_string(i) + "]" : e.name;
       const std::string at = "p + pos + " + std::to_string(off);
       if (pack) {
-        o << in << "  " << fn << "(" << at << ", static_cast<" << uintType(w) << ">(" << field << "));\n";
+        o << in << "  " << fn << "(" << at << ", static_cast<" << uintType(w) << ">(" << field
+          << "));\n";
       } else {
-        o << in << "  " << field << " = static_cast<" << e.scalar->ctype << ">(" << fn << "(" << at << "));\n";
+        o << in << "  " << field << " = static_cast<" << e.scalar->ctype << ">(" << fn << "(" << at
+          << "));\n";
       }
       off += static_cast<size_t>(w);
     }
@@ -606,15 +655,18 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
         if (e.array) {
           zeroEntry(o, e, "  ");
         } else {
-          o << "  " << e.name << " = " << (e.hasDefault ? "static_cast<" + std::string(e.scalar->ctype) + ">(" + e.defaultText + ")" : "0")
+          o << "  " << e.name << " = "
+            << (e.hasDefault
+                    ? "static_cast<" + std::string(e.scalar->ctype) + ">(" + e.defaultText + ")"
+                    : "0")
             << ";\n";
         }
         break;
       case Kind::kString:
         zeroEntry(o, e, "  ");
         if (e.hasDefault) {
-          o << "  std::memcpy(" << e.name << ", " << cppText(e.defaultText) << ", " << e.defaultText.size() + 1
-            << ");\n";
+          o << "  std::memcpy(" << e.name << ", " << cppText(e.defaultText) << ", "
+            << e.defaultText.size() + 1 << ");\n";
         }
         break;
       case Kind::kBytes:
@@ -626,7 +678,8 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
           o << "    const int ret = " << e.name << "[i].construct();\n";
           o << "    if (ret != 0) return ret;\n  }\n";
         } else {
-          o << "  {\n    const int ret = " << e.name << ".construct();\n    if (ret != 0) return ret;\n  }\n";
+          o << "  {\n    const int ret = " << e.name
+            << ".construct();\n    if (ret != 0) return ret;\n  }\n";
         }
         break;
       case Kind::kUnion:
@@ -645,7 +698,8 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
   o << "inline long long " << n
     << "::pack_at(::kalmo_vix::VixWriteBuf& buf, char* const p, const size_t len, size_t pos,\n"
     << "                                 unsigned int cutVer) const {\n";
-  o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, CURRVERSION);\n";
+  o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, "
+       "CURRVERSION);\n";
   o << "    if (ret != 0) return ret;\n  }\n";
   if (!raw) o << "  (void)p;\n";
   if (!needsLen(t)) o << "  (void)len;\n";
@@ -670,8 +724,8 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
     std::string err;
     resolvePath(t, t.entries.size(), t.versionIndicator, info, err);
     o << "\n  // The message states the version it was cut to.\n";
-    o << "  ::kalmo_vix::codec::put_" << widthSuffix(info.scalar->width) << "(p + start + " << info.offset
-      << ", static_cast<" << uintType(info.scalar->width) << ">(cutVer));\n";
+    o << "  ::kalmo_vix::codec::put_" << widthSuffix(info.scalar->width) << "(p + start + "
+      << info.offset << ", static_cast<" << uintType(info.scalar->width) << ">(cutVer));\n";
   }
   if (!t.sizeIndicator.empty()) {
     PathInfo info;
@@ -680,8 +734,8 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
     o << "\n  // The record's own packed length.\n";
     o << "  if (pos - start < " << info.offset + static_cast<size_t>(info.scalar->width)
       << ") VIXGEN_FAIL(\"nBuf\", kShortWrite);\n";
-    o << "  ::kalmo_vix::codec::put_" << widthSuffix(info.scalar->width) << "(p + start + " << info.offset
-      << ", static_cast<" << uintType(info.scalar->width) << ">(pos - start));\n";
+    o << "  ::kalmo_vix::codec::put_" << widthSuffix(info.scalar->width) << "(p + start + "
+      << info.offset << ", static_cast<" << uintType(info.scalar->width) << ">(pos - start));\n";
   }
   o << "  return static_cast<long long>(pos);\n}\n\n";
 
@@ -691,7 +745,8 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
   o << "  if (at < 0) return static_cast<int>(at);\n";
   o << "  buf.position = static_cast<size_t>(at);\n  return 0;\n}\n\n";
   o << "inline long long " << n
-    << "::unpack_at(::kalmo_vix::VixReadBuf& buf, const char* const p, const size_t len, size_t pos,\n"
+    << "::unpack_at(::kalmo_vix::VixReadBuf& buf, const char* const p, const size_t len, size_t "
+       "pos,\n"
     << "                                   unsigned int cutVer) {\n";
   if (!raw) o << "  (void)p;\n  (void)len;\n";
   if (!t.sizeIndicator.empty()) {
@@ -701,8 +756,8 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
     const size_t end = info.offset + static_cast<size_t>(info.scalar->width);
     o << "  // The stated length must be present before anything is decoded.\n";
     o << "  if (len - pos < " << end << ") VIXGEN_FAIL(\"nBuf\", kShortRead);\n";
-    o << "  if (static_cast<uint64_t>(::kalmo_vix::codec::get_" << widthSuffix(info.scalar->width) << "(p + pos + "
-      << info.offset << ")) > len - pos) VIXGEN_FAIL(\"nBuf\", kShortRead);\n";
+    o << "  if (static_cast<uint64_t>(::kalmo_vix::codec::get_" << widthSuffix(info.scalar->width)
+      << "(p + pos + " << info.offset << ")) > len - pos) VIXGEN_FAIL(\"nBuf\", kShortRead);\n";
   }
   if (!t.versionIndicator.empty()) {
     PathInfo info;
@@ -712,12 +767,14 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
     o << "  // The received version indicator decides the cut version; the argument is ignored.\n";
     o << "  if (len - pos < " << end << ") VIXGEN_FAIL(\"tVer\", kShortRead);\n";
     o << "  {\n    const long long v = static_cast<long long>(static_cast<" << info.scalar->ctype
-      << ">(::kalmo_vix::codec::get_" << widthSuffix(info.scalar->width) << "(p + pos + " << info.offset << ")));\n";
+      << ">(::kalmo_vix::codec::get_" << widthSuffix(info.scalar->width) << "(p + pos + "
+      << info.offset << ")));\n";
     o << "    if (v < BASEVERSION || v > CURRVERSION) VIXGEN_FAIL(" << quoted(t.versionIndicator)
       << ", kNetCutVerInvalid);\n";
     o << "    cutVer = static_cast<unsigned int>(v);\n  }\n";
   } else {
-    o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, CURRVERSION);\n";
+    o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, "
+         "CURRVERSION);\n";
     o << "    if (ret != 0) return ret;\n  }\n";
   }
   o << "\n";
@@ -742,7 +799,8 @@ void Emitter::recordFunctions(std::ostream& o, const Type& t) {
   o << "  return static_cast<long long>(pos);\n}\n\n";
 
   // visualize
-  o << "int " << n << "::visualize(::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const {\n";
+  o << "int " << n
+    << "::visualize(::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const {\n";
   for (const Entry& e : t.entries) visualizeEntry(o, t, e, "  ");
   o << "  return 0;\n}\n\n";
   wrappedFunctions(o, t);
@@ -758,7 +816,8 @@ void Emitter::unionFunctions(std::ostream& o, const Type& t) {
     if (e.isDefaultMember) def = &e;
   }
   auto caseLabel = [&](const Entry& e) {
-    return e.isDefaultMember ? std::string("    default: {") : "    case " + str(e.id) + ": {  // " + e.idText;
+    return e.isDefaultMember ? std::string("    default: {")
+                             : "    case " + str(e.id) + ": {  // " + e.idText;
   };
   auto sinceGuard = [&](std::ostream& os, const Entry& e, const char* what) {
     if (e.since != 0) os << "      if (cutVer < " << e.since << ") " << what << "\n";
@@ -781,14 +840,18 @@ void Emitter::unionFunctions(std::ostream& o, const Type& t) {
   o << "  }\n}\n\n";
 
   // pack
-  o << "int " << n << "::pack(long selector, ::kalmo_vix::VixWriteBuf& buf, unsigned int cutVer) const {\n";
-  o << "  const long long at = pack_at(selector, buf, buf.beginPtr, buf.length, buf.position, cutVer);\n";
+  o << "int " << n
+    << "::pack(long selector, ::kalmo_vix::VixWriteBuf& buf, unsigned int cutVer) const {\n";
+  o << "  const long long at = pack_at(selector, buf, buf.beginPtr, buf.length, buf.position, "
+       "cutVer);\n";
   o << "  if (at < 0) return static_cast<int>(at);\n";
   o << "  buf.position = static_cast<size_t>(at);\n  return 0;\n}\n\n";
   o << "inline long long " << n
-    << "::pack_at(long selector, ::kalmo_vix::VixWriteBuf& buf, char* const p, const size_t len, size_t pos,\n"
+    << "::pack_at(long selector, ::kalmo_vix::VixWriteBuf& buf, char* const p, const size_t len, "
+       "size_t pos,\n"
     << "                                 unsigned int cutVer) const {\n";
-  o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, CURRVERSION);\n";
+  o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, "
+       "CURRVERSION);\n";
   o << "    if (ret != 0) return ret;\n  }\n";
   if (!raw) o << "  (void)p;\n  (void)len;\n";
   o << "  switch (selector) {\n";
@@ -802,14 +865,18 @@ void Emitter::unionFunctions(std::ostream& o, const Type& t) {
   o << "  }\n  return static_cast<long long>(pos);\n}\n\n";
 
   // unpack
-  o << "int " << n << "::unpack(long selector, ::kalmo_vix::VixReadBuf& buf, unsigned int cutVer) {\n";
-  o << "  const long long at = unpack_at(selector, buf, buf.beginPtr, buf.length, buf.position, cutVer);\n";
+  o << "int " << n
+    << "::unpack(long selector, ::kalmo_vix::VixReadBuf& buf, unsigned int cutVer) {\n";
+  o << "  const long long at = unpack_at(selector, buf, buf.beginPtr, buf.length, buf.position, "
+       "cutVer);\n";
   o << "  if (at < 0) return static_cast<int>(at);\n";
   o << "  buf.position = static_cast<size_t>(at);\n  return 0;\n}\n\n";
   o << "inline long long " << n
-    << "::unpack_at(long selector, ::kalmo_vix::VixReadBuf& buf, const char* const p, const size_t len,\n"
+    << "::unpack_at(long selector, ::kalmo_vix::VixReadBuf& buf, const char* const p, const size_t "
+       "len,\n"
     << "                                   size_t pos, unsigned int cutVer) {\n";
-  o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, CURRVERSION);\n";
+  o << "  {\n    const int ret = ::kalmo_vix::codec::cut_version(cutVer, BASEVERSION, "
+       "CURRVERSION);\n";
   o << "    if (ret != 0) return ret;\n  }\n";
   if (!raw) o << "  (void)p;\n  (void)len;\n";
   o << "  switch (selector) {\n";
@@ -827,7 +894,9 @@ void Emitter::unionFunctions(std::ostream& o, const Type& t) {
   o << "  }\n  return static_cast<long long>(pos);\n}\n\n";
 
   // visualize
-  o << "int " << n << "::visualize(long selector, ::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const {\n";
+  o << "int " << n
+    << "::visualize(long selector, ::kalmo_vix::VixWriteBuf& buf, int indent, char separator) "
+       "const {\n";
   o << "  switch (selector) {\n";
   for (const Entry& e : t.entries) {
     o << caseLabel(e) << "\n";
@@ -844,13 +913,15 @@ void Emitter::wrappedFunctions(std::ostream& o, const Type& t) {
   const bool u = t.isUnion;
   const std::string sel = u ? "long selector, " : "";
   const std::string arg = u ? "selector, " : "";
-  o << "int " << n << "::pack(" << sel << "char* buffer, size_t size, size_t* usedSize, unsigned int cutVer) const {\n";
+  o << "int " << n << "::pack(" << sel
+    << "char* buffer, size_t size, size_t* usedSize, unsigned int cutVer) const {\n";
   o << "  ::kalmo_vix::VixError::resetBackTrace();\n";
   o << "  if (buffer == nullptr) return kNullParameter;\n";
   o << "  ::kalmo_vix::VixWriteBuf buf(buffer, size);\n";
   o << "  const int ret = pack(" << arg << "buf, cutVer);\n";
   o << "  if (usedSize != nullptr) *usedSize = buf.position;\n  return ret;\n}\n\n";
-  o << "int " << n << "::unpack(" << sel << "const char* buffer, size_t size, size_t* usedSize, unsigned int cutVer) {\n";
+  o << "int " << n << "::unpack(" << sel
+    << "const char* buffer, size_t size, size_t* usedSize, unsigned int cutVer) {\n";
   o << "  ::kalmo_vix::VixError::resetBackTrace();\n";
   o << "  if (buffer == nullptr) return kNullParameter;\n";
   o << "  ::kalmo_vix::VixReadBuf buf(buffer, size);\n";
@@ -879,25 +950,39 @@ std::string Emitter::source() {
   o << banner(s_);
   o << "#include \"" << s_.name << ".h\"\n\n#include <cstring>\n\n";
   o << "namespace {\n\n";
-  o << "[[maybe_unused]] const int kShortWrite = ::kalmo_vix::VixError::VIX_ERR_SHORT_BUF_FOR_WRITE;\n";
-  o << "[[maybe_unused]] const int kShortRead = ::kalmo_vix::VixError::VIX_ERR_SHORT_BUF_FOR_READ;\n";
-  o << "[[maybe_unused]] const int kMinusRefer = ::kalmo_vix::VixError::VIX_ERR_MINUS_REFER_VALUE;\n";
-  o << "[[maybe_unused]] const int kReferSurpass = ::kalmo_vix::VixError::VIX_ERR_REFER_SURPASS_COUNT;\n";
-  o << "[[maybe_unused]] const int kNullParameter = ::kalmo_vix::VixError::VIX_ERR_NULL_POINTER_PARAMETER;\n";
-  o << "[[maybe_unused]] const int kNetCutVerInvalid = ::kalmo_vix::VixError::VIX_ERR_NET_CUTVER_INVALID;\n\n";
+  o << "[[maybe_unused]] const int kShortWrite = "
+       "::kalmo_vix::VixError::VIX_ERR_SHORT_BUF_FOR_WRITE;\n";
+  o << "[[maybe_unused]] const int kShortRead = "
+       "::kalmo_vix::VixError::VIX_ERR_SHORT_BUF_FOR_READ;\n";
+  o << "[[maybe_unused]] const int kMinusRefer = "
+       "::kalmo_vix::VixError::VIX_ERR_MINUS_REFER_VALUE;\n";
+  o << "[[maybe_unused]] const int kReferSurpass = "
+       "::kalmo_vix::VixError::VIX_ERR_REFER_SURPASS_COUNT;\n";
+  o << "[[maybe_unused]] const int kNullParameter = "
+       "::kalmo_vix::VixError::VIX_ERR_NULL_POINTER_PARAMETER;\n";
+  o << "[[maybe_unused]] const int kNetCutVerInvalid = "
+       "::kalmo_vix::VixError::VIX_ERR_NET_CUTVER_INVALID;\n\n";
   o << "}  // namespace\n\n";
-  o << "// Records the failing entry with this file's location, leaves the cursor where it stopped and\n";
+  o << "// Records the failing entry with this file's location, leaves the cursor where it stopped "
+       "and\n";
   o << "// returns the error (out of line: failures are rare).\n";
   o << "#define VIXGEN_FAIL(entry, err) \\\n";
   o << "  return ::kalmo_vix::codec::fail_at(buf, pos, (entry), __FILE__, __LINE__, (err))\n\n";
   o << "// Runs a nested record's operation at the current position; on failure adds the entry.\n";
-  o << "#define VIXGEN_CALL(entry, call)                                                          \\\n";
-  o << "  do {                                                                                    \\\n";
-  o << "    const long long vixgen_at = (call);                                                   \\\n";
-  o << "    if (vixgen_at < 0) {                                                                  \\\n";
-  o << "      return ::kalmo_vix::codec::fail_nested((entry), __FILE__, __LINE__, static_cast<int>(vixgen_at)); \\\n";
-  o << "    }                                                                                     \\\n";
-  o << "    pos = static_cast<size_t>(vixgen_at);                                                 \\\n";
+  o << "#define VIXGEN_CALL(entry, call)                                                          "
+       "\\\n";
+  o << "  do {                                                                                    "
+       "\\\n";
+  o << "    const long long vixgen_at = (call);                                                   "
+       "\\\n";
+  o << "    if (vixgen_at < 0) {                                                                  "
+       "\\\n";
+  o << "      return ::kalmo_vix::codec::fail_nested((entry), __FILE__, __LINE__, "
+       "static_cast<int>(vixgen_at)); \\\n";
+  o << "    }                                                                                     "
+       "\\\n";
+  o << "    pos = static_cast<size_t>(vixgen_at);                                                 "
+       "\\\n";
   o << "  } while (0)\n\n";
   o << "// Returns the first error of a text write.\n";
   o << "#define VIXGEN_TRY(call)                  \\\n";
@@ -963,8 +1048,8 @@ void Emitter::fillRecord(std::ostream& o, const Type& t) {
     switch (e.kind) {
       case Kind::kScalar:
         if (e.array) {
-          o << "  for (size_t i = 0; i < " << countExpr << "; ++i) " << r << "[i] = static_cast<" << e.scalar->ctype
-            << ">(rng.next());\n";
+          o << "  for (size_t i = 0; i < " << countExpr << "; ++i) " << r << "[i] = static_cast<"
+            << e.scalar->ctype << ">(rng.next());\n";
         } else {
           o << "  " << r << " = static_cast<" << e.scalar->ctype << ">(rng.next());\n";
         }
@@ -977,7 +1062,8 @@ void Emitter::fillRecord(std::ostream& o, const Type& t) {
         break;
       case Kind::kRecord:
         if (e.array) {
-          o << "  for (size_t i = 0; i < " << countExpr << "; ++i) vixtest_fill_r(" << r << "[i], rng);\n";
+          o << "  for (size_t i = 0; i < " << countExpr << "; ++i) vixtest_fill_r(" << r
+            << "[i], rng);\n";
         } else if (!e.optionalFlag.empty()) {
           o << "  if (n_" << e.name << " == 1) vixtest_fill_r(" << r << ", rng);\n";
         } else {
@@ -1019,16 +1105,19 @@ void Emitter::fillRecord(std::ostream& o, const Type& t) {
     o << "  {\n    static const long long kIds[] = {";
     for (size_t i = 0; i < ids.size(); ++i) o << (i ? ", " : "") << ids[i];
     o << "};\n";
-    o << "    rec." << e.select << " = static_cast<" << sc->ctype << ">(kIds[rng.next() % " << ids.size() << "]);\n";
+    o << "    rec." << e.select << " = static_cast<" << sc->ctype << ">(kIds[rng.next() % "
+      << ids.size() << "]);\n";
     o << "    const long selector = static_cast<long>(rec." << e.select << ");\n";
-    for (const ReachedUnion* ru : group) o << "    vixtest_fill_u(selector, rec." << ru->access << ", rng);\n";
+    for (const ReachedUnion* ru : group)
+      o << "    vixtest_fill_u(selector, rec." << ru->access << ", rng);\n";
     o << "  }\n";
   }
   o << "}\n\n";
 }
 
 void Emitter::fillUnion(std::ostream& o, const Type& t) {
-  o << "inline void vixtest_fill_u(long selector, " << t.name << "& u, ::kalmo_vix::VixTestRng& rng) {\n";
+  o << "inline void vixtest_fill_u(long selector, " << t.name
+    << "& u, ::kalmo_vix::VixTestRng& rng) {\n";
   o << "  std::memset(&u, 0, sizeof(u));\n  switch (selector) {\n";
   bool hasDefault = false;
   for (const Entry& e : t.entries) {
@@ -1076,13 +1165,14 @@ void Emitter::cutRecord(std::ostream& o, const Type& t) {
     }
     std::string countExpr = std::to_string(e.cap);
     if (!e.refer.empty()) {
-      countExpr = "std::min<unsigned long long>(static_cast<unsigned long long>(rec." + e.refer + "), " +
-                  std::to_string(e.cap) + "ULL)";
+      countExpr = "std::min<unsigned long long>(static_cast<unsigned long long>(rec." + e.refer +
+                  "), " + std::to_string(e.cap) + "ULL)";
     }
     switch (e.kind) {
       case Kind::kRecord:
         if (e.array) {
-          o << in << "for (size_t i = 0; i < " << countExpr << "; ++i) vixtest_cut(" << r << "[i], cutVer);\n";
+          o << in << "for (size_t i = 0; i < " << countExpr << "; ++i) vixtest_cut(" << r
+            << "[i], cutVer);\n";
         } else if (!e.optionalFlag.empty()) {
           o << in << "if (rec." << e.optionalFlag << " == 1) vixtest_cut(" << r << ", cutVer);\n";
         } else {
@@ -1118,7 +1208,8 @@ void Emitter::cutUnion(std::ostream& o, const Type& t) {
     }
     if (e.since != 0) o << "      if (cutVer < " << e.since << ") std::memset(&u, 0, sizeof(u));\n";
     if (e.kind == Kind::kRecord) {
-      o << "      " << (e.since != 0 ? "else " : "") << "vixtest_cut(u." << e.name << ", cutVer);\n";
+      o << "      " << (e.since != 0 ? "else " : "") << "vixtest_cut(u." << e.name
+        << ", cutVer);\n";
     }
     o << "      break;\n";
   }
@@ -1132,7 +1223,8 @@ void Emitter::clearSize(std::ostream& o, const Type& t) {
   for (const Entry& e : t.entries) {
     if (e.kind != Kind::kRecord || !hasSizeDeep(*e.type)) continue;
     if (e.array) {
-      o << "  for (size_t i = 0; i < " << e.cap << "; ++i) vixtest_clear_size(rec." << e.name << "[i]);\n";
+      o << "  for (size_t i = 0; i < " << e.cap << "; ++i) vixtest_clear_size(rec." << e.name
+        << "[i]);\n";
     } else {
       o << "  vixtest_clear_size(rec." << e.name << ");\n";
     }
@@ -1144,7 +1236,8 @@ std::string Emitter::testSupport() {
   std::ostringstream o;
   const std::string guard = "VIXGEN_" + upper(s_.name) + "_TESTSUPPORT_H";
   o << banner(s_);
-  o << "// Test support: the list of record types, deterministic fill, and the expected effect of a cut.\n";
+  o << "// Test support: the list of record types, deterministic fill, and the expected effect of "
+       "a cut.\n";
   o << "#ifndef " << guard << "\n#define " << guard << "\n\n";
   o << "#include <algorithm>\n#include <cstring>\n\n#include \"" << s_.name
     << ".h\"\n#include \"vix_cpp_comm/VixTestSupport.h\"\n\n";
@@ -1157,7 +1250,8 @@ std::string Emitter::testSupport() {
   if (!s_.ns.empty()) o << "namespace " << s_.ns << " {\n\n";
   for (const auto& t : s_.types) {
     if (t->isUnion) {
-      o << "inline void vixtest_fill_u(long selector, " << t->name << "& u, ::kalmo_vix::VixTestRng& rng);\n";
+      o << "inline void vixtest_fill_u(long selector, " << t->name
+        << "& u, ::kalmo_vix::VixTestRng& rng);\n";
       o << "inline void vixtest_cut(long selector, " << t->name << "& u, unsigned int cutVer);\n";
     } else {
       o << "inline void vixtest_fill_r(" << t->name << "& rec, ::kalmo_vix::VixTestRng& rng);\n";
@@ -1208,7 +1302,8 @@ bool writeIfChanged(const std::string& path, const std::string& text, std::strin
 bool emitAll(const Schema& schema, const std::string& outDir, std::string& error) {
   Emitter e(schema);
   const std::string base = outDir + "/" + schema.name;
-  return writeIfChanged(base + ".h", e.header(), error) && writeIfChanged(base + ".cc", e.source(), error) &&
+  return writeIfChanged(base + ".h", e.header(), error) &&
+         writeIfChanged(base + ".cc", e.source(), error) &&
          writeIfChanged(base + "_testsupport.h", e.testSupport(), error);
 }
 

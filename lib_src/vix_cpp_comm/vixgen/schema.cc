@@ -14,12 +14,18 @@ namespace vixgen {
 namespace {
 
 const Scalar kScalars[] = {
-    {"int8", "int8_t", 1, true, Print::kHex8},        {"uint8", "uint8_t", 1, false, Print::kHex8},
-    {"int16", "int16_t", 2, true, Print::kDec},       {"uint16", "uint16_t", 2, false, Print::kDec},
-    {"int32", "int32_t", 4, true, Print::kDec},       {"uint32", "uint32_t", 4, false, Print::kUdec},
-    {"int64", "int64_t", 8, true, Print::kDec64},     {"uint64", "uint64_t", 8, false, Print::kUdec64},
-    {"date", "uint32_t", 4, false, Print::kDate},     {"time", "uint32_t", 4, false, Print::kTime},
-    {"datetime", "uint64_t", 8, false, Print::kDateTime}, {"ip", "uint32_t", 4, false, Print::kIp},
+    {"int8", "int8_t", 1, true, Print::kHex8},
+    {"uint8", "uint8_t", 1, false, Print::kHex8},
+    {"int16", "int16_t", 2, true, Print::kDec},
+    {"uint16", "uint16_t", 2, false, Print::kDec},
+    {"int32", "int32_t", 4, true, Print::kDec},
+    {"uint32", "uint32_t", 4, false, Print::kUdec},
+    {"int64", "int64_t", 8, true, Print::kDec64},
+    {"uint64", "uint64_t", 8, false, Print::kUdec64},
+    {"date", "uint32_t", 4, false, Print::kDate},
+    {"time", "uint32_t", 4, false, Print::kTime},
+    {"datetime", "uint64_t", 8, false, Print::kDateTime},
+    {"ip", "uint32_t", 4, false, Print::kIp},
 };
 
 struct Token {
@@ -61,7 +67,8 @@ bool tokenize(const std::string& line, std::vector<Token>& out, std::string& err
       out.push_back(t);
     } else {
       Token t;
-      while (i < line.size() && line[i] != ' ' && line[i] != '\t' && line[i] != '\r' && line[i] != '#') {
+      while (i < line.size() && line[i] != ' ' && line[i] != '\t' && line[i] != '\r' &&
+             line[i] != '#') {
         t.text += line[i++];
       }
       out.push_back(t);
@@ -114,14 +121,16 @@ bool Parser::number(const std::string& text, long long& out) {
   errno = 0;
   char* end = nullptr;
   const long long v = std::strtoll(text.c_str(), &end, 0);
-  if (errno != 0 || end == text.c_str() || *end != '\0') return fail("not a number or known constant: " + text);
+  if (errno != 0 || end == text.c_str() || *end != '\0')
+    return fail("not a number or known constant: " + text);
   out = v;
   return true;
 }
 
 // NAME or NAME[CAP] of an entry or union member: sets e.name (and e.cap, e.capText, hasCap),
 // refusing a bad capacity, a bad identifier or a name the type already has.
-bool Parser::parseName(const std::string& text, const Type& t, const char* what, Entry& e, bool& hasCap) {
+bool Parser::parseName(const std::string& text, const Type& t, const char* what, Entry& e,
+                       bool& hasCap) {
   std::string name = text;
   const size_t bracket = name.find('[');
   hasCap = false;
@@ -159,7 +168,8 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
     e.array = hasCap;
   } else {
     auto it = s_.byName.find(typeName);
-    if (it == s_.byName.end()) return fail("unknown type " + typeName + " (types must be defined before use)");
+    if (it == s_.byName.end())
+      return fail("unknown type " + typeName + " (types must be defined before use)");
     e.type = it->second;
     e.kind = e.type->isUnion ? Kind::kUnion : Kind::kRecord;
     e.array = hasCap;
@@ -203,7 +213,8 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
     }
   }
   // Shape checks.
-  if (!e.refer.empty() && !(e.array || e.kind == Kind::kBytes)) return fail("refer needs an array or bytes");
+  if (!e.refer.empty() && !(e.array || e.kind == Kind::kBytes))
+    return fail("refer needs an array or bytes");
   if (e.unchecked && e.kind != Kind::kBytes) return fail("unchecked applies to bytes only");
   if (!e.optionalFlag.empty() && (e.kind != Kind::kRecord || e.array)) {
     return fail("optional applies to a single record entry");
@@ -213,7 +224,8 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
   if (e.hasDefault) {
     if (e.kind == Kind::kString) {
       if (!e.defaultIsText) return fail("string default must be a quoted text");
-      if (static_cast<long long>(e.defaultText.size()) >= e.cap) return fail("string default longer than capacity - 1");
+      if (static_cast<long long>(e.defaultText.size()) >= e.cap)
+        return fail("string default longer than capacity - 1");
     } else if (e.kind != Kind::kScalar || e.array || e.defaultIsText) {
       return fail("default applies to single integers and strings");
     }
@@ -226,8 +238,10 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
   auto dependency = [&](const std::string& path, const char* what) {
     PathInfo info;
     std::string err;
-    if (!resolvePath(t, index, path, info, err)) return fail(std::string(what) + " " + path + ": " + err);
-    if (info.since > e.since) return fail(std::string(what) + " " + path + " is added later than " + e.name);
+    if (!resolvePath(t, index, path, info, err))
+      return fail(std::string(what) + " " + path + ": " + err);
+    if (info.since > e.since)
+      return fail(std::string(what) + " " + path + " is added later than " + e.name);
     return true;
   };
   if (!e.refer.empty() && !dependency(e.refer, "refer")) return false;
@@ -236,7 +250,8 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Type& t) {
     if (!dependency(e.optionalFlag, "optional flag")) return false;
   }
   if (e.kind == Kind::kRecord || e.kind == Kind::kUnion) {
-    if (e.type->curr > t.curr) return fail(e.name + ": nested type's CURRVERSION is above the record's");
+    if (e.type->curr > t.curr)
+      return fail(e.name + ": nested type's CURRVERSION is above the record's");
   }
   t.entries.push_back(e);
   return true;
@@ -257,11 +272,13 @@ bool Parser::parseMember(const std::vector<Token>& tok, Type& t) {
     if (hasCap) return fail("union members cannot be arrays");
   } else {
     auto it = s_.byName.find(typeName);
-    if (it == s_.byName.end() || it->second->isUnion) return fail("union member type must be a scalar, string, bytes or record");
+    if (it == s_.byName.end() || it->second->isUnion)
+      return fail("union member type must be a scalar, string, bytes or record");
     if (hasCap) return fail("union members cannot be arrays");
     e.kind = Kind::kRecord;
     e.type = it->second;
-    if (e.type->curr > t.curr) return fail(e.name + ": member type's CURRVERSION is above the union's");
+    if (e.type->curr > t.curr)
+      return fail(e.name + ": member type's CURRVERSION is above the union's");
   }
   bool haveSelector = false;
   for (size_t i = 2; i < tok.size(); ++i) {
@@ -278,7 +295,8 @@ bool Parser::parseMember(const std::vector<Token>& tok, Type& t) {
       long long n = 0;
       if (i + 1 >= tok.size() || !number(tok[++i].text, n)) return fail("since needs a version");
       e.since = static_cast<unsigned>(n);
-      if (e.since <= t.base || e.since > t.curr) return fail("since must lie above BASEVERSION and not above CURRVERSION");
+      if (e.since <= t.base || e.since > t.curr)
+        return fail("since must lie above BASEVERSION and not above CURRVERSION");
     } else {
       return fail("unknown option " + opt);
     }
@@ -286,7 +304,8 @@ bool Parser::parseMember(const std::vector<Token>& tok, Type& t) {
   if (!haveSelector) return fail("union member needs id VALUE or default");
   for (const Entry& other : t.entries) {
     if (e.isDefaultMember && other.isDefaultMember) return fail("only one default member");
-    if (!e.isDefaultMember && !other.isDefaultMember && other.id == e.id) return fail("duplicate member id");
+    if (!e.isDefaultMember && !other.isDefaultMember && other.id == e.id)
+      return fail("duplicate member id");
   }
   t.entries.push_back(e);
   return true;
@@ -299,8 +318,10 @@ bool Parser::finishType(Type& t) {
       if (ind->empty()) continue;
       PathInfo info;
       std::string err;
-      if (!resolvePath(t, t.entries.size(), *ind, info, err)) return fail("indicator " + *ind + ": " + err);
-      if (!info.fixedOffset || info.since != 0) return fail("indicator " + *ind + " must sit at a fixed offset");
+      if (!resolvePath(t, t.entries.size(), *ind, info, err))
+        return fail("indicator " + *ind + ": " + err);
+      if (!info.fixedOffset || info.since != 0)
+        return fail("indicator " + *ind + " must sit at a fixed offset");
     }
   }
   // Layout of the packed structure and the largest encoding.
@@ -392,7 +413,8 @@ bool Parser::run(const std::string& file, std::string& error) {
         if (tok.size() != 2) {
           ok = fail(w + " needs one path");
         } else {
-          (w == "versionindicator" ? current->versionIndicator : current->sizeIndicator) = tok[1].text;
+          (w == "versionindicator" ? current->versionIndicator : current->sizeIndicator) =
+              tok[1].text;
         }
       } else if (tok.size() < 2) {
         ok = fail("entry expected: TYPE NAME [options]");
@@ -424,7 +446,8 @@ bool Parser::run(const std::string& file, std::string& error) {
       t->line = line_;
       long long b = 0, c = 0;
       ok = declare(t->name) && number(tok[2].text, b) && number(tok[3].text, c);
-      if (ok && (b < 1 || c < b || c > 65535)) ok = fail("versions must satisfy 1 <= BASEVERSION <= CURRVERSION");
+      if (ok && (b < 1 || c < b || c > 65535))
+        ok = fail("versions must satisfy 1 <= BASEVERSION <= CURRVERSION");
       if (ok) {
         t->base = static_cast<unsigned>(b);
         t->curr = static_cast<unsigned>(c);
@@ -462,7 +485,8 @@ const Scalar* findScalar(const std::string& name) {
   return nullptr;
 }
 
-bool resolvePath(const Type& t, size_t before, const std::string& path, PathInfo& out, std::string& error) {
+bool resolvePath(const Type& t, size_t before, const std::string& path, PathInfo& out,
+                 std::string& error) {
   std::vector<std::string> parts;
   std::string part;
   std::istringstream in(path);

@@ -34,11 +34,11 @@ struct Entry {
   const Scalar* scalar = nullptr;  // kScalar
   Type* type = nullptr;            // kRecord / kUnion
   std::string name;
-  bool array = false;    // scalar or record array
-  long long cap = 0;     // array capacity, string/bytes capacity
-  std::string capText;   // capacity as written (a constant name or a number)
-  unsigned since = 0;    // 0: present from the base version
-  std::string refer;     // refer path (arrays, bytes)
+  bool array = false;   // scalar or record array
+  long long cap = 0;    // array capacity, string/bytes capacity
+  std::string capText;  // capacity as written (a constant name or a number)
+  unsigned since = 0;   // 0: present from the base version
+  std::string refer;    // refer path (arrays, bytes)
   bool unchecked = false;
   std::string optionalFlag;  // optional record: its flag entry
   std::string select;        // union entry: its selector path
@@ -89,7 +89,8 @@ struct PathInfo {
 };
 
 // Resolves path inside t; the first component must be among the first `before` entries.
-bool resolvePath(const Type& t, size_t before, const std::string& path, PathInfo& out, std::string& error);
+bool resolvePath(const Type& t, size_t before, const std::string& path, PathInfo& out,
+                 std::string& error);
 
 // Parses and checks a schema file. On failure returns false with "file:line: message" in error.
 bool parseSchema(const std::string& file, Schema& schema, std::string& error);

@@ -52,15 +52,15 @@ int vec_writev(WLOGANY* a, unsigned id, unsigned cls, const WLOGIOVEC* v, int n)
 int vec_fini(WLOGANY* a) { return wlogvec_fini(&a->stInst.stAny.stVec); }
 
 const WLOGANYOPS kOps[] = {
-    {WLOG_DEV_NO, no_init, no_writev, no_fini, nullptr, nullptr, nullptr, nullptr, nullptr,
-     nullptr, 0},
-    {WLOG_DEV_FILE, file_init, file_writev, file_fini, nullptr, nullptr, nullptr, nullptr,
-     nullptr, nullptr, 1},
+    {WLOG_DEV_NO, no_init, no_writev, no_fini, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+     0},
+    {WLOG_DEV_FILE, file_init, file_writev, file_fini, nullptr, nullptr, nullptr, nullptr, nullptr,
+     nullptr, 1},
     // Pieces stay separate: the network appender cuts a record at its buffer size.
     {WLOG_DEV_NET, net_init, net_writev, net_fini, wlognet_module_init, wlognet_module_fini,
      wlognet_set_dns_interval, nullptr, nullptr, nullptr, 0},
-    {WLOG_DEV_TERM, term_init, term_writev, term_fini, nullptr, nullptr, nullptr, nullptr,
-     nullptr, nullptr, 1},
+    {WLOG_DEV_TERM, term_init, term_writev, term_fini, nullptr, nullptr, nullptr, nullptr, nullptr,
+     nullptr, 1},
     // Pieces stay separate: network elements cut a record at their buffer size.
     {WLOG_DEV_VEC, vec_init, vec_writev, vec_fini, nullptr, nullptr, nullptr, nullptr, nullptr,
      nullptr, 0},

@@ -49,7 +49,8 @@ int wlog_bill_log(WLOGFILE* pstBill, const char* pszFmt, ...) {
   const time_t now = now_us > 0 ? static_cast<time_t>(now_us / 1000000) : time(nullptr);
   struct tm tm;
   size_t len = 0;
-  if (localtime_r(&now, &tm) != nullptr) len = strftime(line, sizeof(line), "%Y%m%d-%H:%M:%S | ", &tm);
+  if (localtime_r(&now, &tm) != nullptr)
+    len = strftime(line, sizeof(line), "%Y%m%d-%H:%M:%S | ", &tm);
 
   va_list ap;
   va_start(ap, pszFmt);

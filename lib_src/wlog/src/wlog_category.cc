@@ -201,8 +201,7 @@ int log_chain(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* b) {
 
 extern "C" {
 
-int wlog_category_can_write(WLOGCATEGORYINST* pstCat, int iPriority, unsigned uId,
-                            unsigned uCls) {
+int wlog_category_can_write(WLOGCATEGORYINST* pstCat, int iPriority, unsigned uId, unsigned uCls) {
   WLOGCATEGORYINNERINST* c = inner_of(pstCat);
   for (int guard = 0; c != nullptr && guard < kMaxChain; c = c->pstForward, ++guard) {
     if (window_accepts(c, iPriority) && can_write_filter(c, uId, uCls)) return 1;
@@ -218,8 +217,7 @@ int wlog_category_priority_check_chain(WLOGCATEGORYINNERINST* pstInst, int iPrio
   return 0;
 }
 
-int wlog_category_filter_check_chain(WLOGCATEGORYINNERINST* pstInst, unsigned uId,
-                                     unsigned uCls) {
+int wlog_category_filter_check_chain(WLOGCATEGORYINNERINST* pstInst, unsigned uId, unsigned uCls) {
   WLOGCATEGORYINNERINST* c = pstInst;
   for (int guard = 0; c != nullptr && guard < kMaxChain; c = c->pstForward, ++guard) {
     if (can_write_filter(c, uId, uCls)) return 1;

@@ -30,17 +30,16 @@ void copy_text(char* dst, size_t cap, const char* src) {
   dst[cap - 1] = '\0';
 }
 
-int dns_interval(int configured) {
-  return configured < 1 ? WLOG_DEFAULT_DNS_INTERNAL : configured;
-}
+int dns_interval(int configured) { return configured < 1 ? WLOG_DEFAULT_DNS_INTERNAL : configured; }
 
 void modules_init(int interval) {
   int n = 0;
   const WLOGANYOPS* ops = wlogany_all_ops_i(&n);
   for (int i = 0; i < n; ++i) {
     if (ops[i].pfnModuleInit != nullptr && ops[i].pfnModuleInit() != 0) {
-      puts("wlog init async dns failed, then can not async gethostbyname, but not influence the "
-           "using of wlog.");
+      puts(
+          "wlog init async dns failed, then can not async gethostbyname, but not influence the "
+          "using of wlog.");
     }
     if (ops[i].pfnSetDnsInterval != nullptr) ops[i].pfnSetDnsInterval(interval);
   }
@@ -247,7 +246,7 @@ int wlog_reload(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
   cur->iAsyncDnsInternal = dns_interval(pstConf->iAsyncDnsInternal);
   modules_set_interval(cur->iAsyncDnsInternal);
 
-  const int new_count = pstConf->iCount < 0 ? 0
+  const int new_count = pstConf->iCount < 0                   ? 0
                         : pstConf->iCount > WLOG_MAX_CATEGORY ? WLOG_MAX_CATEGORY
                                                               : pstConf->iCount;
   for (int i = 0; i < pstCtx->stInst.iCount; ++i) {

@@ -13,10 +13,10 @@
 #include <pthread.h>
 #include <stdio.h>
 
-#include <atomic>
 #include <string.h>
 #include <time.h>
 #include <unistd.h>
+#include <atomic>
 
 #include "wlog/wlog.h"
 #include "wlog_internal.h"
@@ -116,8 +116,21 @@ const char* padded_priority(int prio) {
 
 bool is_conversion(char c) {
   switch (c) {
-    case 'C': case 'F': case 'M': case 'P': case 'U': case 'c': case 'd':
-    case 'f': case 'h': case 'l': case 'm': case 'n': case 'p': case 't': case 'u':
+    case 'C':
+    case 'F':
+    case 'M':
+    case 'P':
+    case 'U':
+    case 'c':
+    case 'd':
+    case 'f':
+    case 'h':
+    case 'l':
+    case 'm':
+    case 'n':
+    case 'p':
+    case 't':
+    case 'u':
       return true;
     default:
       return false;
@@ -150,11 +163,11 @@ void compile(WLOGLAYOUTCACHE* c, const char* pattern, size_t len) {
       ++i;
       continue;
     }
-    ++i;  // the '%'
+    ++i;                  // the '%'
     if (i >= len) break;  // a trailing '%' is dropped
     const char conv = c->szPattern[i++];
     if (!is_conversion(conv)) {  // unknown conversions print nothing
-      emit(0);  // the literal text after it is not contiguous with the text before
+      emit(0);                   // the literal text after it is not contiguous with the text before
       continue;
     }
     if (conv == 'm') ++marks;
@@ -190,27 +203,56 @@ void wlog_layout_format(WLOGEVENTBASE* pstEvt, const char* pszPattern) {
     const size_t space = static_cast<size_t>(kCap - o.pos);
     int r = 0;
     switch (*p) {
-      case 'C': r = snprintf(at, space, "%u", e->evt_cls); break;
-      case 'F': r = snprintf(at, space, "%s", loc_function(e)); break;
-      case 'M': r = snprintf(at, space, "%s", str_or_empty(e->evt_moduleName)); break;
-      case 'P': r = snprintf(at, space, "%d", static_cast<int>(getpid())); break;
-      case 'U': r = snprintf(at, space, "%u", e->evt_id); break;
-      case 'c': r = snprintf(at, space, "%s", str_or_empty(e->evt_category)); break;
+      case 'C':
+        r = snprintf(at, space, "%u", e->evt_cls);
+        break;
+      case 'F':
+        r = snprintf(at, space, "%s", loc_function(e));
+        break;
+      case 'M':
+        r = snprintf(at, space, "%s", str_or_empty(e->evt_moduleName));
+        break;
+      case 'P':
+        r = snprintf(at, space, "%d", static_cast<int>(getpid()));
+        break;
+      case 'U':
+        r = snprintf(at, space, "%u", e->evt_id);
+        break;
+      case 'c':
+        r = snprintf(at, space, "%s", str_or_empty(e->evt_category));
+        break;
       case 'd': {
         char date[64];
         const int n = render_date(e->evt_timestamp.tv_sec, date, sizeof(date));
         r = n > 0 ? snprintf(at, space, "%s", date) : 0;
         break;
       }
-      case 'f': r = snprintf(at, space, "%s", loc_file(e)); break;
-      case 'h': r = snprintf(at, space, "%s", str_or_empty(e->evt_hostName)); break;
-      case 'l': r = snprintf(at, space, "%d", loc_line(e)); break;
-      case 'm': switch_to_suffix(&o); continue;
-      case 'n': r = snprintf(at, space, "\n"); break;
-      case 'p': r = snprintf(at, space, "%-8s", wlog_priority_to_string(e->evt_priority)); break;
-      case 't': r = snprintf(at, space, "%lu", static_cast<unsigned long>(pthread_self())); break;
-      case 'u': r = snprintf(at, space, "%06d", static_cast<int>(e->evt_timestamp.tv_usec)); break;
-      default: break;  // dropped together with the '%'
+      case 'f':
+        r = snprintf(at, space, "%s", loc_file(e));
+        break;
+      case 'h':
+        r = snprintf(at, space, "%s", str_or_empty(e->evt_hostName));
+        break;
+      case 'l':
+        r = snprintf(at, space, "%d", loc_line(e));
+        break;
+      case 'm':
+        switch_to_suffix(&o);
+        continue;
+      case 'n':
+        r = snprintf(at, space, "\n");
+        break;
+      case 'p':
+        r = snprintf(at, space, "%-8s", wlog_priority_to_string(e->evt_priority));
+        break;
+      case 't':
+        r = snprintf(at, space, "%lu", static_cast<unsigned long>(pthread_self()));
+        break;
+      case 'u':
+        r = snprintf(at, space, "%06d", static_cast<int>(e->evt_timestamp.tv_usec));
+        break;
+      default:
+        break;  // dropped together with the '%'
     }
     if (r > 0 && static_cast<size_t>(r) <= space) o.pos += r;
   }
@@ -280,18 +322,30 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
       if (pos >= kCap) break;
     }
     switch (op->chOp) {
-      case 0: break;
-      case 'C': put_number(e->evt_cls, false); break;
-      case 'F': put_str(loc_function(e)); break;
-      case 'M': put_str(str_or_empty(e->evt_moduleName)); break;
+      case 0:
+        break;
+      case 'C':
+        put_number(e->evt_cls, false);
+        break;
+      case 'F':
+        put_str(loc_function(e));
+        break;
+      case 'M':
+        put_str(str_or_empty(e->evt_moduleName));
+        break;
       case 'P': {
         const int pid = current_pid();
-        put_number(pid < 0 ? 0UL - static_cast<unsigned long>(pid) : static_cast<unsigned long>(pid),
-                   pid < 0);
+        put_number(
+            pid < 0 ? 0UL - static_cast<unsigned long>(pid) : static_cast<unsigned long>(pid),
+            pid < 0);
         break;
       }
-      case 'U': put_number(e->evt_id, false); break;
-      case 'c': put_str(str_or_empty(e->evt_category)); break;
+      case 'U':
+        put_number(e->evt_id, false);
+        break;
+      case 'c':
+        put_str(str_or_empty(e->evt_category));
+        break;
       case 'd': {
         const time_t sec = e->evt_timestamp.tv_sec;
         if (!pstCache->iDateValid || pstCache->tDateSec != sec) {
@@ -311,8 +365,12 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
         }
         break;
       }
-      case 'f': put_str(loc_file(e)); break;
-      case 'h': put_str(str_or_empty(e->evt_hostName)); break;
+      case 'f':
+        put_str(loc_file(e));
+        break;
+      case 'h':
+        put_str(str_or_empty(e->evt_hostName));
+        break;
       case 'l': {
         const int line = loc_line(e);
         put_number(line < 0 ? 0UL - static_cast<unsigned long>(static_cast<long>(line))
@@ -326,14 +384,18 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
         pos = 0;
         in_prefix = false;
         break;
-      case 'n': put("\n", 1); break;
+      case 'n':
+        put("\n", 1);
+        break;
       case 'p':
         if (pos + 8 <= kCap) {
           memcpy(buf + pos, padded_priority(e->evt_priority), 8);
           pos += 8;
         }
         break;
-      case 't': put_number(static_cast<unsigned long>(pthread_self()), false); break;
+      case 't':
+        put_number(static_cast<unsigned long>(pthread_self()), false);
+        break;
       case 'u': {
         const long usec = static_cast<long>(e->evt_timestamp.tv_usec);
         if (usec >= 0 && usec <= 999999) {
@@ -352,7 +414,8 @@ void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEv
         }
         break;
       }
-      default: break;
+      default:
+        break;
     }
   }
   Out o{e, buf, pos, in_prefix};

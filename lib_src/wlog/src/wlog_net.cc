@@ -347,8 +347,7 @@ int wlognet_parse_url(const char* pszUrl, URLPARTS* pstParts) {
   if (n < 0) n = 0;
   if (n > WLOGNET_MAX_URL_ARGS) n = WLOGNET_MAX_URL_ARGS;
   for (int i = 0; i < n; ++i) {
-    snprintf(pstParts->args[i].szName, sizeof(pstParts->args[i].szName), "%s",
-             opt.args[i].szName);
+    snprintf(pstParts->args[i].szName, sizeof(pstParts->args[i].szName), "%s", opt.args[i].szName);
     snprintf(pstParts->args[i].szValue, sizeof(pstParts->args[i].szValue), "%s",
              opt.args[i].szValue);
   }

@@ -27,9 +27,9 @@ typedef struct tagDNSContext {
   struct sockaddr_in ipv4;
   struct sockaddr_in6 ipv6;
   struct timeval last_result_time;
-  WLOGNET* pstNet;  /* owning appender */
-  int addrtype;     /* AF_INET (2) or AF_INET6 (10) */
-  int is_deleted;   /* set by wlognet_fini; the slot may then be reused */
+  WLOGNET* pstNet; /* owning appender */
+  int addrtype;    /* AF_INET (2) or AF_INET6 (10) */
+  int is_deleted;  /* set by wlognet_fini; the slot may then be reused */
 } DNSCONTEXT, *LPDNSCONTEXT;
 
 typedef struct tagDNSContextList {
@@ -42,7 +42,7 @@ typedef struct tagDNSContextList {
 typedef struct tagASyncDNSRequest {
   struct gaicb gaicb_struct;
   struct gaicb* gaicb_ptrs[1];
-  WLOGNET* pstNet;  /* owning appender */
+  WLOGNET* pstNet; /* owning appender */
 } ASYNCDNSREQUEST, *LPASYNCDNSREQUEST;
 
 typedef struct tagASyncDNSRequestList {
@@ -56,7 +56,7 @@ typedef struct tagASyncDNSHelper {
   int is_inited;
   DNSCONTEXTLIST dns_ctx_list;
   ASYNCDNSREQUESTLIST req_list;
-  struct addrinfo hints;  /* AI_CANONNAME, SOCK_DGRAM, IPPROTO_UDP */
+  struct addrinfo hints; /* AI_CANONNAME, SOCK_DGRAM, IPPROTO_UDP */
 } ASYNCDNSHELPER, *LPASYNCDNSHELPER;
 
 /* The helper instance and the refresh interval in seconds (for tests and diagnostics). */

@@ -8,9 +8,9 @@
 namespace {
 
 // Index = priority / 100.
-const char* const kPriorityNames[WLOG_PRIORITY_COUNT] = {
-    "FATAL", "ALERT", "CRIT", "ERROR", "WARN", "NOTICE",
-    "INFO",  "DEBUG", "TRACE", "NOTSET", "UNKNOWN"};
+const char* const kPriorityNames[WLOG_PRIORITY_COUNT] = {"FATAL", "ALERT",  "CRIT",   "ERROR",
+                                                         "WARN",  "NOTICE", "INFO",   "DEBUG",
+                                                         "TRACE", "NOTSET", "UNKNOWN"};
 
 const char kHexDigits[] = "0123456789ABCDEF";
 

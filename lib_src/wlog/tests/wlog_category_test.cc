@@ -64,14 +64,19 @@ TEST(WlogCanWrite, WindowsAndFilters) {
     unsigned id;
     int expect;
   } cases[] = {
-      {"open", -500, 0, 1}, {"open", 5000, 0, 1},  // no bounds accept everything
-      {"win", WLOG_PRIORITY_CRIT, 0, 0}, {"win", WLOG_PRIORITY_ERROR, 0, 1},
-      {"win", WLOG_PRIORITY_INFO, 0, 1}, {"win", WLOG_PRIORITY_DEBUG, 0, 0},
-      {"ids", 0, 105, 1}, {"ids", 0, 110, 0},
+      {"open", -500, 0, 1},
+      {"open", 5000, 0, 1},  // no bounds accept everything
+      {"win", WLOG_PRIORITY_CRIT, 0, 0},
+      {"win", WLOG_PRIORITY_ERROR, 0, 1},
+      {"win", WLOG_PRIORITY_INFO, 0, 1},
+      {"win", WLOG_PRIORITY_DEBUG, 0, 0},
+      {"ids", 0, 105, 1},
+      {"ids", 0, 110, 0},
       {"none", 0, 0, 1},  // a negative filter count: can_write says yes ...
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(c.expect, wlog_category_can_write(wlog_get_category(ctx.get(), c.cat), c.prio, c.id, 0))
+    EXPECT_EQ(c.expect,
+              wlog_category_can_write(wlog_get_category(ctx.get(), c.cat), c.prio, c.id, 0))
         << c.cat << " " << c.prio << " " << c.id;
   }
   StdoutCapture cap;  // ... but the write path rejects
@@ -160,7 +165,8 @@ TEST(WlogLog, BinaryMessageGetsHead) {
   wlog_test::TempDir dir;
   auto conf = make_conf();
   add_file_category(conf.get(), "bin", dir.file("bin.log"), "ignored %m");
-  add_file_category(conf.get(), "raw", dir.file("raw.log"))->stDevice.stDevice.stFile.iDropBinaryHead = 1;
+  add_file_category(conf.get(), "raw", dir.file("raw.log"))
+      ->stDevice.stDevice.stFile.iDropBinaryHead = 1;
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   char body[] = "hello";
@@ -174,10 +180,11 @@ TEST(WlogLog, BinaryMessageGetsHead) {
 
   const std::string data = wlog_test::read_file(dir.file("bin.log"));
   ASSERT_EQ(90u, data.size());
-  const unsigned char head[40] = {1, '7', 0, 40, 0, 0, 0, 5,                // version .. body length
-                                  0x65, 0x53, 0xF1, 0x00, 0, 0, 0, 250,    // seconds, microseconds
-                                  0, 0, 0, 2, 0, 0, 0, 11, 0, 0, 0, 22,    // sequence (2nd), id, class
-                                  0, 0, 0, 3, 0, 0, 0, 4, 0, 0, 0, 0};     // type, body version, sum
+  const unsigned char head[40] = {
+      1,    '7',  0,    40,   0, 0, 0, 5,                 // version .. body length
+      0x65, 0x53, 0xF1, 0x00, 0, 0, 0, 250,               // seconds, microseconds
+      0,    0,    0,    2,    0, 0, 0, 11,  0, 0, 0, 22,  // sequence (2nd), id, class
+      0,    0,    0,    3,    0, 0, 0, 4,   0, 0, 0, 0};  // type, body version, sum
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(head), 40), data.substr(45, 40));
   EXPECT_EQ("hello", data.substr(85));
   EXPECT_EQ("hello", wlog_test::read_file(dir.file("raw.log")));
@@ -257,9 +264,9 @@ TEST(WlogMacros, BoundsSkipArgumentEvaluationAndEveryMacroHasItsPriority) {
   const int line = __LINE__ + 1;
   WLOG_LOG_WARN(c, "v=%d", counted(4));
   EXPECT_EQ(1, g_evaluations);
-  EXPECT_EQ(std::string("WARN    |") + __FILE__ + ":" + std::to_string(line) + " " + __func__ +
-                "|v=4;",
-            cap.Stop());
+  EXPECT_EQ(
+      std::string("WARN    |") + __FILE__ + ":" + std::to_string(line) + " " + __func__ + "|v=4;",
+      cap.Stop());
 
   conf->iPriorityHigh = conf->iPriorityLow = -1;
   wlog_category_set_format(c, "%p%m");
@@ -300,7 +307,8 @@ TEST(WlogCApi, MacrosWorkFromC) {
 TEST(WlogVec, ElementsFilterByIdAndStopAtABadElement) {
   wlog_test::TempDir dir;
   auto conf = make_conf();
-  WLOGDEVVEC& dev = add_term_category(conf.get(), "vec", "<%U>", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
+  WLOGDEVVEC& dev =
+      add_term_category(conf.get(), "vec", "<%U>", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
   dev.iCount = 2;
   for (int i = 0; i < 2; ++i) {
     dev.astElements[i].iType = WLOG_DEV_FILE;

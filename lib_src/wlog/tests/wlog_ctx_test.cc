@@ -89,7 +89,8 @@ TEST(WlogInit, ForwardLoopsAreRefused) {
     conf->iDelayInit = 1;
     WLOGCATEGORY* a = add_term_category(conf.get(), "a");
     snprintf(a->szForwardCat, sizeof(a->szForwardCat), "b");
-    WLOGCATEGORY* b = add_term_category(conf.get(), "b", "", kind == 1 ? WLOG_DEV_TERM : WLOG_DEV_MEM);
+    WLOGCATEGORY* b =
+        add_term_category(conf.get(), "b", "", kind == 1 ? WLOG_DEV_TERM : WLOG_DEV_MEM);
     if (kind == 1) snprintf(b->szForwardCat, sizeof(b->szForwardCat), "a");
     StdoutCapture cap;
     int ret = 0;
@@ -198,17 +199,20 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
     const std::string child = "sub" + std::to_string(i);
     WLOGCLONEOPTION opt = {child.c_str(), "sub", "log"};
     ASSERT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx.get(), files[i]), &opt));
-    EXPECT_EQ(d + renamed[i], wlog_get_category_pattern(wlog_get_category(ctx.get(), child.c_str())));
+    EXPECT_EQ(d + renamed[i],
+              wlog_get_category_pattern(wlog_get_category(ctx.get(), child.c_str())));
   }
   WLOGCLONEOPTION opt = {"vec2", "pre", "suf"};
   EXPECT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx.get(), "vec"), &opt));
   opt = {"mem2", "m", "log"};
   EXPECT_EQ(0, wlog_clone_category_i(wlog_get_category(ctx.get(), "mem"), &opt));
   cap.Stop();
-  const WLOGDEVVEC& cv = inner(wlog_get_category(ctx.get(), "vec2"))->pstCat->stDevice.stDevice.stVec;
+  const WLOGDEVVEC& cv =
+      inner(wlog_get_category(ctx.get(), "vec2"))->pstCat->stDevice.stDevice.stVec;
   EXPECT_EQ(d + "a_pre_0.suf", cv.astElements[0].stDevice.stFile.szPattern);
   EXPECT_EQ(d + "pre_1.suf", cv.astElements[2].stDevice.stFile.szPattern);
-  const WLOGDEVMEM& cm = inner(wlog_get_category(ctx.get(), "mem2"))->pstCat->stDevice.stDevice.stMem;
+  const WLOGDEVMEM& cm =
+      inner(wlog_get_category(ctx.get(), "mem2"))->pstCat->stDevice.stDevice.stMem;
   EXPECT_EQ(d + "dump_m.log", cm.szPattern);
   EXPECT_STREQ("wsm-data://ringm.log", cm.szUri);
 }

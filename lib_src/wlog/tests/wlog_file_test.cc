@@ -227,8 +227,8 @@ TEST(WlogFileWrite, PiecesAreOneRecordAndAreNeverSplit) {
   EXPECT_EQ(0, wlogfile_writev(&f, v, 4));
   EXPECT_EQ(10u, f.stInst.iTail);
   EXPECT_EQ(0, wlogfile_writev(&f, v + 2, 2));  // 10 + 4 > 12: next file
-  EXPECT_EQ(0, wlogfile_writev(&f, v, 0));       // empty record: nothing written
-  const std::string big(20, 'x');                // longer than the limit: whole, fresh file
+  EXPECT_EQ(0, wlogfile_writev(&f, v, 0));      // empty record: nothing written
+  const std::string big(20, 'x');               // longer than the limit: whole, fresh file
   EXPECT_EQ(0, Put(&f, big));
 
   WLOGIOVEC bad = {nullptr, 3};

@@ -76,9 +76,9 @@ TEST(WlogLayout, ConversionsAndDroppedCharacters) {
   } cases[] = {
       {"%d.%u %p %m%n", date_text(1706706309) + ".000123 ERROR    ", "\n", false},
       {"%C|%F|%M|%P|%U|%c|%f|%h|%l|%t|%p|", every, "", false},
-      {"100%%", "100", "", false},       // no literal percent sign
-      {"%x%m", "", "", false},           // unknown conversions print nothing
-      {"a%5pb%", "apb", "", false},      // no width; a trailing % is dropped
+      {"100%%", "100", "", false},   // no literal percent sign
+      {"%x%m", "", "", false},       // unknown conversions print nothing
+      {"a%5pb%", "apb", "", false},  // no width; a trailing % is dropped
       {"%f:%l:%F", "(nil):0:(nil)", "", true},
       {"", "", "", false},
   };
@@ -129,8 +129,8 @@ TEST(WlogLayoutCached, SameBytesAsPlainRenderer) {
       expect_same(ev, "%f" + std::string(lit, 'L') + "%mX", &cache);
     }
   }
-  const char* pieces[] = {"%C", "%F", "%M", "%P", "%U", "%c", "%d", "%f", "%h", "%l", "%m",
-                          "%n", "%p", "%t", "%u", "%%", "%x", "%7", "[", "]", ".", " ", "abc", "%"};
+  const char* pieces[] = {"%C", "%F", "%M", "%P", "%U", "%c", "%d", "%f", "%h", "%l", "%m",  "%n",
+                          "%p", "%t", "%u", "%%", "%x", "%7", "[",  "]",  ".",  " ",  "abc", "%"};
   std::mt19937 rng(12345);
   for (int round = 0; round < 3000; ++round) {
     std::string pattern;

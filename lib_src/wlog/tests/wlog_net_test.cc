@@ -257,8 +257,11 @@ TEST_F(WlogNet, ResolutionListsAreCappedAndReuseDeletedSlots) {
   for (int i = 0; i < WLOGNET_MAX_DNS; ++i) ASSERT_EQ(0, wlognet_init(&nets[i], &dev)) << i;
   CaptureStdout();
   EXPECT_EQ(kNetConnError, wlognet_init(&nets.back(), &dev));
-  EXPECT_EQ("dns_ctx_list: exceed max wlog net num in wlog cfg xml\nwlognet init_domain_result "
-            "failed, net url is [" + std::string(dev.szUrl) + "].\n", GetCapturedStdout());
+  EXPECT_EQ(
+      "dns_ctx_list: exceed max wlog net num in wlog cfg xml\nwlognet init_domain_result "
+      "failed, net url is [" +
+          std::string(dev.szUrl) + "].\n",
+      GetCapturedStdout());
   EXPECT_EQ(-1, nets.back().stInst.s);
   wlognet_fini(&nets[7]);
   ASSERT_EQ(0, wlognet_init(&nets.back(), &dev));
@@ -291,8 +294,10 @@ TEST_F(WlogNet, BadUrlsFailWithTheirMessages) {
   EXPECT_EQ(-1, wlognet_parse_url("gopher://h:70", &p));
   EXPECT_EQ(-1, wlognet_parse_url("abcdefghijklmnop://h:70", &p));
   EXPECT_EQ(-1, wlognet_parse_url(("udp://" + std::string(128, 'h')).c_str(), &p));
-  EXPECT_EQ("proto[gopher] NOT support.\ntnet_get_opt failed, ret[-1].\n"
-            "tnet_get_opt failed, ret[-1].\n", GetCapturedStdout());
+  EXPECT_EQ(
+      "proto[gopher] NOT support.\ntnet_get_opt failed, ret[-1].\n"
+      "tnet_get_opt failed, ret[-1].\n",
+      GetCapturedStdout());
   EXPECT_EQ(-1, wlognet_init(nullptr, &full));
   EXPECT_EQ(-1, wlognet_writev(nullptr, nullptr, 0));
 }

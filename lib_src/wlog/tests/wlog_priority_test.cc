@@ -11,16 +11,15 @@ TEST(WlogPriority, NamesAndParsing) {
   const struct {
     int prio;
     const char* name;
-  } names[] = {{0, "FATAL"},   {300, "ERROR"},    {800, "TRACE"},     {1000, "UNKNOWN"},
-               {-1, "FATAL"},  {-99, "FATAL"},    {150, "ALERT"},     {-100, "UNKNOWN"},
-               {1100, "UNKNOWN"}};
+  } names[] = {{0, "FATAL"},   {300, "ERROR"}, {800, "TRACE"},    {1000, "UNKNOWN"}, {-1, "FATAL"},
+               {-99, "FATAL"}, {150, "ALERT"}, {-100, "UNKNOWN"}, {1100, "UNKNOWN"}};
   for (const auto& n : names) EXPECT_STREQ(n.name, wlog_priority_to_string(n.prio)) << n.prio;
   // Case-insensitive prefix match on the table, in value order.
   const struct {
     const char* name;
     int prio;
-  } parsed[] = {{"error", 300}, {"errors", 300}, {"information", 600}, {"Notice", 500},
-                {"NOTSET", 900}, {"", 1000},     {"err", 1000},        {nullptr, 1000}};
+  } parsed[] = {{"error", 300},  {"errors", 300}, {"information", 600}, {"Notice", 500},
+                {"NOTSET", 900}, {"", 1000},      {"err", 1000},        {nullptr, 1000}};
   for (const auto& p : parsed) EXPECT_EQ(p.prio, wlog_priority_to_int(p.name)) << p.prio;
 }
 
@@ -45,7 +44,8 @@ TEST(WlogFilter, RangeModulusAndVector) {
   const struct {
     unsigned x;
     bool pass;
-  } cases[] = {{993, false}, {2003, false}, {1003, true}, {1004, true}, {1005, false}, {1002, false}};
+  } cases[] = {{993, false}, {2003, false}, {1003, true},
+               {1004, true}, {1005, false}, {1002, false}};
   for (const auto& c : cases) EXPECT_EQ(c.pass, wlogfilter_match_int(&f, c.x) != 0) << c.x;
   f.nModCount = 0;  // the modulus part is off without a count
   EXPECT_TRUE(wlogfilter_match_int(&f, 1002));
@@ -79,7 +79,10 @@ TEST(WlogBin, HeadRoundTripPackageAndFilter) {
   EXPECT_EQ(-1, wlogbin_hton_head(buf, 39, &h));
   ASSERT_EQ(40, wlogbin_hton_head(buf, sizeof(buf), &h));
   EXPECT_EQ('#', buf[40]);
-  EXPECT_EQ(0, memcmp(buf, "\x01" "7\x00\x28\x00\x00\x00\x05\x01\x02\x03\x04", 12));
+  EXPECT_EQ(0, memcmp(buf,
+                      "\x01"
+                      "7\x00\x28\x00\x00\x00\x05\x01\x02\x03\x04",
+                      12));
   EXPECT_EQ(0, memcmp(buf + 20, "\xA0\xB0\xC0\xD0", 4));
   EXPECT_EQ(45, wlogbin_get_pkgsize(buf, 40));
   EXPECT_EQ(-1, wlogbin_get_pkgsize(buf, 39));

@@ -76,7 +76,9 @@ std::vector<std::string> FilesIn(const std::string& dir) {
   return names;
 }
 
-std::string Numbered(int i) { return i == 0 ? std::string("app.log") : "app.log." + std::to_string(i); }
+std::string Numbered(int i) {
+  return i == 0 ? std::string("app.log") : "app.log." + std::to_string(i);
+}
 
 // Logs kLines numbered lines through a file category configured by mode.
 void LogLines(const std::string& dir, const Mode& mode) {
@@ -102,7 +104,8 @@ void LogLines(const std::string& dir, const Mode& mode) {
 
 // Checks files given oldest first: consecutive runs that join up and end at the last line,
 // every file but the newest closed only because the next line would not fit.
-void CheckChain(const std::string& dir, const std::vector<std::string>& oldest_first, uint32_t limit) {
+void CheckChain(const std::string& dir, const std::vector<std::string>& oldest_first,
+                uint32_t limit) {
   std::vector<LogFile> files;
   for (const std::string& name : oldest_first) files.push_back(Parse(dir, name));
   ASSERT_FALSE(files.empty());
@@ -137,7 +140,8 @@ TEST(WlogRotation, StickyModeShiftsOlderFilesUp) {
   const Mode mode = {5, 1, 50003, 4096, 1, 0};
   LogLines(dir.path(), mode);
   ASSERT_EQ(5u, FilesIn(dir.path()).size());
-  CheckChain(dir.path(), {"app.log.4", "app.log.3", "app.log.2", "app.log.1", "app.log"}, mode.limit);
+  CheckChain(dir.path(), {"app.log.4", "app.log.3", "app.log.2", "app.log.1", "app.log"},
+             mode.limit);
 }
 
 TEST(WlogRotation, BillModeLosesNoLine) {

@@ -18,9 +18,9 @@ inline uint32 Rotl(uint32 x, int s) { return (x << s) | (x >> (32 - s)); }
   (a) += (d) ^ ((b) & ((c) ^ (d)));         \
   (a) = Rotl((a), (s)) + (b)
 
-#define ZQ_MD5_STEP_G(a, b, c, d, xk, s, t)        \
-  (a) += (xk) + (uint32)(t) + ((c) & ~(d));        \
-  (a) += (b) & (d);                                \
+#define ZQ_MD5_STEP_G(a, b, c, d, xk, s, t) \
+  (a) += (xk) + (uint32)(t) + ((c) & ~(d)); \
+  (a) += (b) & (d);                         \
   (a) = Rotl((a), (s)) + (b)
 
 #define ZQ_MD5_STEP_H(a, b, c, d, xk, s, t) \

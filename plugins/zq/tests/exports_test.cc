@@ -19,9 +19,10 @@ TEST(Exports, OnlyTheEntryPoints) {
     if (in >> value >> type >> name) names.insert(name);
   }
   EXPECT_EQ(pclose(pipe), 0);
-  EXPECT_EQ(names, (std::set<std::string>{"CreateQuelldPlugin", "APIVersion", "kry_sdk_load_and_init",
-                                          "kry_sdk_load_and_init_with_proc", "kry_sdk_load_and_init_for_quelld",
-                                          "kry_sdk_unload", "kry_sdk_get_busi_interf"}));
+  EXPECT_EQ(names, (std::set<std::string>{
+                       "CreateQuelldPlugin", "APIVersion", "kry_sdk_load_and_init",
+                       "kry_sdk_load_and_init_with_proc", "kry_sdk_load_and_init_for_quelld",
+                       "kry_sdk_unload", "kry_sdk_get_busi_interf"}));
 }
 
 }  // namespace

@@ -14,7 +14,8 @@ static KrySdkBusiInterf g_busi = {nullptr, 0};
 
 static int FakeProc(void) { return 42; }
 
-FAKE_API int kry_sdk_init_with_access_info_interf(const KrySdkInitInfo* init_info, const KrySdkAccessInfo*) {
+FAKE_API int kry_sdk_init_with_access_info_interf(const KrySdkInitInfo* init_info,
+                                                  const KrySdkAccessInfo*) {
   return static_cast<int>(init_info->game_id_);
 }
 
@@ -23,8 +24,8 @@ FAKE_API int kry_sdk_init_with_access_info_for_quelld_interf(const KrySdkInitInf
   return static_cast<int>(init_info->game_id_) + 1000;
 }
 
-FAKE_API const KrySdkBusiInterf* kry_sdk_init_with_access_info_and_proc_interf(const KrySdkInitInfo* init_info,
-                                                                               const KrySdkAccessInfo*) {
+FAKE_API const KrySdkBusiInterf* kry_sdk_init_with_access_info_and_proc_interf(
+    const KrySdkInitInfo* init_info, const KrySdkAccessInfo*) {
   g_busi.proc_ = FakeProc;
   g_busi.init_ret_ = static_cast<int>(init_info->game_id_);
   return &g_busi;

@@ -9,12 +9,12 @@
 
 namespace {
 
-using zqtest::RunInChild;
-using zqtest::TempDir;
 using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
+using zqtest::RunInChild;
+using zqtest::TempDir;
 
 KrySdkInitInfo InitInfo(uint32_t game_id) {
   KrySdkInitInfo info{};
@@ -64,7 +64,8 @@ TEST(Loader, InitialisersReturnTheirOwnResultsOrMinusTwoWhenMissing) {
     const KrySdkInitInfo info = InitInfo(7);
     EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_FULL_DIR, &info, nullptr), 7);
     EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_FULL_DIR, &info, nullptr), 1007);
-    const KrySdkBusiInterf* busi = kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_FULL_DIR, &info, nullptr);
+    const KrySdkBusiInterf* busi =
+        kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_FULL_DIR, &info, nullptr);
     ASSERT_NE(busi, nullptr);
     EXPECT_EQ(busi->init_ret_, 7);
     EXPECT_EQ(busi->proc_(), 42);
@@ -78,7 +79,8 @@ TEST(Loader, InitialisersReturnTheirOwnResultsOrMinusTwoWhenMissing) {
     EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), -2);
     const std::string err = GetCapturedStderr();
     EXPECT_EQ(err.rfind("dlsym failed, ", 0), 0u) << err;
-    EXPECT_NE(err.find("kry_sdk_init_with_access_info_for_quelld_interf"), std::string::npos) << err;
+    EXPECT_NE(err.find("kry_sdk_init_with_access_info_for_quelld_interf"), std::string::npos)
+        << err;
     EXPECT_EQ(err.substr(err.size() - 2), ".\n");
     EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), -2);
     EXPECT_EQ(kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), nullptr);
@@ -91,7 +93,8 @@ TEST(Loader, InitialisersReturnTheirOwnResultsOrMinusTwoWhenMissing) {
 TEST(Loader, LibraryIsOpenedOnceAndItsHandleKeptAfterUnload) {
   RunInChild([] {
     TempDir dir;
-    std::filesystem::copy_file(std::string(ZQ_FAKE_SDK_FULL_DIR) + "/libkry_sdk.so", dir.path() + "/libkry_sdk.so");
+    std::filesystem::copy_file(std::string(ZQ_FAKE_SDK_FULL_DIR) + "/libkry_sdk.so",
+                               dir.path() + "/libkry_sdk.so");
     const KrySdkInitInfo info = InitInfo(4);
     ASSERT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), 4);
     // Our own reference keeps the library mapped, to read its release counter.

@@ -10,7 +10,9 @@
 
 namespace {
 
-std::string Md5Text(const std::string& s) { return xcore::md5(s.data(), static_cast<xcore::uint32>(s.size())); }
+std::string Md5Text(const std::string& s) {
+  return xcore::md5(s.data(), static_cast<xcore::uint32>(s.size()));
+}
 
 TEST(XMD5, KnownDigests) {
   const std::pair<std::string, const char*> cases[] = {
@@ -19,7 +21,8 @@ TEST(XMD5, KnownDigests) {
       {"abc", "900150983CD24FB0D6963F7D28E17F72"},
       {"message digest", "F96B697D7CB7938D525A2F31AAF161D0"},
       {"abcdefghijklmnopqrstuvwxyz", "C3FCD3D76192E4007DFB496CCA67E13B"},
-      {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789", "D174AB98D277D9F5A5611C2C9F419D9F"},
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
+       "D174AB98D277D9F5A5611C2C9F419D9F"},
       {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
        "57EDF4A22BE3C955AC49DA2E2107B67A"},
       // Around the 56-byte padding threshold and the 64-byte block.
@@ -39,7 +42,8 @@ TEST(XMD5, PiecewiseUpdateEqualsOneShot) {
     xcore::XMD5 ctx;
     for (size_t pos = 0; pos < data.size(); pos += step) {
       const size_t n = std::min(step, data.size() - pos);
-      ctx.update(reinterpret_cast<const xcore::uint8*>(data.data()) + pos, static_cast<xcore::uint32>(n));
+      ctx.update(reinterpret_cast<const xcore::uint8*>(data.data()) + pos,
+                 static_cast<xcore::uint32>(n));
     }
     EXPECT_EQ(ctx.final(), whole) << "step " << step;
   }
@@ -50,7 +54,9 @@ TEST(XMD5, NullInputIsEmpty) {
   unsigned char digest[16];
   std::memset(digest, 0xAB, sizeof(digest));
   xcore::md5(nullptr, 5, digest);
-  EXPECT_EQ(std::memcmp(digest, "\xD4\x1D\x8C\xD9\x8F\x00\xB2\x04\xE9\x80\x09\x98\xEC\xF8\x42\x7E", 16), 0);
+  EXPECT_EQ(
+      std::memcmp(digest, "\xD4\x1D\x8C\xD9\x8F\x00\xB2\x04\xE9\x80\x09\x98\xEC\xF8\x42\x7E", 16),
+      0);
 
   xcore::XMD5 ctx;
   ctx.update(reinterpret_cast<const xcore::uint8*>("ab"), 2);
@@ -74,7 +80,8 @@ TEST(XByteOrder, ConvertsBetweenNetworkAndHost) {
   EXPECT_EQ(xcore::XByteOrder::native_type(), xcore::XByteOrder::ENDIAN_LITTLE);
   EXPECT_EQ(xcore::XByteOrder::net2local(static_cast<xcore::uint16>(0x1234)), 0x3412);
   EXPECT_EQ(xcore::XByteOrder::net2local(static_cast<xcore::uint32>(0x12345678u)), 0x78563412u);
-  EXPECT_EQ(xcore::XByteOrder::local2net(static_cast<xcore::uint64>(0x0102030405060708ull)), 0x0807060504030201ull);
+  EXPECT_EQ(xcore::XByteOrder::local2net(static_cast<xcore::uint64>(0x0102030405060708ull)),
+            0x0807060504030201ull);
   EXPECT_EQ(xcore::XByteOrder::local2net(static_cast<xcore::uint32>(0x0100007Fu)), 0x7F000001u);
 }
 

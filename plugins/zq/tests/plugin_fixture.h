@@ -61,10 +61,11 @@ inline std::string Text(int slot, int part) {
 // ext) and answers with g_send_answer.
 inline std::string g_last_send;
 inline int g_send_answer = 0;
-inline int HostSend(const char* account, uint32_t arg1, uint32_t arg2, const char* ext, uint32_t ext_len,
-                    const char* data, uint32_t data_len) {
-  g_last_send = std::string(account) + "|" + std::to_string(arg1) + "|" + std::to_string(arg2) + "|" +
-                (ext != nullptr ? std::string(ext, ext_len) : "-") + "|" + std::string(data, data_len);
+inline int HostSend(const char* account, uint32_t arg1, uint32_t arg2, const char* ext,
+                    uint32_t ext_len, const char* data, uint32_t data_len) {
+  g_last_send = std::string(account) + "|" + std::to_string(arg1) + "|" + std::to_string(arg2) +
+                "|" + (ext != nullptr ? std::string(ext, ext_len) : "-") + "|" +
+                std::string(data, data_len);
   return g_send_answer;
 }
 
@@ -93,8 +94,8 @@ inline quelld::Options MakeOptions(const std::string& lib_ext, WLOGCATEGORYINST*
   return o;
 }
 
-inline quelld::User MakeUser(const std::string& openid, uint32_t acctype, uint16_t authtype, uint32_t platid,
-                             const std::string& ip) {
+inline quelld::User MakeUser(const std::string& openid, uint32_t acctype, uint16_t authtype,
+                             uint32_t platid, const std::string& ip) {
   quelld::User u;
   std::memset(&u, 0, sizeof(u));
   SetText(u.openid, openid);
@@ -111,7 +112,8 @@ inline quelld::User MakeUser(const std::string& openid, uint32_t acctype, uint16
 // `low` is the context-wide least severe priority written.
 class LogFile {
  public:
-  explicit LogFile(int low = WLOG_PRIORITY_DEBUG) : path_(dir_.path() + "/zq.log"), conf_(new WLOGCONF()) {
+  explicit LogFile(int low = WLOG_PRIORITY_DEBUG)
+      : path_(dir_.path() + "/zq.log"), conf_(new WLOGCONF()) {
     conf_->iMagic = WLOG_CONF_MAGIC;
     conf_->iPriorityHigh = -1;
     conf_->iPriorityLow = low;
@@ -177,7 +179,8 @@ std::string StdoutOf(Body body) {
 
 inline size_t Count(const std::string& text, const std::string& piece) {
   size_t n = 0;
-  for (size_t pos = text.find(piece); pos != std::string::npos; pos = text.find(piece, pos + 1)) ++n;
+  for (size_t pos = text.find(piece); pos != std::string::npos; pos = text.find(piece, pos + 1))
+    ++n;
   return n;
 }
 

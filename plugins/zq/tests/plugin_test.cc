@@ -9,7 +9,9 @@ namespace {
 
 using namespace zqtest;  // NOLINT: the fixture's helpers
 
-bool Has(const std::string& text, const std::string& piece) { return text.find(piece) != std::string::npos; }
+bool Has(const std::string& text, const std::string& piece) {
+  return text.find(piece) != std::string::npos;
+}
 
 constexpr int kInit = KRY_DOUBLE_SLOT_INIT_FOR_QUELLD;
 
@@ -24,7 +26,8 @@ TEST(Plugin, InitHandsOptionsToSdkAndQuitReleasesIt) {
     EXPECT_STREQ(plugin.Version(), "zqplugin_1.0.1");
     EXPECT_EQ(kry_double_call_count(kInit), 1);
     EXPECT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_INIT), 0);
-    EXPECT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_GET_SDK_INFO), 0) << "the version gate is not part of init";
+    EXPECT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_GET_SDK_INFO), 0)
+        << "the version gate is not part of init";
 
     const auto info = As<KrySdkInitInfo>(Part(kInit));
     EXPECT_EQ(info.kry_sdk_conf_dir_, nullptr);
@@ -65,7 +68,8 @@ TEST(Plugin, InitHandsOptionsToSdkAndQuitReleasesIt) {
     // No longer loaded: the loader is not called, the exit is still logged.
     EXPECT_EQ(StdoutOf([&] { plugin.OnQuit(); }), "");
     const std::string text = log.Text();
-    EXPECT_TRUE(Has(text, Line("INFO", "InitKrySDK", sdk.dir() + "libkry_sdk.so's md5sum:" + md5))) << text;
+    EXPECT_TRUE(Has(text, Line("INFO", "InitKrySDK", sdk.dir() + "libkry_sdk.so's md5sum:" + md5)))
+        << text;
     EXPECT_TRUE(Has(text, Line("INFO", "InitKrySDK", "zq plugin init success"))) << text;
     EXPECT_TRUE(Has(text, Line("ERROR", "LoadKrySDK", "already loaded"))) << text;
     EXPECT_EQ(Count(text, Line("INFO", "QuitKrySDK", "zq plugin exit success")), 2u) << text;
@@ -99,7 +103,8 @@ TEST(Plugin, DirectoryWithoutSlashLoadsButNeverReloads) {
     plugin.OnQuit();
     const std::string text = log.Text();
     EXPECT_TRUE(Has(text, Line("INFO", "InitKrySDK", dir + "libkry_sdk.so's md5sum:"))) << text;
-    EXPECT_EQ(Count(text, Line("INFO", "OnReload", "libkry_sdk.so not change.will not reload")), 2u) << text;
+    EXPECT_EQ(Count(text, Line("INFO", "OnReload", "libkry_sdk.so not change.will not reload")), 2u)
+        << text;
   });
 }
 
@@ -116,7 +121,9 @@ TEST(Plugin, MissingLibraryFailsInitAndQuitOnlyLogs) {
     EXPECT_FALSE(plugin.loaded());
     EXPECT_EQ(StdoutOf([&] { plugin.OnQuit(); }), "");
     const std::string text = log.Text();
-    EXPECT_TRUE(Has(text, Line("ERROR", "LoadKrySDK", "kry_sdk_load_and_init_for_quelld failed,ret:-1"))) << text;
+    EXPECT_TRUE(
+        Has(text, Line("ERROR", "LoadKrySDK", "kry_sdk_load_and_init_for_quelld failed,ret:-1")))
+        << text;
     EXPECT_FALSE(Has(text, "md5sum")) << text;
     EXPECT_TRUE(Has(text, Line("INFO", "QuitKrySDK", "zq plugin exit success"))) << text;
   });
@@ -171,9 +178,12 @@ TEST(Plugin, ReloadRestartsOnlyWhenTheFileChanges) {
     plugin.OnQuit();
     const std::string text = log.Text();
     EXPECT_TRUE(Has(text, Line("ERROR", "InitKrySDK", "KRY_SDK_GET_ANTI_INTERF failed"))) << text;
-    EXPECT_EQ(Count(text, Line("INFO", "OnReload", "libkry_sdk.so not change.will not reload")), 2u) << text;
+    EXPECT_EQ(Count(text, Line("INFO", "OnReload", "libkry_sdk.so not change.will not reload")), 2u)
+        << text;
     EXPECT_EQ(Count(text, "zq plugin init success\n"), 3u) << text;
-    EXPECT_TRUE(Has(text, Line("ERROR", "LoadKrySDK", "kry_sdk_load_and_init_for_quelld failed,ret:5"))) << text;
+    EXPECT_TRUE(
+        Has(text, Line("ERROR", "LoadKrySDK", "kry_sdk_load_and_init_for_quelld failed,ret:5")))
+        << text;
   });
 }
 
@@ -185,7 +195,7 @@ TEST(VersionGate, AcceptsVersionsNoOlderThanMinimum) {
     EXPECT_FALSE(plugin.SDKVersionOK());  // nothing loaded yet (and no log before OnInit)
     ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), 0);
     const std::pair<const char*, bool> cases[] = {
-        {"1.8.4", true},  {"1.8.4.9", true}, {"1.10.0", true}, {"2.x.0", true},   {"1.8.4rc", true},
+        {"1.8.4", true},  {"1.8.4.9", true}, {"1.10.0", true}, {"2.x.0", true},  {"1.8.4rc", true},
         {"1.8.3", false}, {"1.8", false},    {"", false},      {"0.9.9", false}, {"1.7.99", false}};
     for (const auto& c : cases) {
       kry_double_set_version(c.first);
@@ -216,7 +226,8 @@ TEST(VersionGate, SplitAndCompare) {
   EXPECT_EQ(zq::StringSplit("a::b", "::"), (V{"a", "b"}));
   EXPECT_EQ(zq::StringSplit("abc", ""), V{});  // unsupported delimiter: no pieces, no hang
   EXPECT_EQ(zq::CompareVersion(V{"1", "8", "3"}, V{"1", "8", "4"}, 3), -1);
-  EXPECT_EQ(zq::CompareVersion(V{"x", " -2"}, V{"0", "-3"}, 2), 1);  // strtol: no digits, blanks, sign
+  EXPECT_EQ(zq::CompareVersion(V{"x", " -2"}, V{"0", "-3"}, 2),
+            1);  // strtol: no digits, blanks, sign
   EXPECT_EQ(zq::CompareVersion(V{"1", "9"}, V{"1", "8"}, 1), 0);
   EXPECT_EQ(zq::CompareVersion(V{"1"}, V{"2"}, 0), 0);
   EXPECT_EQ(zq::CompareVersion(V{"1"}, V{"1", "2"}, 3), -1);  // short vector: missing parts are 0

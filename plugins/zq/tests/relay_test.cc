@@ -8,15 +8,15 @@
 namespace {
 
 using zqtest::Bytes;
+using zqtest::g_last_send;
 using zqtest::Line;
 using zqtest::LogFile;
-using zqtest::Part;
-using zqtest::Text;
 using zqtest::MakeOptions;
 using zqtest::MakeUser;
+using zqtest::Part;
 using zqtest::RunInChild;
 using zqtest::SdkDouble;
-using zqtest::g_last_send;
+using zqtest::Text;
 
 void Put(Bytes& b, size_t off, uint64_t v, size_t width) {
   for (size_t i = 0; i < width; ++i) b.at(off + i) = static_cast<unsigned char>(v >> (8 * i));
@@ -35,7 +35,9 @@ Bytes Record(size_t size, const std::string& account, uint16_t acctype, uint16_t
   return b;
 }
 
-Bytes Slice(const Bytes& b, size_t from, size_t to) { return Bytes(b.begin() + from, b.begin() + to); }
+Bytes Slice(const Bytes& b, size_t from, size_t to) {
+  return Bytes(b.begin() + from, b.begin() + to);
+}
 
 TEST(Translate, AccountTypeAndPlatformTables) {
   zq::ZQPlugin plugin;
@@ -44,21 +46,22 @@ TEST(Translate, AccountTypeAndPlatformTables) {
     uint16_t authtype;
     int expected;
   } rows[] = {
-      {0, 0x1000, 8},        {0x1003, 0x1010, 8},   {1, 0x1009, 8},        {1, 0x1006, 8},
-      {0x1003, 0x1005, 301}, {0x1003, 0x1001, 4},   {0x1003, 0x1002, 4},   {0x1003, 0x1003, 4},
-      {0x1003, 0xFFFF, 4},   {0x1002, 0x1001, 2},   {0x2001, 0xFFFF, 7},   {1, 0x1001, 9},
-      {0, 0xFFFF, 9},        {1, 0x2001, 1},        {2, 0x2001, 9},        {0x1003, 0x2001, 9},
-      {1, 0x1011, 9},        {0x1003, 0xFFFE, 9},   {1, 0x1004, 9},        {1, 0x1020, 9},
+      {0, 0x1000, 8},          {0x1003, 0x1010, 8}, {1, 0x1009, 8},      {1, 0x1006, 8},
+      {0x1003, 0x1005, 301},   {0x1003, 0x1001, 4}, {0x1003, 0x1002, 4}, {0x1003, 0x1003, 4},
+      {0x1003, 0xFFFF, 4},     {0x1002, 0x1001, 2}, {0x2001, 0xFFFF, 7}, {1, 0x1001, 9},
+      {0, 0xFFFF, 9},          {1, 0x2001, 1},      {2, 0x2001, 9},      {0x1003, 0x2001, 9},
+      {1, 0x1011, 9},          {0x1003, 0xFFFE, 9}, {1, 0x1004, 9},      {1, 0x1020, 9},
       {0xFFFFFFFF, 0x1007, 9}, {1, 0, 9},
   };
   for (const auto& r : rows) {
     EXPECT_EQ(static_cast<int>(plugin.TranslateAccountType(r.acctype, r.authtype)), r.expected)
         << "acctype " << r.acctype << " authtype " << r.authtype;
   }
-  const std::pair<uint32_t, int> plats[] = {{0, 3},   {101, 1}, {102, 0},  {103, 3}, {104, 3},
-                                            {110, 6}, {120, 7}, {130, 8},  {140, 12}, {105, 9},
+  const std::pair<uint32_t, int> plats[] = {{0, 3},   {101, 1}, {102, 0},       {103, 3},  {104, 3},
+                                            {110, 6}, {120, 7}, {130, 8},       {140, 12}, {105, 9},
                                             {1, 9},   {100, 9}, {0xFFFFFFFF, 9}};
-  for (const auto& p : plats) EXPECT_EQ(static_cast<int>(plugin.TranslatePlatID(p.first)), p.second) << p.first;
+  for (const auto& p : plats)
+    EXPECT_EQ(static_cast<int>(plugin.TranslatePlatID(p.first)), p.second) << p.first;
 }
 
 TEST(Relay, RecordsByteForByte) {
@@ -78,7 +81,8 @@ TEST(Relay, RecordsByteForByte) {
       ASSERT_EQ(got.size(), 124u);
       EXPECT_EQ(Slice(got, 0, 108), Slice(expected, 0, 108)) << "slot " << slot;
       EXPECT_EQ(Slice(got, 116, 124), Bytes(8, 0)) << "no extension record";
-      EXPECT_EQ(kry_double_record(slot, 0, KRY_DOUBLE_PART_ROLE_NAME, nullptr, 0), 0) << "empty text, not null";
+      EXPECT_EQ(kry_double_record(slot, 0, KRY_DOUBLE_PART_ROLE_NAME, nullptr, 0), 0)
+          << "empty text, not null";
     }
 
     const quelld::User other = MakeUser("player-1", 1, 0x2001, 140, "10.1.2.3");
@@ -117,8 +121,10 @@ TEST(Relay, LogsEventsAndFailuresWithoutChangingSdkTraffic) {
     LogFile log;
     zq::ZQPlugin plugin;
     ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), 0);
-    const std::pair<int, int> results[] = {{KRY_DOUBLE_SLOT_ADD_USER, 1}, {KRY_DOUBLE_SLOT_DEL_USER, 2},
-                                           {KRY_DOUBLE_SLOT_TICK_USER, 3}, {KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 2}};
+    const std::pair<int, int> results[] = {{KRY_DOUBLE_SLOT_ADD_USER, 1},
+                                           {KRY_DOUBLE_SLOT_DEL_USER, 2},
+                                           {KRY_DOUBLE_SLOT_TICK_USER, 3},
+                                           {KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 2}};
     for (const auto& r : results) kry_double_set_result(r.first, r.second);
     const quelld::User a = MakeUser("alpha", 0x1002, 0x1001, 102, "bad-ip");
     plugin.OnUserLogin(a);
@@ -137,7 +143,8 @@ TEST(Relay, LogsEventsAndFailuresWithoutChangingSdkTraffic) {
           Line("DEBUG", "OnUserLogout", "zq plugin recv user(alpha) logout event"),
           Line("DEBUG", "OnTickUser", "zq plugin recv user(alpha) tick event,report heartbeat"),
           Line("DEBUG", "OnPluginMsg", "zq plugin OnPluginMsg"),
-          Line("DEBUG", "TranslateAccountType", "(acctype:4098,authtype:4097) trans to zq_acctype(2)"),
+          Line("DEBUG", "TranslateAccountType",
+               "(acctype:4098,authtype:4097) trans to zq_acctype(2)"),
           Line("DEBUG", "TranslatePlatID", "(client_type:102) trans to zq_platid(0)"),
           Line("ERROR", "OnUserLogin", "add user failed,ret:1"),
           Line("ERROR", "OnTickUser", "tick user failed,ret:3"),

@@ -25,8 +25,8 @@ int main(int argc, char** argv) {
   cat->iPriorityLow = WLOG_PRIORITY_INFO;
   std::snprintf(cat->szFormat, sizeof(cat->szFormat), "[%%p] %%m%%n");
   cat->stDevice.iType = WLOG_DEV_FILE;
-  std::snprintf(cat->stDevice.stDevice.stFile.szPattern, sizeof(cat->stDevice.stDevice.stFile.szPattern), "%s",
-                path.c_str());
+  std::snprintf(cat->stDevice.stDevice.stFile.szPattern,
+                sizeof(cat->stDevice.stDevice.stFile.szPattern), "%s", path.c_str());
 
   WLOGCTX* ctx = wlog_alloc();
   if (ctx == nullptr || wlog_init(ctx, conf) != 0) {

@@ -19,18 +19,20 @@ std::string ParseError(const std::string& text) {
 TEST(Scenario, UsersGetDefaultsAndKeys) {
   Scenario sc;
   std::string err;
-  ASSERT_TRUE(ParseScenario("user a\n"
-                            "user b openid=x@y account_type=4099 auth_type=65535 platid=140 "
-                            "world=3 channel=4 ip=1.2.3.4\n"
-                            "users 300 g world=9\n",
-                            &sc, &err))
+  ASSERT_TRUE(
+      ParseScenario("user a\n"
+                    "user b openid=x@y account_type=4099 auth_type=65535 platid=140 "
+                    "world=3 channel=4 ip=1.2.3.4\n"
+                    "users 300 g world=9\n",
+                    &sc, &err))
       << err;
   ASSERT_EQ(sc.users.size(), 302u);
   EXPECT_STREQ(sc.users[0].client_ip, "10.0.0.1");
   const quelld::User& b = sc.users[1];
   EXPECT_STREQ(b.openid, "x@y");
-  EXPECT_EQ((std::vector<uint32_t>{b.account_type, b.auth_type, b.platid, b.world_id, b.channel_id}),
-            (std::vector<uint32_t>{4099, 65535, 140, 3, 4}));
+  EXPECT_EQ(
+      (std::vector<uint32_t>{b.account_type, b.auth_type, b.platid, b.world_id, b.channel_id}),
+      (std::vector<uint32_t>{4099, 65535, 140, 3, 4}));
   EXPECT_STREQ(b.client_ip, "1.2.3.4");
   EXPECT_EQ(sc.names[301], "g299");
   EXPECT_STREQ(sc.users[301].client_ip, "10.0.1.44");  // index 299 -> address number 300
@@ -40,15 +42,16 @@ TEST(Scenario, UsersGetDefaultsAndKeys) {
 TEST(Scenario, CommandsResolveUsersAndArguments) {
   Scenario sc;
   std::string err;
-  ASSERT_TRUE(ParseScenario("user a\nuser b\n"
-                            "login b   # comment\n"
-                            "tick * 3\n"
-                            "msg a hex:00ff10\n"
-                            "send b size:4 2\n"
-                            "sdk_result recv_anti_data -7\n"
-                            "sdk_version none\n"
-                            "expect sdk.fail.tick_user 0\n",
-                            &sc, &err))
+  ASSERT_TRUE(
+      ParseScenario("user a\nuser b\n"
+                    "login b   # comment\n"
+                    "tick * 3\n"
+                    "msg a hex:00ff10\n"
+                    "send b size:4 2\n"
+                    "sdk_result recv_anti_data -7\n"
+                    "sdk_version none\n"
+                    "expect sdk.fail.tick_user 0\n",
+                    &sc, &err))
       << err;
   ASSERT_EQ(sc.commands.size(), 7u);
   EXPECT_EQ(sc.commands[0].op, Op::kLogin);
@@ -68,11 +71,12 @@ TEST(Scenario, CommandsResolveUsersAndArguments) {
 TEST(Scenario, RepeatBlocksExpandAndNest) {
   Scenario sc;
   std::string err;
-  ASSERT_TRUE(ParseScenario("user a\n"
-                            "repeat 3\n login a\n repeat 2\n  tick a\n end\n logout a\nend\n"
-                            "repeat 0\n msg a x\nend\n"
-                            "host_tick\n",
-                            &sc, &err))
+  ASSERT_TRUE(
+      ParseScenario("user a\n"
+                    "repeat 3\n login a\n repeat 2\n  tick a\n end\n logout a\nend\n"
+                    "repeat 0\n msg a x\nend\n"
+                    "host_tick\n",
+                    &sc, &err))
       << err;
   std::string ops;
   for (const Command& c : sc.commands) ops += "loTmsh"[static_cast<int>(c.op)];
@@ -80,7 +84,8 @@ TEST(Scenario, RepeatBlocksExpandAndNest) {
 }
 
 TEST(Scenario, ErrorsNameTheLine) {
-  EXPECT_EQ(ParseError("user a\nlogin b\n"), "line 2: unknown user 'b' (define it with 'user' first)");
+  EXPECT_EQ(ParseError("user a\nlogin b\n"),
+            "line 2: unknown user 'b' (define it with 'user' first)");
   const std::pair<const char*, const char*> cases[] = {
       {"user a\nuser a\n", "line 2: user 'a' defined twice"},
       {"user a\n\nrepeat 2\ntick a\n", "line 3: 'repeat' without 'end'"},
@@ -97,7 +102,8 @@ TEST(Scenario, ErrorsNameTheLine) {
       {"msg * size:2000000\n", "size:N"},
       {"repeat 1000000\nrepeat 1000000\nhost_tick\nend\nend\n", "more than 1000000 commands"},
   };
-  for (const auto& c : cases) EXPECT_NE(ParseError(c.first).find(c.second), std::string::npos) << c.first;
+  for (const auto& c : cases)
+    EXPECT_NE(ParseError(c.first).find(c.second), std::string::npos) << c.first;
 }
 
 TEST(Scenario, BuiltInScenarioParsesWithTheRequestedSize) {

@@ -26,8 +26,9 @@ std::string TempFile(const std::string& content) {
 }
 
 TEST(SimOptions, FlagsOverrideConfigFileWhereverItIsGiven) {
-  std::string cfg = TempFile("# host settings\n gameid = 77 \nusers=5\nverbose = yes\n"
-                             "data-proxy = cfg.proxy:1 # trailing comment\n");
+  std::string cfg = TempFile(
+      "# host settings\n gameid = 77 \nusers=5\nverbose = yes\n"
+      "data-proxy = cfg.proxy:1 # trailing comment\n");
   SimOptions o;
   std::string err;
   ASSERT_TRUE(Parse(&o, {"--users", "9", "--config", cfg.c_str(), "--no-verbose"}, &err)) << err;
@@ -41,8 +42,9 @@ TEST(SimOptions, FlagsOverrideConfigFileWhereverItIsGiven) {
 TEST(SimOptions, FlagFormsAndLogLevels) {
   SimOptions o;
   std::string err;
-  ASSERT_TRUE(Parse(&o, {"--gamekey=k=v", "--no-verify", "--keep", "--log-level", "debug",
-                         "--network_type", "0x10", "--reload=off"},
+  ASSERT_TRUE(Parse(&o,
+                    {"--gamekey=k=v", "--no-verify", "--keep", "--log-level", "debug",
+                     "--network_type", "0x10", "--reload=off"},
                     &err))
       << err;
   EXPECT_EQ(o.gamekey, "k=v");

@@ -70,7 +70,8 @@ TEST_F(SimulatorTest, KeepLeavesWorkDirectoryWithLogAndChangedCopy) {
   EXPECT_NE(log.find("libkry_sdk.so not change.will not reload"), std::string::npos);
   ASSERT_TRUE(ReadFile(work + "/libkry_sdk.so", &copy));
   ASSERT_TRUE(ReadFile(opts_.sdk_dir + "/libkry_sdk.so", &orig));
-  EXPECT_GT(copy.size(), orig.size());  // the reload phase changed the copy, not the build tree's file
+  EXPECT_GT(copy.size(),
+            orig.size());  // the reload phase changed the copy, not the build tree's file
   EXPECT_EQ(copy.compare(0, orig.size(), orig), 0);
 }
 
@@ -78,7 +79,8 @@ TEST_F(SimulatorTest, SetupFailuresExitWithTwoAndSayWhy) {
   opts_.sdk_dir = tmp_;  // no SDK here
   EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
   EXPECT_NE(errs_.str().find("SDK library: cannot read " + tmp_ + "/libkry_sdk.so"),
-            std::string::npos) << errs_.str();
+            std::string::npos)
+      << errs_.str();
 
   opts_.sdk_dir = QUELLD_SIM_DEFAULT_SDK_DIR;
   opts_.plugin = opts_.sdk_dir + "/libkry_sdk.so";  // loadable, but not a plug-in

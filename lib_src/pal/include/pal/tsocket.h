@@ -17,8 +17,8 @@
 #include <sys/types.h>
 
 /* tsocket_start_connect results. */
-#define TSOCKET_CONNECTED 0   /* connected at once (or already connected) */
-#define TSOCKET_INPROGRESS 2  /* connect under way; finish with tsocket_check_connect */
+#define TSOCKET_CONNECTED 0  /* connected at once (or already connected) */
+#define TSOCKET_INPROGRESS 2 /* connect under way; finish with tsocket_check_connect */
 
 /* tsocket_check_connect result when the wait timed out. */
 #define TSOCKET_TIMEOUT 1

@@ -85,42 +85,50 @@ class VixBufUtil {
   static int printSeparator(VixWriteBuf& buf, char separator);
 
   // indent, "name: ", value by format, separator.
-  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name, const char* format, ...)
-      __attribute__((format(printf, 5, 6)));
+  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
+                           const char* format, ...) __attribute__((format(printf, 5, 6)));
   // indent, "name[index]: ", value by format, separator.
-  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
-                           const char* format, ...) __attribute__((format(printf, 6, 7)));
+  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
+                           unsigned int index, const char* format, ...)
+      __attribute__((format(printf, 6, 7)));
   // indent, then "name<separator>" when withSeparator, else "name: ". Used before a nested record.
-  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name, bool withSeparator);
-  // indent, then "name[index]<separator>" or "name[index]: ".
-  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
+  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
                            bool withSeparator);
+  // indent, then "name[index]<separator>" or "name[index]: ".
+  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
+                           unsigned int index, bool withSeparator);
 
   // indent, "name[0 : count-1]:"; the elements follow on the same line.
   static int printArray(VixWriteBuf& buf, int indent, char separator, const char* name, long count);
 
-  static int printString(VixWriteBuf& buf, int indent, char separator, const char* name, const char* value);
-  static int printString(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
+  static int printString(VixWriteBuf& buf, int indent, char separator, const char* name,
                          const char* value);
+  static int printString(VixWriteBuf& buf, int indent, char separator, const char* name,
+                         unsigned int index, const char* value);
 
   // Each 16-bit unit including the terminating zero as " 0x%04x".
-  static int printWString(VixWriteBuf& buf, int indent, char separator, const char* name, const uint16_t* value);
-  static int printWString(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
+  static int printWString(VixWriteBuf& buf, int indent, char separator, const char* name,
                           const uint16_t* value);
+  static int printWString(VixWriteBuf& buf, int indent, char separator, const char* name,
+                          unsigned int index, const uint16_t* value);
 
   // "%4d-%02d-%02d", "%02d:%02d:%02d", both joined by a blank, dotted IPv4.
-  static int printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name, uint32_t value);
-  static int printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
+  static int printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name,
                           uint32_t value);
-  static int printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name, uint32_t value);
-  static int printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
+  static int printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name,
+                          unsigned int index, uint32_t value);
+  static int printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name,
                           uint32_t value);
-  static int printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name, uint64_t value);
-  static int printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
+  static int printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name,
+                          unsigned int index, uint32_t value);
+  static int printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name,
                               uint64_t value);
-  static int printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name, uint32_t value);
-  static int printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name, unsigned int index,
+  static int printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name,
+                              unsigned int index, uint64_t value);
+  static int printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name,
                         uint32_t value);
+  static int printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name,
+                        unsigned int index, uint32_t value);
 };
 
 }  // namespace kalmo_vix

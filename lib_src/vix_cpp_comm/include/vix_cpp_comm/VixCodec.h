@@ -52,7 +52,8 @@ VIX_CODEC_INLINE uint16_t get_u16(const char* p) {
 VIX_CODEC_INLINE uint32_t get_u32(const char* p) {
   return (static_cast<uint32_t>(static_cast<uint8_t>(p[0])) << 24) |
          (static_cast<uint32_t>(static_cast<uint8_t>(p[1])) << 16) |
-         (static_cast<uint32_t>(static_cast<uint8_t>(p[2])) << 8) | static_cast<uint32_t>(static_cast<uint8_t>(p[3]));
+         (static_cast<uint32_t>(static_cast<uint8_t>(p[2])) << 8) |
+         static_cast<uint32_t>(static_cast<uint8_t>(p[3]));
 }
 VIX_CODEC_INLINE uint64_t get_u64(const char* p) {
   return (static_cast<uint64_t>(get_u32(p)) << 32) | static_cast<uint64_t>(get_u32(p + 4));
@@ -99,14 +100,15 @@ __attribute__((cold, noinline)) inline int fail_at(VixWriteBuf& buf, size_t pos,
   VixError::addBackTrace(entry, file, line);
   return error;
 }
-__attribute__((cold, noinline)) inline int fail_at(VixReadBuf& buf, size_t pos, const char* entry, const char* file,
-                                                   int line, int error) {
+__attribute__((cold, noinline)) inline int fail_at(VixReadBuf& buf, size_t pos, const char* entry,
+                                                   const char* file, int line, int error) {
   buf.position = pos;
   VixError::addBackTrace(entry, file, line);
   return error;
 }
 // A nested record failed: add the enclosing entry and pass its error on.
-__attribute__((cold, noinline)) inline int fail_nested(const char* entry, const char* file, int line, int error) {
+__attribute__((cold, noinline)) inline int fail_nested(const char* entry, const char* file,
+                                                       int line, int error) {
   VixError::addBackTrace(entry, file, line);
   return error;
 }

@@ -79,7 +79,9 @@ class VixError {
   // entry, anything else "unknown error". Never null.
   // Any int is accepted, including values no ErrorType names.
   static const char* getErrorString(int error);
-  static const char* getErrorString(ErrorType error) { return getErrorString(static_cast<int>(error)); }
+  static const char* getErrorString(ErrorType error) {
+    return getErrorString(static_cast<int>(error));
+  }
 
   // Prepends "-->entry_name[<entryName>](<file>:<line>)" to the back-trace, with only the part of
   // sourceFile after its last '/'. When the area is full the entry is cut to what still fits.

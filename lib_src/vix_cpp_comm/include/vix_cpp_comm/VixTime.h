@@ -34,8 +34,8 @@ struct VixDate {
     return d;
   }
   vix_date_t toValue() const {
-    return static_cast<uint32_t>(static_cast<uint16_t>(year)) | (static_cast<uint32_t>(month) << 16) |
-           (static_cast<uint32_t>(day) << 24);
+    return static_cast<uint32_t>(static_cast<uint16_t>(year)) |
+           (static_cast<uint32_t>(month) << 16) | (static_cast<uint32_t>(day) << 24);
   }
   bool isValid() const { return isValid(year, month, day); }
 
@@ -58,8 +58,8 @@ struct VixTime {
     return t;
   }
   vix_time_t toValue() const {
-    return static_cast<uint32_t>(static_cast<uint16_t>(hour)) | (static_cast<uint32_t>(minute) << 16) |
-           (static_cast<uint32_t>(second) << 24);
+    return static_cast<uint32_t>(static_cast<uint16_t>(hour)) |
+           (static_cast<uint32_t>(minute) << 16) | (static_cast<uint32_t>(second) << 24);
   }
   bool isValid() const { return isValid(hour, minute, second); }
 
@@ -70,7 +70,9 @@ struct VixTime {
 inline vix_datetime_t makeVixDateTime(vix_date_t date, vix_time_t time) {
   return static_cast<uint64_t>(date) | (static_cast<uint64_t>(time) << 32);
 }
-inline vix_date_t vixDateOf(vix_datetime_t value) { return static_cast<uint32_t>(value & 0xffffffffu); }
+inline vix_date_t vixDateOf(vix_datetime_t value) {
+  return static_cast<uint32_t>(value & 0xffffffffu);
+}
 inline vix_time_t vixTimeOf(vix_datetime_t value) { return static_cast<uint32_t>(value >> 32); }
 
 }  // namespace kalmo_vix

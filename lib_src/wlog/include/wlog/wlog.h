@@ -232,11 +232,9 @@ int wlogfilter_match_vec(const WLOGFILTERVEC* pstVec, unsigned uId, unsigned uCl
 /* ---- the log call ---- */
 
 /* 1 if some category on the forward chain of pstCat would accept the message, else 0. */
-int wlog_category_can_write(WLOGCATEGORYINST* pstCat, int iPriority, unsigned uId,
-                            unsigned uCls);
+int wlog_category_can_write(WLOGCATEGORYINST* pstCat, int iPriority, unsigned uId, unsigned uCls);
 int wlog_category_priority_check_chain(WLOGCATEGORYINNERINST* pstInst, int iPriority);
-int wlog_category_filter_check_chain(WLOGCATEGORYINNERINST* pstInst, unsigned uId,
-                                     unsigned uCls);
+int wlog_category_filter_check_chain(WLOGCATEGORYINNERINST* pstInst, unsigned uId, unsigned uCls);
 
 /* Formats a text message into the category buffer and logs it; -1 for null arguments, a
  * binary event, a missing buffer or a formatting failure, else 0. */
@@ -315,19 +313,19 @@ int wlog_bill_fini(WLOGFILE** ppstBill);
  * Skip when the category is null or the priority lies outside the context-wide bounds (tested
  * inline, before any argument is evaluated) or no category on the forward chain accepts it;
  * else log the printf-style message with the source file, line and function. */
-#define WLOG_LOG(cat, prio, fmt, ...)                                                        \
-  do {                                                                                       \
-    WLOGCATEGORYINST* const wlog_cat_ = (cat);                                               \
-    const int wlog_prio_ = (prio);                                                           \
-    if (wlog_cat_ != NULL &&                                                                 \
-        !(wlog_cat_->piPriorityLow != NULL && *wlog_cat_->piPriorityLow != -1 &&             \
-          *wlog_cat_->piPriorityLow < wlog_prio_) &&                                         \
-        !(wlog_cat_->piPriorityHigh != NULL && *wlog_cat_->piPriorityHigh > wlog_prio_) &&   \
-        wlog_category_can_write(wlog_cat_, wlog_prio_, 0, 0)) {                              \
-      const wlog_loc_info_t wlog_loc_ = {__FILE__, __LINE__, __func__, NULL};                \
-      WLOGEVENT wlog_evt_ = {wlog_prio_, NULL, 0, &wlog_loc_, 0, 0, 0, 0, 0};                \
-      (void)wlog_category_logv(wlog_cat_, &wlog_evt_, fmt, ##__VA_ARGS__);                   \
-    }                                                                                        \
+#define WLOG_LOG(cat, prio, fmt, ...)                                                      \
+  do {                                                                                     \
+    WLOGCATEGORYINST* const wlog_cat_ = (cat);                                             \
+    const int wlog_prio_ = (prio);                                                         \
+    if (wlog_cat_ != NULL &&                                                               \
+        !(wlog_cat_->piPriorityLow != NULL && *wlog_cat_->piPriorityLow != -1 &&           \
+          *wlog_cat_->piPriorityLow < wlog_prio_) &&                                       \
+        !(wlog_cat_->piPriorityHigh != NULL && *wlog_cat_->piPriorityHigh > wlog_prio_) && \
+        wlog_category_can_write(wlog_cat_, wlog_prio_, 0, 0)) {                            \
+      const wlog_loc_info_t wlog_loc_ = {__FILE__, __LINE__, __func__, NULL};              \
+      WLOGEVENT wlog_evt_ = {wlog_prio_, NULL, 0, &wlog_loc_, 0, 0, 0, 0, 0};              \
+      (void)wlog_category_logv(wlog_cat_, &wlog_evt_, fmt, ##__VA_ARGS__);                 \
+    }                                                                                      \
   } while (0)
 
 #define WLOG_LOG_FATAL(cat, fmt, ...) WLOG_LOG(cat, WLOG_PRIORITY_FATAL, fmt, ##__VA_ARGS__)

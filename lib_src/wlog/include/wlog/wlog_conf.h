@@ -163,14 +163,14 @@ typedef struct tagWLOGDevAny {
 
 /* One category. */
 typedef struct tagWLOGCategory {
-  char szName[WLOG_NAME_LEN];      /* dots separate levels: a.b.c has the parent a.b */
-  int32_t iPriorityHigh;           /* reject P < iPriorityHigh unless -1 */
-  int32_t iPriorityLow;            /* reject P > iPriorityLow unless -1 */
-  WLOGFILTERVEC stFilter;          /* id/class filters */
-  int32_t iLevelDispatch;          /* non-zero: also hand written messages to the parent */
-  int32_t iMustSucc;               /* non-zero: appender init failure always fails wlog_init */
-  int32_t iMaxMsgSize;             /* message buffer size; < 1 means 8192 */
-  char szFormat[WLOG_FORMAT_LEN];  /* layout pattern; empty writes the bare message */
+  char szName[WLOG_NAME_LEN];     /* dots separate levels: a.b.c has the parent a.b */
+  int32_t iPriorityHigh;          /* reject P < iPriorityHigh unless -1 */
+  int32_t iPriorityLow;           /* reject P > iPriorityLow unless -1 */
+  WLOGFILTERVEC stFilter;         /* id/class filters */
+  int32_t iLevelDispatch;         /* non-zero: also hand written messages to the parent */
+  int32_t iMustSucc;              /* non-zero: appender init failure always fails wlog_init */
+  int32_t iMaxMsgSize;            /* message buffer size; < 1 means 8192 */
+  char szFormat[WLOG_FORMAT_LEN]; /* layout pattern; empty writes the bare message */
   char szForwardCat[WLOG_FORMAT_LEN];
   WLOGDEVANY stDevice;
 } WLOGCATEGORY, *LPWLOGCATEGORY;

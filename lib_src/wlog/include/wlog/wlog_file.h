@@ -25,14 +25,14 @@ extern "C" {
 
 typedef struct tagWLogDevFileInst {
   FILE* fp;
-  char* pszBuff;       /* stdio buffer, owned */
-  time_t tLastMsg;     /* time of the last write or check */
-  int fDirty;          /* unflushed data */
+  char* pszBuff;   /* stdio buffer, owned */
+  time_t tLastMsg; /* time of the last write or check */
+  int fDirty;      /* unflushed data */
   time_t tLastSync;
-  int iCurRotate;      /* current rotation index */
-  time_t tCreate;      /* unused, kept for layout compatibility */
-  uint32_t iTail;      /* current file size as tracked by the appender */
-  int iRes;            /* reserved */
+  int iCurRotate; /* current rotation index */
+  time_t tCreate; /* unused, kept for layout compatibility */
+  uint32_t iTail; /* current file size as tracked by the appender */
+  int iRes;       /* reserved */
   char szPath[WLOGFILE_PATH_LEN];
 } WLOGDEVFILEINST, *LPWLOGDEVFILEINST;
 

@@ -68,12 +68,14 @@ TEST(WlogNoAlloc, LogPathAllocatesNothing) {
   wlog_test::TempDir dir;
   auto conf = make_conf();
   conf->iPriorityLow = WLOG_PRIORITY_DEBUG;
-  WLOGCATEGORY* file = add_file_category(conf.get(), "file", dir.file("run.log"), WLOG_DEFAULT_FORMAT);
+  WLOGCATEGORY* file =
+      add_file_category(conf.get(), "file", dir.file("run.log"), WLOG_DEFAULT_FORMAT);
   file->stDevice.stDevice.stFile.iBuffSize = 65536;
   file->stDevice.stDevice.stFile.iSyncTime = 1;
   snprintf(file->szForwardCat, sizeof(file->szForwardCat), "sink");
   add_file_category(conf.get(), "sink", dir.file("sink.log"), "%c %t %P %C %U %p %m%n");
-  WLOGCATEGORY* child = add_file_category(conf.get(), "file.child", dir.file("child.log"), "%d %m%n");
+  WLOGCATEGORY* child =
+      add_file_category(conf.get(), "file.child", dir.file("child.log"), "%d %m%n");
   child->iLevelDispatch = 1;
 
   WLOGCTX* ctx = wlog_alloc();
@@ -101,7 +103,8 @@ TEST(WlogNoAlloc, LogPathAllocatesNothing) {
 
   wlog_fini(ctx);
   wlog_free(&ctx);
-  EXPECT_NE(std::string::npos, wlog_test::read_file(dir.file("run.log")).find("player alice entered world 1999"));
+  EXPECT_NE(std::string::npos,
+            wlog_test::read_file(dir.file("run.log")).find("player alice entered world 1999"));
 }
 
 TEST(WlogNoAlloc, CounterSeesAllocations) {

@@ -25,8 +25,10 @@ typedef char KRY_TCHAR;
 
 // Names of the symbols the SDK exports.
 #define KRY_SDK_INIT_WITH_ACCESS_INFO_INTERF "kry_sdk_init_with_access_info_interf"
-#define KRY_SDK_INIT_WITH_ACCESS_INFO_AND_PROC_INTERF "kry_sdk_init_with_access_info_and_proc_interf"
-#define KRY_SDK_INIT_WITH_ACCESS_INFO_FOR_QUELLD_INTERF "kry_sdk_init_with_access_info_for_quelld_interf"
+#define KRY_SDK_INIT_WITH_ACCESS_INFO_AND_PROC_INTERF \
+  "kry_sdk_init_with_access_info_and_proc_interf"
+#define KRY_SDK_INIT_WITH_ACCESS_INFO_FOR_QUELLD_INTERF \
+  "kry_sdk_init_with_access_info_for_quelld_interf"
 #define KRY_SDK_RELEASE_BUSI_INTERF "kry_sdk_release_busi_interf"
 #define KRY_SDK_GET_ANTI_INTERF "kry_sdk_get_anti_interf"
 #define KRY_SDK_GET_SDK_INFO "kry_sdk_get_sdk_info"
@@ -96,9 +98,9 @@ enum KryAccountPlatId : uint16_t {
 // ---- Start-up records (natural alignment) ----
 
 struct KrySdkInitInfo {
-  const KRY_TCHAR* kry_sdk_conf_dir_;           // null: no configuration directory
+  const KRY_TCHAR* kry_sdk_conf_dir_;  // null: no configuration directory
   uint32_t game_id_;
-  char auth_token_[MAX_KRY_AUTH_TOKEN_LEN];     // NUL-terminated, at most 15 characters
+  char auth_token_[MAX_KRY_AUTH_TOKEN_LEN];  // NUL-terminated, at most 15 characters
 };
 
 struct KrySdkAccessInfo {
@@ -120,24 +122,24 @@ struct KrySdkBusiInterf {
 
 // Version query: request and interface returned for KRY_SDK_GET_SDK_INFO.
 struct KrySdkGetSdkInfoInitData {
-  uint32_t reserved_;                           // sent as 0
+  uint32_t reserved_;  // sent as 0
 };
 
 struct KrySdkGetSdkInfoInterf {
-  const char* (*get_sdk_version_info_)(void);   // version text such as "1.8.4", or null
+  const char* (*get_sdk_version_info_)(void);  // version text such as "1.8.4", or null
 };
 
 // ---- Per-user records (packed, 1-byte alignment) ----
 #pragma pack(push, 1)
 
 struct KryAccountId {
-  char account_[MAX_KRY_ACCOUNT_INFO_ACCOUNT_LEN];   // NUL-terminated account text
-  uint16_t account_type_;                            // KryAccountType
+  char account_[MAX_KRY_ACCOUNT_INFO_ACCOUNT_LEN];  // NUL-terminated account text
+  uint16_t account_type_;                           // KryAccountType
 };
 
 struct KryAccountInfo {
   KryAccountId account_id_;
-  uint16_t plat_id_;                                 // KryAccountPlatId
+  uint16_t plat_id_;  // KryAccountPlatId
   uint32_t game_id_;
   uint32_t world_id_;
   uint32_t channel_id_;
@@ -152,7 +154,7 @@ struct KrySdkUserExtData {
 
 struct KrySdkAntiAddUserInfo {
   KryAccountInfo account_info_;
-  uint64_t client_ip_;                  // IPv4 address, low 32 bits in network byte order
+  uint64_t client_ip_;  // IPv4 address, low 32 bits in network byte order
   const char* role_name_;
   KrySdkUserExtData* user_ext_data_;
 };
@@ -232,7 +234,8 @@ const void* kry_sdk_get_sdk_info(const void* data);
 // ---- Layout checks ----
 static_assert(sizeof(KRY_TCHAR) == 1, "KRY_TCHAR");
 static_assert(sizeof(KrySdkProcResult) == 4 && sizeof(KrySdkNetworkType) == 4 &&
-                  sizeof(KrySdkBackendEnvironmentType) == 4, "enum sizes");
+                  sizeof(KrySdkBackendEnvironmentType) == 4,
+              "enum sizes");
 
 static_assert(offsetof(KrySdkInitInfo, game_id_) == 8, "KrySdkInitInfo");
 static_assert(offsetof(KrySdkInitInfo, auth_token_) == 8 + 4, "KrySdkInitInfo");
@@ -241,19 +244,23 @@ static_assert(sizeof(KrySdkInitInfo) == 8 + 4 + MAX_KRY_AUTH_TOKEN_LEN + 4, "Kry
 static_assert(offsetof(KrySdkAccessInfo, backend_env_type_) == 4, "KrySdkAccessInfo");
 static_assert(offsetof(KrySdkAccessInfo, data_proxy_domain_) == 4 + 4, "KrySdkAccessInfo");
 static_assert(offsetof(KrySdkAccessInfo, busi_proxy_domain_) == 4 + 4 + 8, "KrySdkAccessInfo");
-static_assert(offsetof(KrySdkAccessInfo, test_data_proxy_domain_) == 4 + 4 + 2 * 8, "KrySdkAccessInfo");
-static_assert(offsetof(KrySdkAccessInfo, test_busi_proxy_domain_) == 4 + 4 + 3 * 8, "KrySdkAccessInfo");
+static_assert(offsetof(KrySdkAccessInfo, test_data_proxy_domain_) == 4 + 4 + 2 * 8,
+              "KrySdkAccessInfo");
+static_assert(offsetof(KrySdkAccessInfo, test_busi_proxy_domain_) == 4 + 4 + 3 * 8,
+              "KrySdkAccessInfo");
 static_assert(sizeof(KrySdkAccessInfo) == 4 + 4 + 4 * 8, "KrySdkAccessInfo");
 
 static_assert(offsetof(KrySdkBusiInterf, init_ret_) == 8, "KrySdkBusiInterf");
 static_assert(sizeof(KrySdkGetSdkInfoInitData) == 4, "KrySdkGetSdkInfoInitData");
 static_assert(sizeof(KrySdkAntiInitInfo) == 8, "KrySdkAntiInitInfo");
-static_assert(offsetof(KrySdkAntiInterf, add_user_) == 0 && offsetof(KrySdkAntiInterf, del_user_) == 8 &&
+static_assert(offsetof(KrySdkAntiInterf, add_user_) == 0 &&
+                  offsetof(KrySdkAntiInterf, del_user_) == 8 &&
                   offsetof(KrySdkAntiInterf, recv_anti_data_) == 16 &&
                   offsetof(KrySdkAntiInterf, tick_user_) == 24 && sizeof(KrySdkAntiInterf) == 4 * 8,
               "KrySdkAntiInterf");
 
-static_assert(offsetof(KryAccountId, account_type_) == MAX_KRY_ACCOUNT_INFO_ACCOUNT_LEN, "KryAccountId");
+static_assert(offsetof(KryAccountId, account_type_) == MAX_KRY_ACCOUNT_INFO_ACCOUNT_LEN,
+              "KryAccountId");
 static_assert(sizeof(KryAccountId) == MAX_KRY_ACCOUNT_INFO_ACCOUNT_LEN + 2, "KryAccountId");
 
 static_assert(offsetof(KryAccountInfo, plat_id_) == 67, "KryAccountInfo");
@@ -263,15 +270,19 @@ static_assert(offsetof(KryAccountInfo, channel_id_) == 67 + 2 + 2 * 4, "KryAccou
 static_assert(offsetof(KryAccountInfo, role_id_) == 67 + 2 + 3 * 4, "KryAccountInfo");
 static_assert(offsetof(KryAccountInfo, reserve_buf_) == 67 + 2 + 3 * 4 + 8, "KryAccountInfo");
 static_assert(sizeof(KryAccountInfo) == 67 + 2 + 3 * 4 + 8 + MAX_KRY_ACCOUNT_INFO_RESERVE_LEN &&
-                  sizeof(KryAccountInfo) == 100, "KryAccountInfo");
+                  sizeof(KryAccountInfo) == 100,
+              "KryAccountInfo");
 
-static_assert(offsetof(KrySdkUserExtData, ext_data_len_) == MAX_KRY_USER_EXT_DATA_LEN, "KrySdkUserExtData");
+static_assert(offsetof(KrySdkUserExtData, ext_data_len_) == MAX_KRY_USER_EXT_DATA_LEN,
+              "KrySdkUserExtData");
 static_assert(sizeof(KrySdkUserExtData) == MAX_KRY_USER_EXT_DATA_LEN + 4, "KrySdkUserExtData");
 
 static_assert(offsetof(KrySdkAntiAddUserInfo, client_ip_) == 100, "KrySdkAntiAddUserInfo");
 static_assert(offsetof(KrySdkAntiAddUserInfo, role_name_) == 100 + 8, "KrySdkAntiAddUserInfo");
-static_assert(offsetof(KrySdkAntiAddUserInfo, user_ext_data_) == 100 + 8 + 8, "KrySdkAntiAddUserInfo");
-static_assert(sizeof(KrySdkAntiAddUserInfo) == 100 + 8 + 8 + 8 && sizeof(KrySdkAntiAddUserInfo) == 124,
+static_assert(offsetof(KrySdkAntiAddUserInfo, user_ext_data_) == 100 + 8 + 8,
+              "KrySdkAntiAddUserInfo");
+static_assert(sizeof(KrySdkAntiAddUserInfo) == 100 + 8 + 8 + 8 &&
+                  sizeof(KrySdkAntiAddUserInfo) == 124,
               "KrySdkAntiAddUserInfo");
 
 static_assert(offsetof(KrySdkAntiDelUserInfo, user_ext_data_) == 100, "KrySdkAntiDelUserInfo");
@@ -279,17 +290,20 @@ static_assert(sizeof(KrySdkAntiDelUserInfo) == 100 + 8, "KrySdkAntiDelUserInfo")
 
 static_assert(offsetof(KrySdkAntiTickUserInfo, client_ip_) == 100, "KrySdkAntiTickUserInfo");
 static_assert(offsetof(KrySdkAntiTickUserInfo, role_name_) == 100 + 8, "KrySdkAntiTickUserInfo");
-static_assert(offsetof(KrySdkAntiTickUserInfo, user_ext_data_) == 100 + 8 + 8, "KrySdkAntiTickUserInfo");
+static_assert(offsetof(KrySdkAntiTickUserInfo, user_ext_data_) == 100 + 8 + 8,
+              "KrySdkAntiTickUserInfo");
 static_assert(sizeof(KrySdkAntiTickUserInfo) == 124, "KrySdkAntiTickUserInfo");
 
 static_assert(offsetof(KrySdkAntiRecvDataInfo, anti_data_len_) == 100, "KrySdkAntiRecvDataInfo");
 static_assert(offsetof(KrySdkAntiRecvDataInfo, anti_data_) == 100 + 4, "KrySdkAntiRecvDataInfo");
-static_assert(offsetof(KrySdkAntiRecvDataInfo, user_ext_data_) == 100 + 4 + 8, "KrySdkAntiRecvDataInfo");
+static_assert(offsetof(KrySdkAntiRecvDataInfo, user_ext_data_) == 100 + 4 + 8,
+              "KrySdkAntiRecvDataInfo");
 static_assert(sizeof(KrySdkAntiRecvDataInfo) == 100 + 4 + 8 + 8, "KrySdkAntiRecvDataInfo");
 
 static_assert(offsetof(KrySdkAntiSendDataInfo, anti_data_len_) == 100, "KrySdkAntiSendDataInfo");
 static_assert(offsetof(KrySdkAntiSendDataInfo, anti_data_) == 100 + 4, "KrySdkAntiSendDataInfo");
-static_assert(offsetof(KrySdkAntiSendDataInfo, user_ext_data_) == 100 + 4 + 8, "KrySdkAntiSendDataInfo");
+static_assert(offsetof(KrySdkAntiSendDataInfo, user_ext_data_) == 100 + 4 + 8,
+              "KrySdkAntiSendDataInfo");
 static_assert(sizeof(KrySdkAntiSendDataInfo) == 120, "KrySdkAntiSendDataInfo");
 
 #endif  // ZQ_KRY_SDK_H_

@@ -3,7 +3,8 @@
 // One SDK per process: the library handle and the loaded flag are process-wide. Diagnostics go to
 // standard error/output, never to a log. Nothing throws; results:
 //   kry_sdk_load_and_init*      -1 null directory or init record, or the library failed to open;
-//                               -2 the initialiser symbol is missing; else the initialiser's result.
+//                               -2 the initialiser symbol is missing; else the initialiser's
+//                               result.
 //   kry_sdk_load_and_init_with_proc   null on any failure, else the initialiser's result.
 //   kry_sdk_unload              0 closed; -2 the dynamic loader refused to close.
 //   kry_sdk_get_busi_interf     null when not loaded or the symbol is missing, else the symbol's

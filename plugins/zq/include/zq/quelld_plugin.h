@@ -34,16 +34,16 @@ constexpr size_t kClientIpLen = 20;
 
 // Configuration handed to Plugin::OnInit. Plain record, copied by value by the plug-in.
 struct Options {
-  uint32_t pluginid;                        // plug-in id as configured by the host (unused)
-  uint32_t gameid;                          // game id, copied into every SDK record
-  char gamekey[kGameKeyLen];                // game key; its first 15 characters become the auth token
-  tagWLogCategoryInst* log;                 // log category for the plug-in; null disables logging
-  char lib[kLibPathLen];                    // library path (unused)
-  char lib_ext[kLibPathLen];                // directory of libkry_sdk.so, expected to end with '/'
-  SendToClient send_cob;                    // send path for data the SDK addresses to a client
-  uint32_t network_type;                    // KrySdkNetworkType
-  uint32_t backend_env_type;                // KrySdkBackendEnvironmentType
-  char data_proxy_domain[kDomainLen];       // endpoint texts handed to the SDK
+  uint32_t pluginid;                   // plug-in id as configured by the host (unused)
+  uint32_t gameid;                     // game id, copied into every SDK record
+  char gamekey[kGameKeyLen];           // game key; its first 15 characters become the auth token
+  tagWLogCategoryInst* log;            // log category for the plug-in; null disables logging
+  char lib[kLibPathLen];               // library path (unused)
+  char lib_ext[kLibPathLen];           // directory of libkry_sdk.so, expected to end with '/'
+  SendToClient send_cob;               // send path for data the SDK addresses to a client
+  uint32_t network_type;               // KrySdkNetworkType
+  uint32_t backend_env_type;           // KrySdkBackendEnvironmentType
+  char data_proxy_domain[kDomainLen];  // endpoint texts handed to the SDK
   char busi_proxy_domain[kDomainLen];
   char test_data_proxy_domain[kDomainLen];
   char test_busi_proxy_domain[kDomainLen];
@@ -52,13 +52,13 @@ struct Options {
 
 // One user as the host reports it with every user event.
 struct User {
-  char openid[kOpenIdLen];        // account text, NUL-terminated
-  uint32_t account_type;          // host account type
-  uint32_t platid;                // host client type
+  char openid[kOpenIdLen];  // account text, NUL-terminated
+  uint32_t account_type;    // host account type
+  uint32_t platid;          // host client type
   uint32_t channel_id;
   uint32_t world_id;
-  uint16_t auth_type;             // host authentication type
-  char client_ip[kClientIpLen];   // dotted-quad IPv4 text
+  uint16_t auth_type;            // host authentication type
+  char client_ip[kClientIpLen];  // dotted-quad IPv4 text
 };
 
 static_assert(offsetof(Options, gamekey) == 8, "Options layout");

@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -64,7 +64,8 @@ std::unique_ptr<TNHPHead> SynHead() {
   s.bHasRelayInfo = 1;
   s.stRelayReqInfo.iRelayType = 1;
   s.stRelayReqInfo.stRelayInfo.dwPosition = 9;
-  for (int i = 0; i < 16; ++i) s.stRelayReqInfo.stRelayInfo.szIdentity[i] = static_cast<unsigned char>(0x40 + i);
+  for (int i = 0; i < 16; ++i)
+    s.stRelayReqInfo.stRelayInfo.szIdentity[i] = static_cast<unsigned char>(0x40 + i);
   s.stRelayReqInfo.stRelayInfo.ullServerID = 0x100;
   s.bHasAuthInfo = 0;
   s.bSupportCompressMethodList = 3;
@@ -104,7 +105,7 @@ const Bytes kSynRelay = {
 const Bytes kSynTrace = {
     0x00, 0x00, 0x00, 0x07,  // dwReserved
     0x00, 0x04,              // wCTraceIDLen
-    't', 'r', 'c', '1',      // szCTraceID
+    't',  'r',  'c',  '1',   // szCTraceID
 };
 
 const Bytes kSynV11 = Cat({
@@ -205,7 +206,7 @@ TEST(TNHPHeadVersion, SynHeadSizeAtEachVersionStep) {
   for (unsigned v = 1; v <= 11; ++v) {
     const Bytes wire = Pack(*h, v);
     ASSERT_EQ(wire.size(), sizes[v]) << v;
-    EXPECT_EQ(wire[3], v);                                // wHeadVersion
+    EXPECT_EQ(wire[3], v);                                      // wHeadVersion
     EXPECT_EQ(wire[16], static_cast<unsigned char>(sizes[v]));  // dwHeadLen, low byte
     std::unique_ptr<TNHPHead> u = Unpack<TNHPHead>(wire, 0);
     EXPECT_EQ(+u->stBase.wHeadVersion, v);
@@ -219,8 +220,8 @@ TEST(TNHPUnions, EveryCommandMemberAtEveryVersion) {
   size_t used = 0;
   const long extIds[] = {4097, 4098, 16403, 16419, 36865};
   const long bodyIds[] = {4098, 8193, 8194, 12290, 20481, 20482, 24578, 28673, 28674, 32770};
-  const long allIds[] = {4097, 4098, 8193, 8194, 12290, 16403, 16419, 20481,
-                         20482, 24578, 28673, 28674, 32770, 36865};
+  const long allIds[] = {4097,  4098,  8193,  8194,  12290, 16403, 16419,
+                         20481, 20482, 24578, 28673, 28674, 32770, 36865};
   for (long id : allIds) {
     const bool inExt = std::find(std::begin(extIds), std::end(extIds), id) != std::end(extIds);
     const bool inBody = std::find(std::begin(bodyIds), std::end(bodyIds), id) != std::end(bodyIds);
@@ -239,7 +240,8 @@ TEST(TNHPHeadSize, StatedLengthMustBeAvailable) {
   size_t used = 0;
   EXPECT_EQ(UnpackRc<TNHPHead>(kSynV11, kSynV11.size(), 0, &used), 0);
   EXPECT_EQ(used, kSynV11.size());
-  EXPECT_EQ(UnpackRc<TNHPHead>(kSynV11, kSynV11.size() - 1, 0), VixError::VIX_ERR_SHORT_BUF_FOR_READ);
+  EXPECT_EQ(UnpackRc<TNHPHead>(kSynV11, kSynV11.size() - 1, 0),
+            VixError::VIX_ERR_SHORT_BUF_FOR_READ);
   EXPECT_EQ(UnpackRc<TNHPHead>(kSynV11, 17, 0), VixError::VIX_ERR_SHORT_BUF_FOR_READ);
   EXPECT_EQ(UnpackRc<TNHPHead>(kSynV11, 16, 0), VixError::VIX_ERR_SHORT_BUF_FOR_READ);
   EXPECT_EQ(UnpackRc<TNHPHead>(kSynV11, 0, 0), VixError::VIX_ERR_SHORT_BUF_FOR_READ);
@@ -308,7 +310,7 @@ TEST(TNHPKeyExchange, ServerKeyOnlyInTheResponse) {
       0x00, 0x00, 0x00, 0x00,  // dwBodyLen
       0x02,                    // stAck.bKeyMethod: SERVER
       0x03,                    // stKeyInfo.stKey.bLength
-      'k', 'e', 'y',           // stKeyInfo.stKey.szValue
+      'k',  'e',  'y',         // stKeyInfo.stKey.szValue
       0x01,                    // bCompressMethod
       0x00, 0x00, 0x04, 0x00,  // dwCompressLimit 1024
       0x00, 0x00, 0x00, 0x00,  // dwReserved
@@ -331,10 +333,14 @@ TEST(TNHPKeyExchange, RawDhModulusTravelsWhole) {
       {0x00, 0x02,   // wA_size
        0xA1, 0xA2},  // szDH_A: wA_size bytes
       // szDH_p: all 64 bytes
-      {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF},
-      {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF},
-      {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF},
-      {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF},
+      {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE,
+       0xCF},
+      {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE,
+       0xCF},
+      {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE,
+       0xCF},
+      {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE,
+       0xCF},
   });
   EXPECT_EQ(Pack(*dh, 0), expect);
   std::unique_ptr<KALMORawDHReq> u = Unpack<KALMORawDHReq>(expect, 0);
@@ -388,7 +394,7 @@ const Bytes kDataFrame = {
     0x02,                                            // bMsgSplitterCount
     0x00, 0x02,                                      // msgSplitter[0]
     0x00, 0x03,                                      // msgSplitter[1]
-    'h', 'e', 'l', 'l', 'o',                         // szBody: dwBodyLen raw bytes
+    'h',  'e',  'l',  'l',  'o',                     // szBody: dwBodyLen raw bytes
 };
 
 TEST(TNHPFrameWire, DataFrameCarriesRawBody) {
@@ -414,8 +420,10 @@ TEST(TNHPFrameWire, FrameVersionAndBodyRoom) {
 
   std::vector<char> area(kDataFrame.size() - 1, kSentinel);
   size_t used = 0;
-  EXPECT_EQ(fa.frame()->pack(area.data(), area.size(), &used, 0), VixError::VIX_ERR_SHORT_BUF_FOR_WRITE);
-  EXPECT_NE(std::string(VixError::back_trace_str + VixError::start_pos).find("[szBody]"), std::string::npos);
+  EXPECT_EQ(fa.frame()->pack(area.data(), area.size(), &used, 0),
+            VixError::VIX_ERR_SHORT_BUF_FOR_WRITE);
+  EXPECT_NE(std::string(VixError::back_trace_str + VixError::start_pos).find("[szBody]"),
+            std::string::npos);
 }
 
 TEST(TNHPDataHeadWire, RoutingStartsAtVersion9) {
@@ -537,7 +545,7 @@ TEST(TNHPAckBodyWire, AuthResultAndTraceIdByVersion) {
       0x00, 0x00,                                      // wAuthExDataVersion
       0x00, 0x00,                                      // wAuthExDataLen
       0x00, 0x02,                                      // wSTraceIDLen (since 11)
-      'o', 'k',                                        // szSTraceID
+      'o',  'k',                                       // szSTraceID
   };
   EXPECT_EQ(Pack(*a, 0), v11);
   std::unique_ptr<TNHPAckBody> u = Unpack<TNHPAckBody>(v11, 0);
@@ -579,7 +587,9 @@ Bytes Be32(uint32_t v) {
           static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
 }
 
-Bytes Be64(uint64_t v) { return Cat({Be32(static_cast<uint32_t>(v >> 32)), Be32(static_cast<uint32_t>(v))}); }
+Bytes Be64(uint64_t v) {
+  return Cat({Be32(static_cast<uint32_t>(v >> 32)), Be32(static_cast<uint32_t>(v))});
+}
 
 TEST(TNHPBodiesWire, AuthenticationRequestAndResponse) {
   std::unique_ptr<TNHPAuthReqBody> rq = Fresh<TNHPAuthReqBody>();
@@ -591,10 +601,10 @@ TEST(TNHPBodiesWire, AuthenticationRequestAndResponse) {
   rq->wTransDataLen = 1;
   rq->szTransData[0] = 0x7E;
   const Bytes req = {
-      0x01, 0x02,            // wAuthType
-      0x00, 0x02, 'a', 'p',  // stAuthAppID: wSize, szAppID
-      0x00, 0x03, 'd', 'a', 't',  // stAuthReqData: wAuthLen, szAuthInfo
-      0x00, 0x01, 0x7E,      // wTransDataLen, szTransData
+      0x01, 0x02,                  // wAuthType
+      0x00, 0x02, 'a',  'p',       // stAuthAppID: wSize, szAppID
+      0x00, 0x03, 'd',  'a', 't',  // stAuthReqData: wAuthLen, szAuthInfo
+      0x00, 0x01, 0x7E,            // wTransDataLen, szTransData
   };
   ExpectWire(*rq, 11, req);
   ExpectWire(*rq, 1, req);
@@ -617,10 +627,12 @@ TEST(TNHPBodiesWire, AuthenticationRequestAndResponse) {
   rs->szAuthExData[0] = 0x55;
   const Bytes account = Cat({{0x00, 0x01, 0x02}, Be64(0x0102030405060708ULL)});
   const Bytes tokens = Cat({
-      {0x00, 0x03},                 // wAuthType
-      {0x00, 0x01, 'A'}, Be32(0x10),        // wAtkLen, szAtk, dwAtkExpireIn
-      {0x00, 0x02, 'R', 'r'}, Be32(0x20),   // wRtkLen, szRtk, dwRtkExpireIn
-      {0x00, 0x04, 0x00, 0x01, 0x55},       // wAuthExDataVersion, wAuthExDataLen, szAuthExData
+      {0x00, 0x03},  // wAuthType
+      {0x00, 0x01, 'A'},
+      Be32(0x10),  // wAtkLen, szAtk, dwAtkExpireIn
+      {0x00, 0x02, 'R', 'r'},
+      Be32(0x20),                      // wRtkLen, szRtk, dwRtkExpireIn
+      {0x00, 0x04, 0x00, 0x01, 0x55},  // wAuthExDataVersion, wAuthExDataLen, szAuthExData
   });
   ExpectWire(*rs, 4, Cat({account, Be64(0x0A), tokens}));
   ExpectWire(*rs, 3, Cat({account, tokens}));  // the account's uid comes with 4
@@ -657,7 +669,11 @@ TEST(TNHPBodiesWire, QueueStopRefreshAndRouteChange) {
   ss->dwQuelldIp = 0x0A000001u;
   ss->wQuelldPort = 0x1F90;
   std::strcpy(ss->szQuelldId, "q1");
-  const Bytes sstop = Cat({Be32(1), Be32(2), Be32(0x0A000001u), {0x1F, 0x90}, {0x00, 0x00, 0x00, 0x03, 'q', '1', 0x00}});
+  const Bytes sstop = Cat({Be32(1),
+                           Be32(2),
+                           Be32(0x0A000001u),
+                           {0x1F, 0x90},
+                           {0x00, 0x00, 0x00, 0x03, 'q', '1', 0x00}});
   ExpectWire(*ss, 10, sstop);
   ExpectWire(*ss, 1, sstop);
 
@@ -674,9 +690,12 @@ TEST(TNHPBodiesWire, QueueStopRefreshAndRouteChange) {
   rl->stRelayInfo.dwPosition = 2;
   for (int i = 0; i < 16; ++i) rl->stRelayInfo.szIdentity[i] = static_cast<unsigned char>(0x60 + i);
   rl->stRelayInfo.ullServerID = 3;
-  ExpectWire(*rl, 9, Cat({Be32(0xFFFFFFFFu), Be32(2),
-                          {0x60, 0x61, 0x62, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x6B, 0x6C, 0x6D, 0x6E, 0x6F},
-                          Be64(3)}));
+  ExpectWire(*rl, 9,
+             Cat({Be32(0xFFFFFFFFu),
+                  Be32(2),
+                  {0x60, 0x61, 0x62, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68, 0x69, 0x6A, 0x6B, 0x6C,
+                   0x6D, 0x6E, 0x6F},
+                  Be64(3)}));
 
   // The bingo body gains its relay information (4 + 16 + 8) in version 8.
   std::unique_ptr<TNHPBingoBody> bg = Fresh<TNHPBingoBody>();
@@ -752,8 +771,10 @@ TEST(TNHPRouteInfoWire, EachRouteTypeInADataHead) {
 
   std::strcpy(d->stRouteInfo.stSpecifyNameData.szUserData, "d");
   d->bRouteFlag = TNHP_ROUTE_TYPE_SPECIFY_NAME_DATA;
-  ExpectWire(*d, 10, Cat({head, {0x06, 0x00, 0x00, 0x00, 0x02, 's', 0x00, 0x00, 0x00, 0x00, 0x02, 'd', 0x00},
-                          noSplitters}));
+  ExpectWire(*d, 10,
+             Cat({head,
+                  {0x06, 0x00, 0x00, 0x00, 0x02, 's', 0x00, 0x00, 0x00, 0x00, 0x02, 'd', 0x00},
+                  noSplitters}));
 
   std::memset(static_cast<void*>(&d->stRouteInfo), 0, sizeof(d->stRouteInfo));
   d->bRouteFlag = TNHP_ROUTE_TYPE_SPECIFY_ZONE;
@@ -774,15 +795,18 @@ TEST(TNHPRouteInfoWire, EachRouteTypeInADataHead) {
 static_assert(sizeof(KALMOIDValue::szSTRING) == 256 && sizeof(KALMOAuthData::szAuthInfo) == 4096 &&
                   sizeof(KALMOAuthAppID::szAppID) == 64 && sizeof(KALMORawDHReq::szDH_A) == 64 &&
                   sizeof(KALMORawDHReq::szDH_p) == 64 && sizeof(KALMOKey::szValue) == 128 &&
-                  sizeof(KALMORawDHRsp::szDH_B) == 64 && sizeof(KALMOEncDHInfo::szEncryptedInfo) == 1024,
+                  sizeof(KALMORawDHRsp::szDH_B) == 64 &&
+                  sizeof(KALMOEncDHInfo::szEncryptedInfo) == 1024,
               "account and key capacities");
 static_assert(sizeof(TNHPAuthReqBody::szTransData) == 256 && sizeof(TNHPRelay::szIdentity) == 16 &&
                   sizeof(SpecifyNameRouteInfo::szServiceName) == 128 &&
                   sizeof(SpecifyNameDataRouteInfo::szServiceName) == 128 &&
-                  sizeof(SpecifyNameDataRouteInfo::szUserData) == 128 && sizeof(TNHPSynHead::szCTraceID) == 64 &&
-                  sizeof(TNHPAuthRspBody::szAtk) == 4096 && sizeof(TNHPAuthRspBody::szRtk) == 1024 &&
+                  sizeof(SpecifyNameDataRouteInfo::szUserData) == 128 &&
+                  sizeof(TNHPSynHead::szCTraceID) == 64 && sizeof(TNHPAuthRspBody::szAtk) == 4096 &&
+                  sizeof(TNHPAuthRspBody::szRtk) == 1024 &&
                   sizeof(TNHPAuthRspBody::szAuthExData) == 1024 &&
-                  sizeof(TNHPAuthRefreshNotifyBody::szAtk) == 4096 && sizeof(TNHPAckBody::szSTraceID) == 64 &&
+                  sizeof(TNHPAuthRefreshNotifyBody::szAtk) == 4096 &&
+                  sizeof(TNHPAckBody::szSTraceID) == 64 &&
                   sizeof(TNHPSStopBody::szQuelldId) == 32 &&
                   sizeof(TNHPDataHead::msgSplitter) == 254 * sizeof(uint16_t) &&
                   sizeof(TNHPTransDataHead::szExtendData) == 64 && sizeof(TNHPFrame::szBody) == 1,

@@ -18,7 +18,8 @@ bool traceNames(const std::vector<std::string>& names) {
   for (const std::string& n : names) expected += "-->entry_name[" + n + "]";
   std::string got;
   const std::string t = trace();
-  for (size_t at = t.find("-->entry_name["); at != std::string::npos; at = t.find("-->entry_name[", at + 1)) {
+  for (size_t at = t.find("-->entry_name["); at != std::string::npos;
+       at = t.find("-->entry_name[", at + 1)) {
     got += t.substr(at, t.find(']', at) - at + 1);
   }
   return got == expected;
@@ -170,7 +171,9 @@ TEST(O2AuthToken, Visualize) {
   a.bHasCode = 1;
   a.stCode = t;
   const std::string s = a.visualize_ex(text, sizeof(text), nullptr, 0, '\n');
-  EXPECT_EQ(0u, s.find("[bHasATK]: 0x00\n[bHasRTK]: 0x00\n[bHasCode]: 0x01\n[stCode]\n    [wSize]: 2\n")) << s;
+  EXPECT_EQ(
+      0u, s.find("[bHasATK]: 0x00\n[bHasRTK]: 0x00\n[bHasCode]: 0x01\n[stCode]\n    [wSize]: 2\n"))
+      << s;
   EXPECT_NE(std::string::npos, s.find("[bHasRSV]: 0x00\n"));
   EXPECT_EQ(std::string::npos, s.find("[stATK]"));
 }

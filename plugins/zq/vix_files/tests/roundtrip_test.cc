@@ -25,8 +25,8 @@ namespace {
 const uint64_t kSeeds = 6;
 
 std::string failure(const char* type, unsigned int cutVer, uint64_t seed, int ret) {
-  return std::string(type) + " cut " + std::to_string(cutVer) + " seed " + std::to_string(seed) + ": " +
-         std::to_string(ret) + " " + kalmo_vix::VixError::getErrorString(ret) + " " +
+  return std::string(type) + " cut " + std::to_string(cutVer) + " seed " + std::to_string(seed) +
+         ": " + std::to_string(ret) + " " + kalmo_vix::VixError::getErrorString(ret) + " " +
          kalmo_vix::VixError::getBackTrace();
 }
 
@@ -68,7 +68,8 @@ void roundTrip(const char* type) {
       vixtest_cut(*expected, v);
       vixtest_clear_size(*expected);
       vixtest_clear_size(*zero);
-      ASSERT_EQ(0, std::memcmp(expected.get(), zero.get(), sizeof(T))) << type << " cut " << v << " seed " << seed;
+      ASSERT_EQ(0, std::memcmp(expected.get(), zero.get(), sizeof(T)))
+          << type << " cut " << v << " seed " << seed;
 
       // Decoded over a record full of other values, the entries the cut does not carry come
       // back zero: packed at the current version it matches the expectation.
@@ -77,7 +78,8 @@ void roundTrip(const char* type) {
       ret = dirty->unpack(wire.data(), wire.size(), &used, v);
       ASSERT_EQ(0, ret) << failure(type, v, seed, ret);
       int r1 = 0, r2 = 0;
-      ASSERT_EQ(packed(*expected, 0, r1), packed(*dirty, 0, r2)) << type << " cut " << v << " seed " << seed;
+      ASSERT_EQ(packed(*expected, 0, r1), packed(*dirty, 0, r2))
+          << type << " cut " << v << " seed " << seed;
       ASSERT_EQ(0, r1);
       ASSERT_EQ(0, r2);
 
@@ -111,7 +113,8 @@ void shortBuffers(const char* type) {
       size_t used = 0;
       ASSERT_EQ(-1, orig->pack(out.data(), n, &used, 0)) << type << " length " << n;
       ASSERT_LE(used, n);
-      ASSERT_EQ(0, std::memcmp(out.data() + n, sentinel.data(), out.size() - n)) << type << " wrote past " << n;
+      ASSERT_EQ(0, std::memcmp(out.data() + n, sentinel.data(), out.size() - n))
+          << type << " wrote past " << n;
       ASSERT_NE(std::string(""), kalmo_vix::VixError::getBackTrace()) << type;
       // An exact-size copy of the prefix, so a read past it is caught by the sanitizers.
       std::vector<char> prefix(wire.begin(), wire.begin() + static_cast<long>(n));
@@ -128,13 +131,14 @@ void shortBuffers(const char* type) {
   if (HasFatalFailure()) return;
 
 #ifdef VIXTEST_HAVE_TFRAMEHEAD
-TEST(ShortBuffers, EveryFrameHeadRecordAtEveryLength) { TFRAMEHEAD_RECORD_TYPES(VIXTEST_SHORT_BUFFERS) }
+TEST(ShortBuffers,
+     EveryFrameHeadRecordAtEveryLength){TFRAMEHEAD_RECORD_TYPES(VIXTEST_SHORT_BUFFERS)}
 #endif
 #ifdef VIXTEST_HAVE_NHP
-TEST(ShortBuffers, EveryClientRecordAtEveryLength) { NHP_RECORD_TYPES(VIXTEST_SHORT_BUFFERS) }
+TEST(ShortBuffers, EveryClientRecordAtEveryLength){NHP_RECORD_TYPES(VIXTEST_SHORT_BUFFERS)}
 #endif
 #ifdef VIXTEST_HAVE_O2AUTH
-TEST(ShortBuffers, EveryOAuthRecordAtEveryLength) { O2AUTH_DATA_RECORD_TYPES(VIXTEST_SHORT_BUFFERS) }
+TEST(ShortBuffers, EveryOAuthRecordAtEveryLength){O2AUTH_DATA_RECORD_TYPES(VIXTEST_SHORT_BUFFERS)}
 #endif
 
 #define VIXTEST_ROUND_TRIP(T) \
@@ -142,11 +146,13 @@ TEST(ShortBuffers, EveryOAuthRecordAtEveryLength) { O2AUTH_DATA_RECORD_TYPES(VIX
   if (HasFatalFailure()) return;
 
 #ifdef VIXTEST_HAVE_TFRAMEHEAD
-TEST(RoundTrip, EveryFrameHeadRecordAtEveryCutVersion) { TFRAMEHEAD_RECORD_TYPES(VIXTEST_ROUND_TRIP) }
+TEST(RoundTrip, EveryFrameHeadRecordAtEveryCutVersion){TFRAMEHEAD_RECORD_TYPES(VIXTEST_ROUND_TRIP)}
 #endif
 #ifdef VIXTEST_HAVE_NHP
-TEST(RoundTrip, EveryClientRecordAtEveryCutVersion) { NHP_RECORD_TYPES(VIXTEST_ROUND_TRIP) }
+TEST(RoundTrip, EveryClientRecordAtEveryCutVersion){NHP_RECORD_TYPES(VIXTEST_ROUND_TRIP)}
 #endif
 #ifdef VIXTEST_HAVE_O2AUTH
-TEST(RoundTrip, EveryOAuthRecordAtEveryCutVersion) { O2AUTH_DATA_RECORD_TYPES(VIXTEST_ROUND_TRIP) }
+TEST(RoundTrip, EveryOAuthRecordAtEveryCutVersion) {
+  O2AUTH_DATA_RECORD_TYPES(VIXTEST_ROUND_TRIP)
+}
 #endif

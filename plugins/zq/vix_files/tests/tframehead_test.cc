@@ -92,20 +92,20 @@ const Bytes kHeartbeatV35 = Cat({
         0xDE, 0xAD, 0xBE, 0xEF,                          // dwSeq (since 20)
         0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11,  // ullCallBack (since 23)
         // stExtraInfo.stIPInfo
-        0x00, 0x02,                                      // nFamily
-        0x1F, 0x90,                                      // wPort 8080
-        0xC0, 0xA8, 0x00, 0x01,                          // ulIp
-        0x00, 0x00, 0x00, 0x01,                          // ipv6_padding[0]
-        0x00, 0x00, 0x00, 0x02,                          // ipv6_padding[1]
-        0x00, 0x00, 0x00, 0x03,                          // ipv6_padding[2]
-        0x00, 0x07,                                      // wIntf_type (since 31)
+        0x00, 0x02,              // nFamily
+        0x1F, 0x90,              // wPort 8080
+        0xC0, 0xA8, 0x00, 0x01,  // ulIp
+        0x00, 0x00, 0x00, 0x01,  // ipv6_padding[0]
+        0x00, 0x00, 0x00, 0x02,  // ipv6_padding[1]
+        0x00, 0x00, 0x00, 0x03,  // ipv6_padding[2]
+        0x00, 0x07,              // wIntf_type (since 31)
     },
     kIpCounters,
     {
         // stTimeStamp.stTimeVal
         0x65, 0x53, 0xF1, 0x00,  // iSec 1700000000
         0x00, 0x01, 0xE2, 0x40,  // iUsec 123456
-        // heartbeat: no body
+                                 // heartbeat: no body
     },
 });
 
@@ -138,8 +138,8 @@ TEST(TFrameHeadWire, HeartbeatWithAddressAndTimeStampAtCurrentVersion) {
   ASSERT_EQ(kHeartbeatV35.size(), 33u + 58u + 8u);
   std::unique_ptr<TFrameHead> h = HeartbeatHead();
   EXPECT_EQ(Pack(*h, 35), kHeartbeatV35);
-  EXPECT_EQ(Pack(*h, 0), kHeartbeatV35);   // 0 means the current version
-  EXPECT_EQ(Pack(*h, 200), kHeartbeatV35); // so does anything above it
+  EXPECT_EQ(Pack(*h, 0), kHeartbeatV35);    // 0 means the current version
+  EXPECT_EQ(Pack(*h, 200), kHeartbeatV35);  // so does anything above it
 
   std::unique_ptr<TFrameHead> u = Unpack<TFrameHead>(kHeartbeatV35, 35);
   EXPECT_EQ(+u->chVer, 35);
@@ -243,7 +243,8 @@ std::unique_ptr<TFrameHead> StartFrame() {
   s.iClientType = -1;
   s.bRelayFlag = TFRAMEHEAD_RELAYFLAG_JUMP;
   s.stRelayData.stJumpRelayData.dwPosition = 5;
-  for (int i = 0; i < 16; ++i) s.stRelayData.stJumpRelayData.szConnData[i] = static_cast<unsigned char>(0x30 + i);
+  for (int i = 0; i < 16; ++i)
+    s.stRelayData.stJumpRelayData.szConnData[i] = static_cast<unsigned char>(0x30 + i);
   s.bIsUidNew = 1;
   s.stSIPInfo.nFamily = 2;
   s.stSIPInfo.wPort = 80;
@@ -301,15 +302,15 @@ const Bytes kStartV35 = Cat({
         0x00, 0x00, 0x00, 0x05,                          // dwPosition
         0x30, 0x31, 0x32, 0x33, 0x34, 0x35, 0x36, 0x37,  // szConnData, 16 bytes always
         0x38, 0x39, 0x3A, 0x3B, 0x3C, 0x3D, 0x3E, 0x3F,
-        0x01,                                            // bIsUidNew (since 19)
-        // stSIPInfo (since 21)
-        0x00, 0x02,                                      // nFamily
-        0x00, 0x50,                                      // wPort 80
-        0x0A, 0x00, 0x00, 0x01,                          // ulIp
+        0x01,  // bIsUidNew (since 19)
+               // stSIPInfo (since 21)
+        0x00, 0x02,              // nFamily
+        0x00, 0x50,              // wPort 80
+        0x0A, 0x00, 0x00, 0x01,  // ulIp
     },
-    kZeros12,  // ipv6_padding
+    kZeros12,      // ipv6_padding
     {0x00, 0x01},  // wIntf_type
-    kZeros36,  // counters
+    kZeros36,      // counters
     {
         // stOriClientIPInfo (since 28)
         0x00, 0x02,              // nFamily
@@ -334,13 +335,13 @@ const Bytes kStartV16 = Cat({
         0x40,                    // chFlag (since 14)
         0x00, 0x00, 0x00, 0x07,  // iID
         0x00, 0x00, 0x00, 0x01,  // iConnIdx
-        // stStart: no account (17) or ullReserved (18)
+                                 // stStart: no account (17) or ullReserved (18)
     },
     kStartMxAuth,
     {
         // no relay data (26), bIsUidNew (19), addresses (21, 28)
         0x00, 0x00, 0x00, 0x11,  // dwConnectExtInt
-        // no dwListenType (32)
+                                 // no dwListenType (32)
     },
 });
 
@@ -570,7 +571,7 @@ TEST(TFrameAuthDataUnion, EveryOtherTypeCarriesTheServiceTokenFromVersion17) {
   aps.szAuthExData[0] = 0x5A;
   const Bytes expect = {
       0x00, 0x02,              // wAtkLen
-      'A', 'B',                // szAtk
+      'A',  'B',               // szAtk
       0x00, 0x00, 0x1C, 0x20,  // dwAtkExpireIn 7200
       0x00, 0x01,              // wAuthExDataVer
       0x00, 0x01,              // wAuthExDataLen
@@ -587,7 +588,9 @@ TEST(TFrameAuthDataUnion, EveryOtherTypeCarriesTheServiceTokenFromVersion17) {
 
     TFrameAuthData back;
     std::memset(static_cast<void*>(&back), 0xEE, sizeof(back));
-    ASSERT_EQ(back.unpack(type, reinterpret_cast<const char*>(expect.data()), expect.size(), &used, 0), 0);
+    ASSERT_EQ(
+        back.unpack(type, reinterpret_cast<const char*>(expect.data()), expect.size(), &used, 0),
+        0);
     EXPECT_EQ(used, expect.size());
     EXPECT_EQ(+back.stAuthService.dwAtkExpireIn, 7200u);
     EXPECT_EQ(+back.stAuthService.szAuthExData[0], 0x5A);
@@ -725,12 +728,15 @@ Bytes Be32(uint32_t v) {
           static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
 }
 
-Bytes Be64(uint64_t v) { return Cat({Be32(static_cast<uint32_t>(v >> 32)), Be32(static_cast<uint32_t>(v))}); }
+Bytes Be64(uint64_t v) {
+  return Cat({Be32(static_cast<uint32_t>(v >> 32)), Be32(static_cast<uint32_t>(v))});
+}
 
 // Packed size of a record at each version where one of its entries (or a nested one) appears.
 template <class T>
 void ExpectSizes(const T& rec, std::initializer_list<std::pair<unsigned, size_t>> steps) {
-  for (const auto& st : steps) EXPECT_EQ(Pack(rec, st.first).size(), st.second) << T::m_class_name << " at " << st.first;
+  for (const auto& st : steps)
+    EXPECT_EQ(Pack(rec, st.first).size(), st.second) << T::m_class_name << " at " << st.first;
 }
 
 // An ident as TFrameIdent sends it: from version 18 with ullExtend.
@@ -746,13 +752,14 @@ TEST(TFrameCmdBodiesWire, StopCarriesTheAccountFromVersion22) {
   s->stUserAccount.bFormat = TFRAMEHEAD_ID_UINT64;
   s->stUserAccount.stValue.ullUINT64 = 0x0A0B0C0D0E0F1011ULL;
   s->stUserAccount.ullUid = 0x21;
-  ExpectWire(*s, 22, {
-      0xFF, 0xFF, 0xFF, 0xFE,                          // iReason -2
-      0x01, 0x02,                                      // stUserAccount.wType
-      0x02,                                            // bFormat: UINT64
-      0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11,  // stValue.ullUINT64
-      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x21,  // ullUid
-  });
+  ExpectWire(*s, 22,
+             {
+                 0xFF, 0xFF, 0xFF, 0xFE,                          // iReason -2
+                 0x01, 0x02,                                      // stUserAccount.wType
+                 0x02,                                            // bFormat: UINT64
+                 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10, 0x11,  // stValue.ullUINT64
+                 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x21,  // ullUid
+             });
   ExpectWire(*s, 21, {0xFF, 0xFF, 0xFF, 0xFE});
 }
 
@@ -775,24 +782,41 @@ TEST(TFrameCmdBodiesWire, RelayIdentsAccountAddressAndExtension) {
       0x01, 0x00, 0x00, 0x01,  // dwUin
       0x00, 0x00, 0x00, 0x03,  // iRelayType
   };
-  ExpectWire(*r, 35, Cat({
-      head, IdentWire(0x10, true), IdentWire(0x20, true),
-      {0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x77},  // account: wType, bFormat, dwUINT32
-      Be64(9),                                     // ullUid
-      {0x00, 0x02, 0x12, 0x34, 0x7F, 0x00, 0x00, 0x01},  // stSIPInfo: family, port, address
-      Bytes(12, 0x00),                             // ipv6_padding
-      {0x00, 0x05},                                // wIntf_type
-      Bytes(36, 0x00),                             // counters
-      {0x00, 0x00, 0xCA, 0xFE},                    // dwConnectExtInt (since 29)
-  }));
+  ExpectWire(
+      *r, 35,
+      Cat({
+          head,
+          IdentWire(0x10, true),
+          IdentWire(0x20, true),
+          {0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x77},        // account: wType, bFormat, dwUINT32
+          Be64(9),                                           // ullUid
+          {0x00, 0x02, 0x12, 0x34, 0x7F, 0x00, 0x00, 0x01},  // stSIPInfo: family, port, address
+          Bytes(12, 0x00),                                   // ipv6_padding
+          {0x00, 0x05},                                      // wIntf_type
+          Bytes(36, 0x00),                                   // counters
+          {0x00, 0x00, 0xCA, 0xFE},                          // dwConnectExtInt (since 29)
+      }));
   // 17: idents without ullExtend, an account without uid, no address, no extension.
-  ExpectWire(*r, 17, Cat({head, IdentWire(0x10, false), IdentWire(0x20, false),
-                          {0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x77}}));
+  ExpectWire(*r, 17,
+             Cat({head,
+                  IdentWire(0x10, false),
+                  IdentWire(0x20, false),
+                  {0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x77}}));
   ExpectWire(*r, 16, Cat({head, IdentWire(0x10, false), IdentWire(0x20, false)}));
   // 17 account (7), 18 ullExtend in both idents, 19 uid, 21 address (56), 29 extension,
   // 31 wIntf_type.
-  ExpectSizes(*r, {{10, 40}, {16, 40}, {17, 47}, {18, 63}, {19, 71}, {20, 71}, {21, 127}, {28, 127},
-                   {29, 131}, {30, 131}, {31, 133}, {35, 133}});
+  ExpectSizes(*r, {{10, 40},
+                   {16, 40},
+                   {17, 47},
+                   {18, 63},
+                   {19, 71},
+                   {20, 71},
+                   {21, 127},
+                   {28, 127},
+                   {29, 131},
+                   {30, 131},
+                   {31, 133},
+                   {35, 133}});
 }
 
 TEST(TFrameCmdBodiesWire, NotifyWithRoutingOption) {
@@ -812,16 +836,23 @@ TEST(TFrameCmdBodiesWire, NotifyWithRoutingOption) {
   sr.szBizData[1] = 0xB2;
   n->chNeedLineUp = 1;
   const Bytes keys = {
-      0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x1A, 0x1B, 0x1C, 0x1D, 0x1E, 0x1F,
-      0x20, 0x21, 0x22, 0x23, 0x24, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x2B, 0x2C, 0x2D, 0x2E, 0x2F,
+      0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x1A,
+      0x1B, 0x1C, 0x1D, 0x1E, 0x1F, 0x20, 0x21, 0x22, 0x23, 0x24, 0x25,
+      0x26, 0x27, 0x28, 0x29, 0x2A, 0x2B, 0x2C, 0x2D, 0x2E, 0x2F,
   };
   const Bytes name = {0x00, 0x00, 0x00, 0x04, 's', 'e', 'r', 0x00};  // szSerializerName
-  ExpectWire(*n, 33, Cat({
-      Be32(0x0A), keys,  // dwUin, szConnKey and szIdentity always whole
-      {0x01},            // bISetRouting
-      name, Be32(0x0B), Be64(0x0C), Be32(2), {0xB1, 0xB2},  // stCmdRouting
-      {0x01},            // chNeedLineUp (since 22)
-  }));
+  ExpectWire(*n, 33,
+             Cat({
+                 Be32(0x0A),
+                 keys,    // dwUin, szConnKey and szIdentity always whole
+                 {0x01},  // bISetRouting
+                 name,
+                 Be32(0x0B),
+                 Be64(0x0C),
+                 Be32(2),
+                 {0xB1, 0xB2},  // stCmdRouting
+                 {0x01},        // chNeedLineUp (since 22)
+             }));
   // 17: no ullExtend in the routing, no chNeedLineUp.
   ExpectWire(*n, 17, Cat({Be32(0x0A), keys, {0x01}, name, Be32(0x0B), Be32(2), {0xB1, 0xB2}}));
   ExpectSizes(*n, {{10, 55}, {17, 55}, {18, 63}, {21, 63}, {22, 64}, {33, 64}});
@@ -853,9 +884,9 @@ TEST(TFrameCmdBodiesWire, ClusterAndServiceRouting) {
   q->szBizData[0] = 0x42;
   q->iNewID = 0x11;
   const Bytes req = {
-      0x00, 0x00, 0x00, 0x04, 's', 'v', 'c', 0x00,  // szServiceName
-      0x00, 0x00, 0x00, 0x02, 'u', 0x00,            // szUserData
-      0x00, 0x00, 0x00, 0x01, 0x42,                 // iBizDataLen, szBizData
+      0x00, 0x00, 0x00, 0x04, 's',  'v',  'c', 0x00,  // szServiceName
+      0x00, 0x00, 0x00, 0x02, 'u',  0x00,             // szUserData
+      0x00, 0x00, 0x00, 0x01, 0x42,                   // iBizDataLen, szBizData
   };
   ExpectWire(*q, 34, Cat({req, Be32(0x11)}));  // iNewID since 34
   ExpectWire(*q, 33, req);
@@ -864,8 +895,9 @@ TEST(TFrameCmdBodiesWire, ClusterAndServiceRouting) {
   rsp->iResult = 2;
   std::strcpy(rsp->szServiceName, "a");
   std::strcpy(rsp->szUserData, "b");
-  ExpectWire(*rsp, 32, {0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x02, 'a', 0x00,
-                        0x00, 0x00, 0x00, 0x02, 'b', 0x00});
+  ExpectWire(*rsp, 32,
+             {0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x02, 'a', 0x00, 0x00, 0x00, 0x00, 0x02,
+              'b', 0x00});
 
   // The notify carries a whole START body first; its own entries follow.
   std::unique_ptr<TFrameCmdServiceRoutingNotify> nt = Fresh<TFrameCmdServiceRoutingNotify>();
@@ -877,8 +909,8 @@ TEST(TFrameCmdBodiesWire, ClusterAndServiceRouting) {
   nt->ullNewExtend = 0x0E;
   const Bytes start34 = Pack(nt->stStart, 34);
   const Bytes start33 = Pack(nt->stStart, 33);
-  // An empty START at 33 and 34: account 11, ullReserved 8, iAuthType 4, the service token (auth type
-  // 0) 10, iWaitTime, iClientType 8, two flags 2, two addresses 116, two words 8.
+  // An empty START at 33 and 34: account 11, ullReserved 8, iAuthType 4, the service token (auth
+  // type 0) 10, iWaitTime, iClientType 8, two flags 2, two addresses 116, two words 8.
   ASSERT_EQ(start34.size(), 167u);
   ASSERT_EQ(start33.size(), 167u);
   ExpectWire(*nt, 34, Cat({start34, Be32(2), {0x01, 0x02}, Be32(0x0D), Be64(0x0E)}));
@@ -899,9 +931,11 @@ TEST(TFrameCmdBodiesWire, SignedByteCountsRefuseNegativeValues) {
   Pack(*sq, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
   Pack(*sn, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
   Pack(*rr, 0, VixError::VIX_ERR_MINUS_REFER_VALUE);
-  EXPECT_EQ(UnpackRc<TFrameCmdRoutingRegister>({0xFF, 0xFF, 0xFF, 0xFF}, 0), VixError::VIX_ERR_MINUS_REFER_VALUE);
-  EXPECT_EQ(UnpackRc<TFrameCmdClusterSetRouting>(Cat({Bytes(32, 0x00), {0x80, 0x00, 0x00, 0x00}}), 0),
+  EXPECT_EQ(UnpackRc<TFrameCmdRoutingRegister>({0xFF, 0xFF, 0xFF, 0xFF}, 0),
             VixError::VIX_ERR_MINUS_REFER_VALUE);
+  EXPECT_EQ(
+      UnpackRc<TFrameCmdClusterSetRouting>(Cat({Bytes(32, 0x00), {0x80, 0x00, 0x00, 0x00}}), 0),
+      VixError::VIX_ERR_MINUS_REFER_VALUE);
 }
 
 TEST(TFrameCmdBodiesWire, SmallControlBodies) {
@@ -909,7 +943,8 @@ TEST(TFrameCmdBodiesWire, SmallControlBodies) {
   std::strcpy(cl->szNetTransName, "tcp");
   cl->iPermit = 100;
   cl->iSpeed = -1;
-  ExpectWire(*cl, 10, Cat({{0x00, 0x00, 0x00, 0x04, 't', 'c', 'p', 0x00}, Be32(100), Be32(0xFFFFFFFFu)}));
+  ExpectWire(*cl, 10,
+             Cat({{0x00, 0x00, 0x00, 0x04, 't', 'c', 'p', 0x00}, Be32(100), Be32(0xFFFFFFFFu)}));
 
   std::unique_ptr<TFrameCmdSetWaitCtr> wc = Fresh<TFrameCmdSetWaitCtr>();
   wc->iWaitCtrOn = 1;
@@ -922,7 +957,8 @@ TEST(TFrameCmdBodiesWire, SmallControlBodies) {
   rr->szRoutingArgs[1] = '=';
   rr->szRoutingArgs[2] = -1;
   ExpectWire(*rr, 15, {0x00, 0x00, 0x00, 0x03, 'a', '=', 0xFF});
-  EXPECT_EQ(+Unpack<TFrameCmdRoutingRegister>({0x00, 0x00, 0x00, 0x01, 0xFF}, 15)->szRoutingArgs[0], -1);
+  EXPECT_EQ(+Unpack<TFrameCmdRoutingRegister>({0x00, 0x00, 0x00, 0x01, 0xFF}, 15)->szRoutingArgs[0],
+            -1);
 
   std::unique_ptr<TFrameCmdNotifyOverload> ov = Fresh<TFrameCmdNotifyOverload>();
   ov->chStatus = 2;
@@ -945,7 +981,8 @@ TEST(TFrameCmdBodiesWire, SmallControlBodies) {
   std::strcpy(ar->stUserAccount.stValue.szSTRING, "id");
   ar->stUserAccount.ullUid = 1;
   const Bytes token = {0x00, 0x02, 'x', 'y', 0x00, 0x00, 0x00, 0x3C};
-  ExpectWire(*ar, 24, Cat({token, {0x00, 0x03, 0x03, 0x00, 0x00, 0x00, 0x03, 'i', 'd', 0x00}, Be64(1)}));
+  ExpectWire(*ar, 24,
+             Cat({token, {0x00, 0x03, 0x03, 0x00, 0x00, 0x00, 0x03, 'i', 'd', 0x00}, Be64(1)}));
   ExpectWire(*ar, 23, token);
 
   std::unique_ptr<TFRAMEHEADAuthData> ad = Fresh<TFRAMEHEADAuthData>();
@@ -963,7 +1000,8 @@ TEST(TFrameCmdBodiesWire, MulticastGroupRecords) {
   TFrameCmdMultiCastRemoveIdentReq riq;
   TFrameCmdMultiCastQueryIdentReq qiq;
   TFrameCmdMultiCastQueryIdentCountReq qcq;
-  for (char* name : {rgq.szGroupName, aiq.szGroupName, riq.szGroupName, qiq.szGroupName, qcq.szGroupName}) {
+  for (char* name :
+       {rgq.szGroupName, aiq.szGroupName, riq.szGroupName, qiq.szGroupName, qcq.szGroupName}) {
     std::memset(name, 0, QUELLD_MULTICAST_GROUPNAME_LEN);
     name[0] = 'g';
   }
@@ -996,7 +1034,8 @@ TEST(TFrameCmdBodiesWire, MulticastGroupRecords) {
   qir->iIdentCount = -1;
   Pack(*qir, 27, VixError::VIX_ERR_MINUS_REFER_VALUE);
 
-  std::unique_ptr<TFrameCmdMultiCastQueryIdentCountResp> qcr = Fresh<TFrameCmdMultiCastQueryIdentCountResp>();
+  std::unique_ptr<TFrameCmdMultiCastQueryIdentCountResp> qcr =
+      Fresh<TFrameCmdMultiCastQueryIdentCountResp>();
   qcr->iResult = -1;
   qcr->szGroupName[0] = 'g';
   qcr->iIdentCount = 7;
@@ -1022,8 +1061,11 @@ TEST(TFrameCmdBodiesWire, WebRequestsAndEachUserKind) {
   cm->stUser.stCommonUser.dwId = 5;
   std::strcpy(cm->stUser.stCommonUser.szAccount, "ac");
   std::strcpy(cm->stUser.stCommonUser.szToken, "t");
-  ExpectWire(*cm, 10, Cat({{0x02}, Be32(5), {0x00, 0x00, 0x00, 0x03, 'a', 'c', 0x00},
-                           {0x00, 0x00, 0x00, 0x02, 't', 0x00}}));
+  ExpectWire(*cm, 10,
+             Cat({{0x02},
+                  Be32(5),
+                  {0x00, 0x00, 0x00, 0x03, 'a', 'c', 0x00},
+                  {0x00, 0x00, 0x00, 0x02, 't', 0x00}}));
 
   std::unique_ptr<TFrameCmdWebStopReq> sp = Fresh<TFrameCmdWebStopReq>();
   sp->chUserType = TWEB_USER_MX_OPEN;
@@ -1034,8 +1076,14 @@ TEST(TFrameCmdBodiesWire, WebRequestsAndEachUserKind) {
   o.dwReserve1 = 0x20;
   o.ullReserve2 = 0x30;
   sp->iReason = -3;
-  ExpectWire(*sp, 10, Cat({{0x03}, {0x00, 0x00, 0x00, 0x02, 'o', 0x00}, {0x00, 0x00, 0x00, 0x03, 't', 'k', 0x00},
-                           Be64(0x10), Be32(0x20), Be64(0x30), Be32(0xFFFFFFFDu)}));
+  ExpectWire(*sp, 10,
+             Cat({{0x03},
+                  {0x00, 0x00, 0x00, 0x02, 'o', 0x00},
+                  {0x00, 0x00, 0x00, 0x03, 't', 'k', 0x00},
+                  Be64(0x10),
+                  Be32(0x20),
+                  Be64(0x30),
+                  Be32(0xFFFFFFFDu)}));
   std::memset(static_cast<void*>(&sp->stUser), 0, sizeof(sp->stUser));
   sp->chUserType = TWEB_USER_UNKNOWN;
   ExpectWire(*sp, 10, Cat({{0x00}, Be32(0xFFFFFFFDu)}));
@@ -1049,7 +1097,8 @@ TEST(TFrameCmdBodiesWire, WebBroadcastIdentsByVersion) {
   SetIdent(b->astIdents[0], 0x40);
   SetIdent(b->astIdents[1], 0x50);
   ExpectWire(*b, 25, Cat({{0x01, 0x00, 0x00, 0x02}, IdentWire(0x40, true), IdentWire(0x50, true)}));
-  ExpectWire(*b, 17, Cat({{0x01, 0x00, 0x00, 0x02}, IdentWire(0x40, false), IdentWire(0x50, false)}));
+  ExpectWire(*b, 17,
+             Cat({{0x01, 0x00, 0x00, 0x02}, IdentWire(0x40, false), IdentWire(0x50, false)}));
   ExpectSizes(*b, {{18, 52}});
   b->nCount = -1;
   Pack(*b, 25, VixError::VIX_ERR_MINUS_REFER_VALUE);
@@ -1071,31 +1120,31 @@ TEST(TFrameWapRecordsWire, UploadAndDownload) {
   up->stCookies.bCount = 1;
   std::strcpy(up->stCookies.astCookies[0].szKey, "c");
   std::strcpy(up->stCookies.astCookies[0].szValue, "d");
-  ExpectWire(*up, 1, {
-      0x01,                                  // chUserType
-      0x00, 0x00, 0x00, 0x01,                // stUser.stMXUserSimple.dwUin
-      0x00, 0x00, 0x00, 0x02, 's', 0x00,     // szSKey
-      0x00, 0x00, 0x00, 0x02, '/', 0x00,     // szURI
-      0x01,                                  // stParams.bCount
-      0x00, 0x00, 0x00, 0x02, 'a', 0x00,     // szKey
-      0x00, 0x00, 0x00, 0x02, 'b', 0x00,     // szValue
-      0x00,                                  // stHeaders.bCount
-      0x01,                                  // stCookies.bCount
-      0x00, 0x00, 0x00, 0x02, 'c', 0x00,
-      0x00, 0x00, 0x00, 0x02, 'd', 0x00,
-  });
+  ExpectWire(*up, 1,
+             {
+                 0x01,                               // chUserType
+                 0x00, 0x00, 0x00, 0x01,             // stUser.stMXUserSimple.dwUin
+                 0x00, 0x00, 0x00, 0x02, 's', 0x00,  // szSKey
+                 0x00, 0x00, 0x00, 0x02, '/', 0x00,  // szURI
+                 0x01,                               // stParams.bCount
+                 0x00, 0x00, 0x00, 0x02, 'a', 0x00,  // szKey
+                 0x00, 0x00, 0x00, 0x02, 'b', 0x00,  // szValue
+                 0x00,                               // stHeaders.bCount
+                 0x01,                               // stCookies.bCount
+                 0x00, 0x00, 0x00, 0x02, 'c', 0x00, 0x00, 0x00, 0x00, 0x02, 'd', 0x00,
+             });
 
   std::unique_ptr<TWapDownload2> down = Fresh<TWapDownload2>();
   down->stHeaders.bCount = 1;
   std::strcpy(down->stHeaders.astHeaders[0].szKey, "h");
   std::strcpy(down->stHeaders.astHeaders[0].szValue, "v");
   std::strcpy(down->szBody, "ok");
-  ExpectWire(*down, 1, {
-      0x01,                                    // stHeaders.bCount
-      0x00, 0x00, 0x00, 0x02, 'h', 0x00,
-      0x00, 0x00, 0x00, 0x02, 'v', 0x00,
-      0x00, 0x00, 0x00, 0x03, 'o', 'k', 0x00,  // szBody
-  });
+  ExpectWire(*down, 1,
+             {
+                 0x01,  // stHeaders.bCount
+                 0x00, 0x00, 0x00, 0x02, 'h',  0x00, 0x00, 0x00, 0x00, 0x02,
+                 'v',  0x00, 0x00, 0x00, 0x00, 0x03, 'o',  'k',  0x00,  // szBody
+             });
   down->stHeaders.bCount = QUELLD_WAP_MAX_HEADERS_COU + 1;
   Pack(*down, 1, VixError::VIX_ERR_REFER_SURPASS_COUNT);
 }
@@ -1112,18 +1161,22 @@ static_assert(sizeof(TKeyValue2::szKey) == 30 && sizeof(TKeyValue2::szValue) == 
                   sizeof(TCookies2::astCookies) == 20 * sizeof(TKeyValue2) &&
                   sizeof(TWapUpload2::szURI) == 1024 && sizeof(TWapDownload2::szBody) == 102400,
               "web gateway capacities");
-static_assert(sizeof(TFRAMEHEADAuthData::szAuthInfo) == 4096 && sizeof(TIPInfo::ipv6_padding) == 12 &&
-                  sizeof(TFrameAuthMX::szSigBuff) == 1024 && sizeof(TFrameAuthMX::szAuthExData) == 1024 &&
-                  sizeof(TFrameAuthAPS::szAtk) == 4096 && sizeof(TFrameAuthAPS::szAuthExData) == 1024 &&
+static_assert(sizeof(TFRAMEHEADAuthData::szAuthInfo) == 4096 &&
+                  sizeof(TIPInfo::ipv6_padding) == 12 && sizeof(TFrameAuthMX::szSigBuff) == 1024 &&
+                  sizeof(TFrameAuthMX::szAuthExData) == 1024 &&
+                  sizeof(TFrameAuthAPS::szAtk) == 4096 &&
+                  sizeof(TFrameAuthAPS::szAuthExData) == 1024 &&
                   sizeof(JumpRelayData::szConnData) == 16 &&
                   sizeof(TFrameCmdAuthRefreshNotify::szAtk) == 4096,
               "authentication and address capacities");
 static_assert(sizeof(TFrameCmdInProc::astIdents) == 512 * sizeof(TFrameIdent) &&
                   sizeof(TFrameCmdInProc::astSIPInfo) == 20 * sizeof(TIPInfo) &&
                   sizeof(TFrameCmdWebBoardcast::astIdents) == 512 * sizeof(TFrameIdent) &&
-                  sizeof(TFrameCmdMultiCastQueryIdentResp::astIdents) == 512 * sizeof(TFrameIdent) &&
+                  sizeof(TFrameCmdMultiCastQueryIdentResp::astIdents) ==
+                      512 * sizeof(TFrameIdent) &&
                   sizeof(TFrameCmdMultiCastDeliverMsgReq::szGroupName) == 64 &&
-                  sizeof(TFrameCmdNotify::szConnKey) == 16 && sizeof(TFrameCmdNotify::szIdentity) == 16 &&
+                  sizeof(TFrameCmdNotify::szConnKey) == 16 &&
+                  sizeof(TFrameCmdNotify::szIdentity) == 16 &&
                   sizeof(TFrameCmdRoutingRegister::szRoutingArgs) == 128,
               "batch and key capacities");
 static_assert(sizeof(TFrameCmdSetRouting::szSerializerName) == 32 &&
