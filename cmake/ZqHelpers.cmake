@@ -25,6 +25,9 @@ function(zq_add_library name)
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON C_VISIBILITY_PRESET hidden
     EXPORT_NAME ${name})
   zq_warnings(${name})
+  # Library code is held to a stricter set: shadowed names, functions without a prior
+  # declaration (a missing `static`) and undefined macros in #if.
+  target_compile_options(${name} PRIVATE -Wshadow -Wmissing-declarations -Wundef)
   install(TARGETS ${name} EXPORT zqTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
   if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/include)
     install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
