@@ -63,3 +63,57 @@ function(zq_add_benchmark name)
     set_tests_properties(${name}.smoke PROPERTIES LABELS bench TIMEOUT 300)
   endif()
 endfunction()
+
+# zq_instrument_flags(<kind> <out_var>)
+# The one place that knows instrumentation flags. Kinds:
+#   sanitize    AddressSanitizer + UndefinedBehaviorSanitizer for a whole test build
+#   fuzz        a libFuzzer program (clang): fuzzer runtime plus the sanitizers
+#   fuzz-cover  libraries linked into a libFuzzer program: coverage feedback, no fuzzer main
+function(zq_instrument_flags kind out_var)
+  if(kind STREQUAL "sanitize")
+    set(flags -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  elseif(kind STREQUAL "fuzz")
+    set(flags -fsanitize=fuzzer,address,undefined)
+  elseif(kind STREQUAL "fuzz-cover")
+    set(flags -fsanitize=fuzzer-no-link,address,undefined)
+  else()
+    message(FATAL_ERROR "zq_instrument_flags: unknown kind ${kind}")
+  endif()
+  set(${out_var} ${flags} PARENT_SCOPE)
+endfunction()
+
+# zq_fuzz_cover(<target>...): under ZQ_BUILD_FUZZ, libraries whose code a fuzz target exercises
+# report coverage to libFuzzer.
+function(zq_fuzz_cover)
+  if(ZQ_BUILD_FUZZ)
+    zq_instrument_flags(fuzz-cover flags)
+    foreach(t ${ARGN})
+      target_compile_options(${t} PRIVATE ${flags})
+    endforeach()
+  endif()
+endfunction()
+
+# zq_add_fuzz(name SOURCES ... LIBS ... CORPUS <dir>)
+# One fuzz harness (defines LLVMFuzzerTestOneInput). Under ZQ_BUILD_FUZZ it becomes the libFuzzer
+# program <name>_fuzz (built by the target fuzz_all); in test builds it is linked with
+# fuzz/replay_main.cc into <name>_replay, which replays the committed corpus under ctest.
+function(zq_add_fuzz name)
+  cmake_parse_arguments(A "" "CORPUS" "SOURCES;LIBS" ${ARGN})
+  if(ZQ_BUILD_FUZZ)
+    zq_instrument_flags(fuzz flags)
+    add_executable(${name}_fuzz ${A_SOURCES})
+    # All libFuzzer programs land in one folder, where scripts/build.sh fuzz finds them.
+    set_target_properties(${name}_fuzz PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzz)
+    target_compile_options(${name}_fuzz PRIVATE ${flags})
+    target_link_options(${name}_fuzz PRIVATE ${flags})
+    target_link_libraries(${name}_fuzz PRIVATE ${A_LIBS})
+    zq_warnings(${name}_fuzz)
+    add_dependencies(fuzz_all ${name}_fuzz)
+  elseif(ZQ_BUILD_TESTS)
+    add_executable(${name}_replay ${A_SOURCES} ${PROJECT_SOURCE_DIR}/fuzz/replay_main.cc)
+    target_link_libraries(${name}_replay PRIVATE ${A_LIBS})
+    zq_warnings(${name}_replay)
+    add_test(NAME fuzz.${name}_replay COMMAND ${name}_replay ${A_CORPUS})
+    set_tests_properties(fuzz.${name}_replay PROPERTIES TIMEOUT 600)
+  endif()
+endfunction()

@@ -44,11 +44,7 @@ case "$cmd" in
   run)
     ensure_packages "${base_packages[@]}"
     configure_build build
-    if [ -x "$root/build/tools/quelld_sim/quelld_sim" ]; then
-      exec "$root/build/tools/quelld_sim/quelld_sim" "$@"
-    else
-      exec "$root/build/tools/wlog_example/wlog_example" "$@"
-    fi
+    exec "$root/build/tools/quelld_sim/quelld_sim" "$@"
     ;;
   test)
     ensure_packages "${base_packages[@]}"
