@@ -1,6 +1,6 @@
 // wlog_example: a logging context built in code with two categories, "app" writing to a file
-// (under a fresh temporary directory, or the directory given as the first argument) and
-// "console" writing to standard output; "app" forwards everything to "console" as well.
+// (under a fresh temporary directory, or the directory given as the argument) and "console"
+// writing to standard output; "app" forwards everything to "console" as well.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,17 +11,41 @@
 
 #include "wlog/wlog.h"
 
+namespace {
+
+const char kUsage[] =
+    "usage: wlog_example [DIR]\n"
+    "\n"
+    "Logs a few lines through a file category (DIR/app_YYYYMMDD.log; DIR is created when\n"
+    "missing, and defaults to a fresh directory under $TMPDIR or /tmp) that forwards to a\n"
+    "terminal category, then prints the log file's path.\n";
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  if (argc > 1 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
+    fputs(kUsage, stdout);
+    return 0;
+  }
+  if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
+    fprintf(stderr, "wlog_example: %s %s (see wlog_example --help)\n",
+            argc > 2 ? "unexpected argument" : "unknown option", argv[argc > 2 ? 2 : 1]);
+    return 2;
+  }
   char dir[256];
   if (argc > 1) {
+    if (strlen(argv[1]) > 100) {
+      fprintf(stderr, "wlog_example: directory name longer than 100 characters\n");
+      return 2;
+    }
     snprintf(dir, sizeof(dir), "%s", argv[1]);
   } else {
-    char tmpl[] = "/tmp/wlog_example_XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) {
-      perror("mkdtemp");
+    const char* tmp = getenv("TMPDIR");
+    snprintf(dir, sizeof(dir), "%.80s/wlog_example_XXXXXX", tmp != nullptr && *tmp ? tmp : "/tmp");
+    if (mkdtemp(dir) == nullptr) {
+      perror("wlog_example: mkdtemp");
       return 1;
     }
-    snprintf(dir, sizeof(dir), "%s", tmpl);
   }
 
   // The configuration must outlive the context: the library keeps pointers into it.
