@@ -1,6 +1,8 @@
 // quelld_sim: a stand-in for the quelld connection server that loads the zq plug-in, plays a
 // scenario of user events through it and reports what happened. See --help.
 
+#include <limits.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -25,10 +27,16 @@ std::string ProgramDir() {
   return path.substr(0, path.find_last_of('/'));
 }
 
+// `path` without "..", "." and symbolic links, when it exists.
+std::string Resolved(const std::string& path) {
+  char buf[PATH_MAX];
+  return realpath(path.c_str(), buf) != nullptr ? std::string(buf) : path;
+}
+
 void SetDefaults(quelld_sim::SimOptions* o) {
   const std::string dir = ProgramDir();
-  const std::string plugin = dir + "/" QUELLD_SIM_INSTALLED_PLUGIN;
-  const std::string sdk_dir = dir + "/" QUELLD_SIM_INSTALLED_SDK_DIR;
+  const std::string plugin = Resolved(dir + "/" QUELLD_SIM_INSTALLED_PLUGIN);
+  const std::string sdk_dir = Resolved(dir + "/" QUELLD_SIM_INSTALLED_SDK_DIR);
   std::string err;
   const bool installed = !dir.empty() && zq_tools::CheckRegularFile(plugin, &err);
   o->plugin = installed ? plugin : QUELLD_SIM_BUILD_PLUGIN;

@@ -136,113 +136,63 @@ struct Case {
   std::string says;
 };
 
-// One row per user-visible behaviour.
+// One row per user-visible behaviour: arguments, standard input, exit status, whether the message
+// is on standard output (else standard error), and the message.
+// clang-format off
 const Case kCases[] = {
     // Scenarios that crashed, hung or asked for unbounded memory are refused up front.
-    {{"sim", "--scenario", "@D/deep.scenario"},
-     "",
-     2,
-     false,
-     "quelld_sim: error: scenario @D/deep.scenario, line 66: repeat blocks nested more than 64 "
-     "deep"},
-    {{"sim", "--scenario", "@D/huge.scenario"},
-     "",
-     2,
-     false,
-     "line 3: by this line the scenario relays 1048576000000 bytes of message data, more than "
-     "the limit of 1073741824 (this line: repeated 1000000 x TIMES 1 x users 1 = 1000000 events "
-     "of 1048576 bytes)"},
-    {{"sim", "--scenario", "@D/long.scenario"},
-     "",
-     2,
-     false,
-     "line 3: by this line the scenario plays 1000000000 events, more than the limit of "
-     "100000000"},
-    {{"sim", "--scenario", "@D/wide.scenario"},
-     "",
-     2,
-     false,
-     "line 2: TIMES 1000 x users 2000 = 2000000 events from one command, more than the limit "
-     "of 1048576"},
-    {{"sim", "--users", "100000", "--rounds", "100000"},
-     "",
-     2,
-     false,
+    {{"sim", "--scenario", "@D/deep.scenario"}, "", 2, false,
+     "quelld_sim: error: scenario @D/deep.scenario, line 66: repeat blocks nested more than 64 deep"},
+    {{"sim", "--scenario", "@D/huge.scenario"}, "", 2, false,
+     "line 3: by this line the scenario relays 1048576000000 bytes of message data, more than the "
+     "limit of 1073741824 (this line: repeated 1000000 x TIMES 1 x users 1 = 1000000 events of "
+     "1048576 bytes)"},
+    {{"sim", "--scenario", "@D/long.scenario"}, "", 2, false,
+     "line 3: by this line the scenario plays 1000000000 events, more than the limit of 100000000"},
+    {{"sim", "--scenario", "@D/wide.scenario"}, "", 2, false,
+     "line 2: TIMES 1000 x users 2000 = 2000000 events from one command, more than the limit of "
+     "1048576"},
+    {{"sim", "--users", "100000", "--rounds", "100000"}, "", 2, false,
      "scenario (built-in), line 100009: by this line the scenario plays 10000300002 events"},
-    {{"sim", "--scenario", "@D/bigword.scenario"},
-     "",
-     2,
-     false,
+    {{"sim", "--scenario", "@D/bigword.scenario"}, "", 2, false,
      "line 2: DATA longer than 1048576 bytes"},
-    {{"sim", "--scenario", "@D/binary.scenario"},
-     "",
-     2,
-     false,
+    {{"sim", "--scenario", "@D/binary.scenario"}, "", 2, false,
      "line 2: unknown command '\\x01\\x1B[31mbad'"},
-    // File arguments must be readable regular files.
-    {{"sim", "--scenario", "@D/dir"},
-     "",
-     2,
-     false,
+    // File arguments must be readable regular files; - is standard input.
+    {{"sim", "--scenario", "@D/dir"}, "", 2, false,
      "quelld_sim: error: cannot read scenario file @D/dir: is a directory, not a file"},
-    {{"sim", "--config", "@D/dir"},
-     "",
-     2,
-     false,
+    {{"sim", "--config", "@D/dir"}, "", 2, false,
      "quelld_sim: error: cannot read configuration file @D/dir: is a directory, not a file"},
     {{"sim", "--scenario", "@D/none"}, "", 2, false, "@D/none: No such file or directory"},
-    {{"sim", "--sdk-dir", "@D/sdk"},
-     "",
-     2,
-     false,
+    {{"sim", "--sdk-dir", "@D/sdk"}, "", 2, false,
      "quelld_sim: error: SDK library @D/sdk/libkry_sdk.so: is a directory, not a file"},
     {{"sim", "--plugin", "@D/dir"}, "", 2, false, "plug-in @D/dir: is a directory, not a file"},
     {{"sim", "--json", "@D/dir"}, "", 2, false, "JSON summary @D/dir: is a directory, not a file"},
-    {{"sim", "--scenario", "-"},
-     "user a\nlogin a\nexpect logins 1\nlogout a\n",
-     0,
-     true,
+    {{"sim", "--scenario", "-"}, "user a\nlogin a\nexpect logins 1\nlogout a\n", 0, true,
      "quelld_sim: OK"},
+    {{"sim", "--config", "-", "--scenario", "-"}, "", 2, false,
+     "--config - and --scenario - cannot both read standard input"},
     // Options and numbers.
-    {{"sim", "--bogus"},
-     "",
-     2,
-     false,
+    {{"sim", "--bogus"}, "", 2, false,
      "quelld_sim: error: unknown option --bogus (see quelld_sim --help)"},
     {{"sim", "--bogus=1"}, "", 2, false, "unknown option --bogus (see quelld_sim --help)"},
-    {{"sim", "--users", "0x10"},
-     "",
-     2,
-     false,
+    {{"sim", "--users", "0x10"}, "", 2, false,
      "--users: expected a number from 1 to 100000, got '0x10'"},
     {{"sim", "--users", "09", "--dump-scenario"}, "", 0, true, "# Built-in scenario: 9 users"},
     {{"sim", "--users", "010", "--dump-scenario"}, "", 0, true, "# Built-in scenario: 10 users"},
     {{"sim", "--help"}, "", 0, true, "usage: quelld_sim [options]"},
-    // frame_decode: help, inputs, options; results on stdout, errors on stderr.
+    // frame_decode: results on standard output, errors on standard error.
     {{"fd", "--help"}, "", 0, true, "usage: frame_decode"},
-    {{"fd", "@D/dir"},
-     "",
-     2,
-     false,
-     "frame_decode: cannot read @D/dir: is a directory, not a file"},
+    {{"fd", "@D/dir"}, "", 2, false, "frame_decode: cannot read @D/dir: is a directory, not a file"},
     {{"fd", "@D/heartbeat.hex"}, "", 0, true, "TFrameHead: 12 of 12 bytes decoded"},
     {{"fd", "-"}, "0a 09 00 00 00000001 00000002", 0, true, "TFrameHead: 12 of 12 bytes decoded"},
     {{"fd", "--format", "binary", "@D/heartbeat.hex"}, "", 1, false, "error -20: "},
-    {{"fd", "--hex", "24 09 00 00 00000001 00000002"},
-     "",
-     1,
-     false,
+    {{"fd", "--hex", "24 09 00 00 00000001 00000002"}, "", 1, false,
      "error -20: cutVer from net-msg not in [BASEVERSION, CURRVERSION]\nback-trace: "},
-    {{"fd", "--cut", "abc", "--hex", "0a"},
-     "",
-     2,
-     false,
-     "frame_decode: --cut: expected a version number from 0 to 4294967295, got 'abc' (see "
-     "frame_decode --help)"},
-    {{"fd", "--bogus"},
-     "",
-     2,
-     false,
+    {{"fd", "--cut", "abc", "--hex", "0a"}, "", 2, false,
+     "frame_decode: --cut: expected a version number from 0 to 4294967295, got 'abc' "
+     "(see frame_decode --help)"},
+    {{"fd", "--bogus"}, "", 2, false,
      "frame_decode: unknown option --bogus (see frame_decode --help)"},
     {{"fd", "--type", "nope", "--hex", "0a"}, "", 2, false, "frame_decode: unknown type 'nope'"},
     {{"fd"}, "", 2, false, "frame_decode: no input"},
@@ -250,6 +200,7 @@ const Case kCases[] = {
     {{"wx", "--help"}, "", 0, true, "usage: wlog_example [DIR]"},
     {{"wx", "--bogus"}, "", 2, false, "wlog_example: unknown option --bogus"},
 };
+// clang-format on
 
 TEST_F(Cli, EachCaseGivesItsStatusAndMessageAndLeavesNothing) {
   for (const Case& c : kCases) {
