@@ -29,7 +29,8 @@ typedef char Field[WSM_NAME_LEN];
 // Splits the text after "://" into at most n fields. A field ends at "/", ":" or the end; the
 // character that ends it must be the one expected there. Fields after the end stay empty.
 int split_i(const char* p, const char* seps, int n, Field* fields) {
-  for (int i = 0; i < n; ++i) fields[i][0] = '\0';
+  // Whole fields are copied into the record: no byte of them may be left undefined.
+  memset(fields, 0, sizeof(Field) * static_cast<size_t>(n));
   for (int i = 0; i < n; ++i) {
     size_t len = 0;
     while (p[len] != '\0' && p[len] != '/' && p[len] != ':') {
