@@ -115,6 +115,7 @@ TEST_F(WsmHash, DataLookUps) {
 TEST_F(WsmHash, MetaWithAWildcardVersionIsFoundOnlyByPartialKeys) {
   const int full = add("wsm-meta://10/mylib:3:11/LogRecord:*/");
   const int any = add("wsm-meta://10/mylib:*:11/LogRecord:*/");
+  add("wsm-meta://11/other:3:5/");  // version 3 is no more selective than bid 10
   // Column 0 of the full one is linked; the wildcard one has no column-0 key.
   const OffsetList full0 = node_link(full * 8);
   const OffsetList any0 = node_link(any * 8);
@@ -145,6 +146,13 @@ TEST_F(WsmHash, RegisteringTwiceAndRemoving) {
   EXPECT_EQ(rows(wsm_hash_get, "wsm-data://10/prog:1/log/ring"), "0");
   EXPECT_EQ(rows(wsm_hash_get_data, "wsm-data://10/prog:1/log/other"), "");
   EXPECT_EQ(rows(wsm_hash_get_data, "wsm-data://10/prog:1"), "0");
+  // A failure after some keys were linked unlinks them again: here column 0, free on a slot
+  // registered with a wildcard value.
+  const int partial = add("wsm-data://10/prog:1/log/*");
+  const uint64_t column0 = wsm_get_base()->iOffsetHash + 16 * (4 * 8 + partial * 8);
+  EXPECT_EQ(wsm_hash_set(index_, partial, &other), -4);
+  EXPECT_EQ(node_link(4 * 8 + partial * 8).next, column0);
+  EXPECT_EQ(wsm_head_obj_free(index_, WSM_URI_TYPE_DATA, partial), 0);
   // Bad arguments.
   EXPECT_EQ(wsm_hash_set(index_, 6, &same), -3);
   const WsmUri meta = uri("wsm-meta://1/l:1:1/");
