@@ -43,7 +43,9 @@ int wsm_head_init(WsmObjPtr* pstPtr, int iUriType, const WsmVixMetaInfo* pstMeta
   void* addr = shmat(id, nullptr, 0);
   if (addr == reinterpret_cast<void*>(-1)) {
     const int err = errno;
-    shmctl(id, IPC_RMID, nullptr);
+    if (shmctl(id, IPC_RMID, nullptr) != 0) {
+      WMNG_PUSH(6, WSM_MSG_SHM_REMOVE, id, strerror(errno));
+    }
     return WMNG_PUSH(6, WSM_MSG_SHM_ATTACH, id, strerror(err));
   }
   WsmShmHead* head = static_cast<WsmShmHead*>(addr);

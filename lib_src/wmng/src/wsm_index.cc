@@ -30,7 +30,13 @@ int32_t crc_i(int32_t magic, int32_t version, uint64_t self_size) {
   return crc;
 }
 
-void remove_segment_i(int shmid) { shmctl(shmid, IPC_RMID, nullptr); }
+// Removes a registry this mount created and cannot use; a removal that fails is reported with
+// the code of the failure that led to it.
+void remove_segment_i(int shmid, int code) {
+  if (shmctl(shmid, IPC_RMID, nullptr) != 0) {
+    WMNG_PUSH(code, WSM_MSG_SHM_REMOVE, shmid, strerror(errno));
+  }
+}
 
 // Makes a just-created registry usable: tables, version, lock, and last the magic (under the
 // write lock, so that a process that sees the magic sees everything before it).
@@ -119,25 +125,25 @@ int wsm_index_mount(WsmIndex** ppstIndex) {
   struct shmid_ds ds;
   if (shmctl(id, IPC_STAT, &ds) != 0) {
     const int err = errno;
-    if (created) remove_segment_i(id);
+    if (created) remove_segment_i(id, 3);
     return WMNG_PUSH(3, WSM_MSG_SHM_STAT, id, strerror(err));
   }
   if (ds.shm_segsz < base->iIndexSize) {
-    if (created) remove_segment_i(id);
+    if (created) remove_segment_i(id, 4);
     return WMNG_PUSH(4, WSM_MSG_INDEX_SHORT, static_cast<ssize_t>(ds.shm_segsz), id,
                      static_cast<ssize_t>(base->iIndexSize));
   }
   void* addr = shmat(id, nullptr, 0);
   if (addr == reinterpret_cast<void*>(-1)) {
     const int err = errno;
-    if (created) remove_segment_i(id);
+    if (created) remove_segment_i(id, 5);
     return WMNG_PUSH(5, WSM_MSG_SHM_ATTACH, id, strerror(err));
   }
   WsmIndex* index = static_cast<WsmIndex*>(addr);
   const int ret = created ? init_i(index, base) : check_i(index, ds.shm_segsz, base);
   if (ret != 0) {
     shmdt(addr);
-    if (created) remove_segment_i(id);
+    if (created) remove_segment_i(id, -ret);
     return ret;
   }
   *ppstIndex = index;
