@@ -9,7 +9,7 @@ namespace {
 
 using wsm_i::Shape;
 
-// Key columns besides column 0 for each kind.
+// The last key column of a kind (0 for no kind).
 int last_column_i(int type) {
   return type == WSM_URI_TYPE_META   ? WSM_LIB_COLUMNS - 1
          : type == WSM_URI_TYPE_DATA ? WSM_URI_COLUMNS - 1
