@@ -5,6 +5,8 @@
 #   scripts/build.sh sanitize   the same tests built with AddressSanitizer + UndefinedBehaviorSanitizer
 #   scripts/build.sh bench      build and run the benchmarks
 #   scripts/build.sh fuzz       build the libFuzzer targets with clang and run each over its corpus
+#   scripts/build.sh clang      build everything with clang and run every test (build-clang/)
+#   scripts/build.sh tidy       clang-tidy (.clang-tidy) over the libraries and the plug-in
 # Environment: ZQ_WERROR=ON turns warnings into errors; JOBS sets build parallelism.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -78,8 +80,21 @@ case "$cmd" in
         "$root/build-fuzz/corpus-$name" "$root/fuzz/corpus/${name%_fuzz}"
     done
     ;;
+  clang)
+    ensure_packages "${base_packages[@]}" clang
+    CC=clang CXX=clang++ configure_build build-clang -DZQ_BUILD_BENCH=OFF
+    run_tests build-clang "$@"
+    ;;
+  tidy)
+    ensure_packages "${base_packages[@]}" clang-tidy
+    configure build
+    # Generated sources must exist before their users can be analysed.
+    cmake --build "$root/build" -j "$jobs"
+    files=$(python3 -c 'import json,sys,re; print("\n".join(sorted({e["file"] for e in json.load(open(sys.argv[1])) if re.search(r"/(lib_src/[a-z_]+/src|plugins/zq)/[^/]*\.cc$|/plugins/zq/copy/", e["file"])})))' "$root/build/compile_commands.json")
+    echo "$files" | xargs -P "$jobs" -n 4 clang-tidy -p "$root/build" --quiet
+    ;;
   *)
-    echo "usage: $0 run|test|sanitize|bench|fuzz" >&2
+    echo "usage: $0 run|test|sanitize|bench|fuzz|clang|tidy" >&2
     exit 2
     ;;
 esac

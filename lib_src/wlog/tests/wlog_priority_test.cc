@@ -1,5 +1,6 @@
 // Priority names, filters, the hex helper and the binary record head.
 #include <errno.h>
+#include <limits.h>
 #include <string.h>
 
 #include <gtest/gtest.h>
@@ -117,4 +118,24 @@ TEST(WlogBin, HeadRoundTripPackageAndFilter) {
   EXPECT_EQ(-1, wlogbin_filter(&f, &h));
   h.dwID = 9;
   EXPECT_EQ(0, wlogbin_filter(&f, &h));
+}
+
+TEST(WlogErrorString, EveryCodeAndTheEdges) {
+  const struct {
+    int code;
+    const char* text;
+  } cases[] = {
+      {0, "none"},
+      {-1, "bad argument or failure"},
+      {WLOG_ERRCODE(WLOG_ERROR_NONE), "none"},
+      {static_cast<int>(0x83020401u), "file open failed"},
+      {WLOG_ERRCODE(WLOG_ERROR_NET_CONN), "network connect failed"},
+      {WLOG_ERRCODE(WLOG_ERROR_LOOP), "forward loop"},
+      {WLOG_ERRCODE(4), "unknown wlog error"},
+      {WLOG_ERRCODE(0) - 1, "unknown wlog error"},
+      {1, "unknown wlog error"},
+      {-2, "unknown wlog error"},
+      {INT_MIN, "unknown wlog error"},
+  };
+  for (const auto& c : cases) EXPECT_STREQ(c.text, wlog_error_string(c.code)) << c.code;
 }

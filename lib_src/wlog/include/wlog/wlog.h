@@ -50,6 +50,11 @@ extern "C" {
 #define WLOG_ERROR_LOOP 3
 #define WLOG_ERRCODE(e) ((int)(WLOG_ERROR_BASE + (unsigned)(e)))
 
+/* A short English text for a result code of this library, like strerror: 0 and
+ * WLOG_ERRCODE(WLOG_ERROR_NONE) "none", -1 "bad argument or failure", WLOG_ERRCODE(e) the text of
+ * error e, anything else "unknown wlog error". The text is static; never null. */
+const char* wlog_error_string(int iCode);
+
 /* Category flags (iFlag). */
 #define WLOGCAT_FLAG_NONE 0
 #define WLOGCAT_FALG_NONE_USE_GETTIMEOFDAY 1 /* use stCurr instead of the clock */
