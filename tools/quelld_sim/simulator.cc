@@ -114,6 +114,13 @@ struct ReloadOutcome {
   long quits = 0, starts = 0;
 };
 
+// A result of the logging library as the simulator reports it: the call, the code in decimal
+// and hexadecimal, and the library's text for it.
+std::string WlogResult(const char* call, int rc) {
+  return Format("%s returned %d (0x%08X): %s", call, rc, static_cast<unsigned>(rc),
+                wlog_error_string(rc));
+}
+
 // Every path the run reads or writes, checked before anything starts.
 bool CheckPaths(const SimOptions& o, std::string* err) {
   std::string why;
@@ -424,11 +431,12 @@ class Simulation {
     if (ctx_ == nullptr) return Fail("out of memory for the logging context");
     int rc = wlog_init(ctx_, conf_);
     if (rc != 0) {
-      wlog_free(&ctx_);
-      return Fail(Format("logging could not start (wlog_init returned %d) with log file %s", rc,
-                         log_path_.c_str()));
+      (void)wlog_free(&ctx_);
+      return Fail("logging could not start: " + WlogResult("wlog_init", rc) + "; log file " +
+                  log_path_);
     }
-    wlog_set_module_name(ctx_, "quelld_sim");
+    rc = wlog_set_module_name(ctx_, "quelld_sim");
+    if (rc != 0) return Fail("logging: " + WlogResult("wlog_set_module_name", rc));
     cat_ = wlog_get_category(ctx_, "zq");
     if (cat_ == nullptr) return Fail("logging context has no category zq");
     return true;

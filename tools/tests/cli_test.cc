@@ -168,6 +168,9 @@ const Case kCases[] = {
      "quelld_sim: error: SDK library @D/sdk/libkry_sdk.so: is a directory, not a file"},
     {{"sim", "--plugin", "@D/dir"}, "", 2, false, "plug-in @D/dir: is a directory, not a file"},
     {{"sim", "--json", "@D/dir"}, "", 2, false, "JSON summary @D/dir: is a directory, not a file"},
+    {{"sim", "--log-file", "@D/heartbeat.hex/sim.log"}, "", 2, false,
+     "quelld_sim: error: logging could not start: wlog_init returned -2097019903 (0x83020401): "
+     "file open failed; log file @D/heartbeat.hex/sim.log"},
     {{"sim", "--scenario", "-"}, "user a\nlogin a\nexpect logins 1\nlogout a\n", 0, true,
      "quelld_sim: OK"},
     {{"sim", "--config", "-", "--scenario", "-"}, "", 2, false,

@@ -81,12 +81,13 @@ int main(int argc, char** argv) {
   if (ctx == nullptr) return 1;
   const int ret = wlog_init(ctx, conf.get());
   if (ret != 0) {
-    fprintf(stderr, "wlog_init failed: %d\n", ret);
+    fprintf(stderr, "wlog_init failed: %d (%s)\n", ret, wlog_error_string(ret));
     wlog_free(&ctx);
     return 1;
   }
-  wlog_set_module_name(ctx, "wlog_example");
-  wlog_set_host_name(ctx, "127.0.0.1");
+  if (wlog_set_module_name(ctx, "wlog_example") != 0 || wlog_set_host_name(ctx, "127.0.0.1") != 0) {
+    fprintf(stderr, "wlog_example: cannot set the module or host name\n");
+  }
 
   WLOGCATEGORYINST* log = wlog_get_category(ctx, "app");
   WLOG_LOG_INFO(log, "example started, pid %d", static_cast<int>(getpid()));
