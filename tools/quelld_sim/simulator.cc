@@ -855,7 +855,10 @@ class Simulation {
     j.BeginObject("plugin").Str("path", opts_.plugin).Str("version", plugin_version_);
     j.Int("id", plugin_id_).Str("host_interface", lib_.api_version()).EndObject();
     j.BeginObject("sdk").Str("dir", opts_.sdk_dir).Bool("test_double", double_seen_).EndObject();
-    j.BeginObject("scenario").Str("file", opts_.scenario.empty() ? "(built-in)" : opts_.scenario);
+    j.BeginObject("scenario")
+        .Str("file", opts_.scenario.empty()  ? "(built-in)"
+                     : opts_.scenario == "-" ? "(standard input)"
+                                             : opts_.scenario);
     j.Int("users", static_cast<int64_t>(sc_.users.size()));
     j.Int("planned_events", static_cast<int64_t>(sc_.cost.events));
     j.Int("planned_bytes", static_cast<int64_t>(sc_.cost.bytes)).EndObject();
