@@ -58,7 +58,12 @@ inline bool vix_lib_format_ok_i(const VIXMETALIB* pstLib) {
 
 /* The format check of the lookups: stores VIX_ERROR_BUILD_VERSION as the last error when the
  * library fails it. A null library fails without touching the last error. */
-bool vix_lib_usable_i(const VIXMETALIB* pstLib);
+inline bool vix_lib_usable_i(const VIXMETALIB* pstLib) {
+  if (pstLib == nullptr) return false;
+  if (vix_lib_format_ok_i(pstLib)) return true;
+  vix_set_last_error(VIX_ERROR_BUILD_VERSION);
+  return false;
+}
 
 inline const char* vix_lib_data_i(const VIXMETALIB* pstLib) {
   return reinterpret_cast<const char*>(pstLib) + sizeof(VIXMETALIB);
