@@ -328,8 +328,8 @@ int vix_save_metalib_fp_compatible(LPVIXMETALIB32 pstLib32, LPVIXMETALIB pstLib6
 
 int vix_save_metalib_compatible(LPVIXMETALIB32 pstLib32, LPVIXMETALIB pstLib64,
                                 const char* pszPath) {
-  if (pszPath == nullptr) return VIX_ERROR_INVALID_PARAM;
-  if (pstLib32 == nullptr || pstLib64 == nullptr || !vix_lib_format_ok_i(pstLib64)) {
+  if (pstLib32 == nullptr || pstLib64 == nullptr || pszPath == nullptr ||
+      !vix_lib_format_ok_i(pstLib64)) {
     return VIX_ERROR_INVALID_PARAM;
   }
   FILE* fp = fopen(pszPath, "wb");
