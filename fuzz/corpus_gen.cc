@@ -44,12 +44,14 @@ int emit(const std::string& dir, int count, CutOf cutOf) {
   return written;
 }
 
-// Metadata libraries of a few shapes: every kind of record, a 16-branch union, nested and
-// packed records, macro groups only, many small metas.
+// Small metadata libraries, one feature each (records are 304 bytes, so a library of a few
+// metas stays near 2 KiB): macros and a group only, a record using the group, nested records
+// with a count member, an index and a key, a union picked by a selector member, a 16-branch
+// union (searched by bisection), a few empty records.
 int emitMetalibs(const std::string& dir) {
   mkdir(dir.c_str(), 0755);
   int written = 0;
-  for (int shape = 0; shape < 5; ++shape) {
+  for (int shape = 0; shape < 6; ++shape) {
     VIXLIBPARAM param = {};
     param.iVersion = shape + 1;
     std::snprintf(param.szName, sizeof(param.szName), "seed%d", shape);
@@ -63,7 +65,6 @@ int emitMetalibs(const std::string& dir) {
       d.iID = id;
       d.iType = type;
       d.iPacked = packed;
-      d.pszDesc = "seed meta";
       ret |= vix_builder_begin_meta(b, &d);
     };
     auto entry = [&](const char* name, const char* type, int count, const char* refer,
@@ -83,25 +84,24 @@ int emitMetalibs(const std::string& dir) {
       ret |= vix_builder_add_entry(b, &e);
     };
     const char* cmds[] = {"C_A", "C_B", "C_C"};
-    for (int i = 0; i < 3; ++i) ret |= vix_builder_add_macro(b, cmds[i], i + 1, "cmd");
-    ret |= vix_builder_add_macrosgroup(b, "Cmd", "commands", cmds, 3);
-    if (shape == 0 || shape == 2) {
+    if (shape <= 1) {
+      for (int i = 0; i < 3; ++i) ret |= vix_builder_add_macro(b, cmds[i], 3 - i, "cmd");
+      ret |= vix_builder_add_macrosgroup(b, "Cmd", "commands", cmds, 3);
+    }
+    if (shape == 1) {
       meta("Head", 1, VIX_TYPE_STRUCT, 0);
-      entry("magic", "int16", 1, nullptr, nullptr, 1, 0, nullptr);
       entry("cmd", "uint8", 1, nullptr, nullptr, 1, 0, "Cmd");
       entry("len", "int32", 1, nullptr, nullptr, 1, 0, nullptr);
       ret |= vix_builder_end_meta(b);
-      meta("Body", 2, VIX_TYPE_UNION, 0);
-      entry("raw", "string", 16, nullptr, nullptr, 1, 0, nullptr);
-      entry("a", "Head", 1, nullptr, nullptr, 1, 1, nullptr);
-      entry("b", "double", 2, nullptr, nullptr, 2, 3, nullptr);
+    } else if (shape == 2) {
+      meta("In", 1, VIX_TYPE_STRUCT, 1);
+      entry("v", "int64", 1, nullptr, nullptr, 1, 0, nullptr);
       ret |= vix_builder_end_meta(b);
-      meta("Pkg", 3, VIX_TYPE_STRUCT, shape == 2);
-      entry("head", "Head", 1, nullptr, nullptr, 1, 0, nullptr);
-      entry("count", "int8", 1, nullptr, nullptr, 1, 0, nullptr);
-      entry("items", "datetime", 4, "count", nullptr, 1, 0, nullptr);
-      entry("body", "Body", 1, nullptr, "head.cmd", 1, 0, nullptr);
-      const char* cols[] = {"count", "head.len"};
+      meta("Out", 2, VIX_TYPE_STRUCT, 0);
+      entry("in", "In", 1, nullptr, nullptr, 1, 0, nullptr);
+      entry("n", "int8", 1, nullptr, nullptr, 1, 0, nullptr);
+      entry("items", "datetime", 2, "n", nullptr, 1, 0, nullptr);
+      const char* cols[] = {"n", "in.v"};
       VIXINDEXDESC x;
       vix_index_desc_init(&x);
       x.pszName = "ix";
@@ -112,19 +112,27 @@ int emitMetalibs(const std::string& dir) {
       ret |= vix_builder_add_index(b, &x);
       ret |= vix_builder_set_primarykey(b, cols, 1);
       ret |= vix_builder_end_meta(b);
-    } else if (shape == 1) {
+    } else if (shape == 3) {
+      meta("Body", 1, VIX_TYPE_UNION, 0);
+      entry("raw", "string", 8, nullptr, nullptr, 1, 0, nullptr);
+      entry("d", "double", 1, nullptr, nullptr, 2, 3, nullptr);
+      ret |= vix_builder_end_meta(b);
+      meta("Pkg", 2, VIX_TYPE_STRUCT, 0);
+      entry("sel", "int16", 1, nullptr, nullptr, 1, 0, nullptr);
+      entry("body", "Body", 1, nullptr, "sel", 1, 0, nullptr);
+      ret |= vix_builder_end_meta(b);
+    } else if (shape == 4) {
       meta("U", 10, VIX_TYPE_UNION, 0);
       for (int i = 0; i < 16; ++i) {
         const std::string name = "b" + std::to_string(i);
-        entry(name.c_str(), "int32", 1, nullptr, nullptr, i == 0 ? 1 : 10 * i,
+        entry(name.c_str(), "int8", 1, nullptr, nullptr, i == 0 ? 1 : 10 * i,
               i == 0 ? 0 : 10 * i + 4, nullptr);
       }
       ret |= vix_builder_end_meta(b);
-    } else if (shape == 4) {
-      for (int i = 0; i < 40; ++i) {
-        const std::string name = "Meta" + std::to_string(i * 13 % 40);
+    } else if (shape == 5) {
+      for (int i = 0; i < 4; ++i) {
+        const std::string name = "M" + std::to_string(3 - i);
         meta(name.c_str(), i * 5, VIX_TYPE_STRUCT, 0);
-        entry("v", i % 2 ? "wstring" : "ip", 2, nullptr, nullptr, 1, 0, nullptr);
         ret |= vix_builder_end_meta(b);
       }
     }

@@ -81,8 +81,12 @@ void op_entry(const VIXMETA* m, const VIXMETAENTRY* e) {
         std::strcmp(vix_get_entry_name(vix_get_entry_by_index(m, idx)), vix_get_entry_name(e)) == 0,
         "entry by name");
   }
-  // By identifier, and the union branch for the values around the entry's range.
-  for (int id : {e->iID, e->iMinId, e->iMaxId, e->iMinId - 1, e->iMaxId + 1}) {
+  // By identifier, and the union branch for the values around the entry's range (wrapping at
+  // the ends of the int range).
+  const auto step = [](int32_t v, uint32_t d) {
+    return static_cast<int32_t>(static_cast<uint32_t>(v) + d);
+  };
+  for (int id : {e->iID, e->iMinId, e->iMaxId, step(e->iMinId, ~0u), step(e->iMaxId, 1)}) {
     if (vix_get_entry_by_id(&idx, m, id) == 0) {
       check(vix_get_entry_by_index(m, idx) != nullptr, "entry by id in range");
     }

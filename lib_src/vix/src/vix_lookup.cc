@@ -370,9 +370,8 @@ const VIXMACROSGROUP* vix_get_macro_macrosgroup(const VIXMETALIB* pstLib,
   const int32_t iMacro = static_cast<int32_t>(pstMacro - pstFirst);
   for (int g = 0; g < pstLib->iCurMacrosGroupNum; ++g) {
     const VIXMACROSGROUP* pstGroup = group_at_i(pstLib, g);
-    const int32_t* piIdx = vix_lib_at_i<int32_t>(pstLib, pstGroup->ptrValueIdxMap);
     for (int k = 0; k < pstGroup->iCurMacroCount; ++k) {
-      if (piIdx[k] == iMacro) return pstGroup;
+      if (vix_lib_at_i<int32_t>(pstLib, pstGroup->ptrValueIdxMap)[k] == iMacro) return pstGroup;
     }
   }
   return nullptr;
