@@ -9,13 +9,13 @@
 
 #include <gtest/gtest.h>
 
-#include "pal_test_util.h"
+#include "zq_test/support.h"
 
 namespace {
 
-using pal_test::ReadText;
-using pal_test::TempDir;
-using pal_test::WriteText;
+using zq_test::ReadFile;
+using zq_test::TempDir;
+using zq_test::WriteFile;
 
 TEST(TfOpen, ModeFlags) {
   TempDir dir;
@@ -45,7 +45,7 @@ TEST(TfOpen, ModeFlags) {
   EXPECT_EQ(tfread(fd, &c, 1), 1);
   EXPECT_EQ(tfwrite(fd, "E", 1), 1);
   tfclose(fd);
-  EXPECT_EQ(ReadText(f), "hEllo");
+  EXPECT_EQ(ReadFile(f), "hEllo");
   tfclose(tfopen(f.c_str(), TF_MODE_WRITE | TF_MODE_TRUNCATE));
   EXPECT_EQ(tflsize(f.c_str()), 0);
 }
@@ -68,7 +68,7 @@ TEST(TfSeek, TruncateMovesOffsetAndCutsFile) {
 TEST(TfStat, PathQueriesFollowLinks) {
   TempDir dir;
   std::string f = dir.file("s"), link = dir.file("l");
-  WriteText(f, "12345");
+  WriteFile(f, "12345");
   ASSERT_EQ(symlink(f.c_str(), link.c_str()), 0);
   struct stat st;
   ASSERT_EQ(tflstat(link.c_str(), &st), 0);
@@ -94,7 +94,7 @@ TEST(TfLoad, WholeEmptyAndShortFiles) {
   std::string f = dir.file("f");
   std::string data(10000, 'q');
   data[5000] = '\0';
-  WriteText(f, data);
+  WriteFile(f, data);
   char* buf = nullptr;
   int len = 0;
   ASSERT_EQ(tflload(f.c_str(), &buf, &len), 0);
@@ -109,7 +109,7 @@ TEST(TfLoad, WholeEmptyAndShortFiles) {
   EXPECT_EQ(buf, nullptr);
   tfclose(fd);
 
-  WriteText(f, "");
+  WriteFile(f, "");
   buf = reinterpret_cast<char*>(&len);
   len = 7;
   EXPECT_EQ(tflload(f.c_str(), &buf, &len), 0);
@@ -124,15 +124,15 @@ TEST(TfCopy, BlocksAndOverwrite) {
   std::string src = dir.file("src"), dst = dir.file("dst");
   std::string data;
   for (int i = 0; i < 3 * TF_COPY_BLOCK + 123; ++i) data.push_back(static_cast<char>(i * 7));
-  WriteText(src, data);
+  WriteFile(src, data);
   ASSERT_EQ(tfcopy(dst.c_str(), src.c_str(), 0), 0);
-  EXPECT_EQ(ReadText(dst), data);
+  EXPECT_EQ(ReadFile(dst), data);
 
-  WriteText(src, "new");
+  WriteFile(src, "new");
   EXPECT_EQ(tfcopy(dst.c_str(), src.c_str(), 0), -1);
-  EXPECT_EQ(ReadText(dst), data);
+  EXPECT_EQ(ReadFile(dst), data);
   EXPECT_EQ(tfcopy(dst.c_str(), src.c_str(), 1), 0);
-  EXPECT_EQ(ReadText(dst), "new");  // truncated, not overlaid
+  EXPECT_EQ(ReadFile(dst), "new");  // truncated, not overlaid
   EXPECT_EQ(tfcopy(dst.c_str(), dir.file("missing").c_str(), 1), -1);
   EXPECT_EQ(tfcopy(dir.file("no/dir").c_str(), src.c_str(), 1), -1);
 }
@@ -152,7 +152,7 @@ int ChildTryLock(const std::string& path, long start, long length) {
 TEST(TfLock, WriteLockExcludesOtherProcesses) {
   TempDir dir;
   std::string f = dir.file("lock");
-  WriteText(f, std::string(100, 'x'));
+  WriteFile(f, std::string(100, 'x'));
   int fd = tfopen(f.c_str(), TF_MODE_READ | TF_MODE_WRITE);
   ASSERT_EQ(tflock(fd, 10, 10, 1), 0);
   EXPECT_EQ(ChildTryLock(f, 15, 1), 1);

@@ -11,11 +11,11 @@
 #include <gtest/gtest.h>
 
 #include "pal/tsocket.h"
-#include "pal_test_util.h"
+#include "zq_test/support.h"
 
 namespace {
 
-using pal_test::TempDir;
+using zq_test::TempDir;
 
 int LocalPort(int fd) {
   struct sockaddr_in sin;

@@ -20,13 +20,13 @@
 #include <gtest/gtest.h>
 
 #include "pal/tfile.h"
-#include "pal_test_util.h"
+#include "zq_test/support.h"
 
 namespace {
 
-using pal_test::ReadText;
-using pal_test::TempDir;
-using pal_test::WriteText;
+using zq_test::ReadFile;
+using zq_test::TempDir;
+using zq_test::WriteFile;
 
 bool IsDir(const std::string& p) {
   struct stat st;
@@ -76,7 +76,7 @@ TEST(TosMkdir, CreatesMissingParents) {
   EXPECT_EQ(tos_mkdir(dir.file("x/y/").c_str()), 0);
   EXPECT_TRUE(IsDir(dir.file("x/y")));
 
-  WriteText(dir.file("file"), "x");
+  WriteFile(dir.file("file"), "x");
   EXPECT_EQ(tos_mkdir(dir.file("file/sub/deeper").c_str()), -1);
   EXPECT_EQ(tos_mkdir(""), -1);
   std::string too_long = dir.path() + "/" + std::string(TOS_MAX_PATH, 'a');
@@ -130,11 +130,11 @@ TEST(TosPid, FilesAndExecutableChecks) {
   TempDir dir;
   std::string f = dir.file("pid");
   ASSERT_EQ(tos_write_pid(f.c_str()), 0);
-  EXPECT_EQ(ReadText(f), std::to_string(getpid()) + "\n");
+  EXPECT_EQ(ReadFile(f), std::to_string(getpid()) + "\n");
   EXPECT_EQ(tos_read_pid(f.c_str()), static_cast<int>(getpid()));
-  WriteText(f, "  42 trailing");
+  WriteFile(f, "  42 trailing");
   EXPECT_EQ(tos_read_pid(f.c_str()), 42);
-  WriteText(f, "none");
+  WriteFile(f, "none");
   EXPECT_EQ(tos_read_pid(f.c_str()), -1);
   EXPECT_EQ(tos_read_pid(dir.file("missing").c_str()), -1);
 
@@ -162,17 +162,17 @@ TEST(TosTimedWait, GoneOrTimeout) {
 // Runs in a forked test process that ignores SIGCHLD, so stopped children do not linger
 // as zombies (which kill(pid, 0) would still see).
 TEST(TosKillPrev, StopsOnlyAMatchingProcess) {
+  TempDir dir;  // made here: the child ends with _exit and removes nothing
   EXPECT_EXIT(
       {
         signal(SIGCHLD, SIG_IGN);
-        TempDir dir;
         std::string pidfile = dir.file("p.pid");
         pid_t pid = SpawnSleeper(false);
-        WriteText(pidfile, std::to_string(pid) + "\n");
+        WriteFile(pidfile, std::to_string(pid) + "\n");
         bool ok = tos_kill_prev(pidfile.c_str(), "no-such-program", 1) == 0 && Alive(pid);
         ok = ok && tos_kill_prev(pidfile.c_str(), SelfName().c_str(), 10) == 0 && !Alive(pid);
         pid_t stubborn = SpawnSleeper(true);
-        WriteText(pidfile, std::to_string(stubborn));
+        WriteFile(pidfile, std::to_string(stubborn));
         ok = ok && tos_kill_prev(pidfile.c_str(), SelfName().c_str(), 1) == -1 &&
              errno == ETIMEDOUT && Alive(stubborn);
         kill(stubborn, SIGKILL);
@@ -186,7 +186,7 @@ TEST(TosSendSignal, SignalsOnlyTheNamedProgram) {
   TempDir dir;
   std::string pidfile = dir.file("p");
   pid_t child = SpawnSleeper(false);
-  WriteText(pidfile, std::to_string(child));
+  WriteFile(pidfile, std::to_string(child));
   pid_t got = 0;
   EXPECT_EQ(tos_send_signal(pidfile.c_str(), "no-such-program", SIGUSR1, &got), -1);
   EXPECT_EQ(errno, EINVAL);
@@ -211,7 +211,7 @@ std::vector<int> RunDaemon(const std::string& path) {
     for (int i = 0; i < 5000 && getppid() != reaper; ++i) usleep(1000);
     struct sigaction sa;
     sigaction(SIGTERM, nullptr, &sa);
-    WriteText("daemon.out",
+    WriteFile("daemon.out",
               std::to_string(getsid(0) != sid_before) + std::to_string(getsid(0) != getpid()) +
                   std::to_string(sa.sa_handler == SIG_IGN) + std::to_string(umask(0)));
     _exit(0);
@@ -227,7 +227,7 @@ TEST(TosMakeDaemon, DetachesIntoTheDirectory) {
   TempDir dir;
   EXPECT_EQ(RunDaemon(dir.path()), (std::vector<int>{0, 0, 0}));
   // new session, not its leader, SIGTERM ignored, umask 0
-  EXPECT_EQ(ReadText(dir.file("daemon.out")), "1110");
+  EXPECT_EQ(ReadFile(dir.file("daemon.out")), "1110");
 }
 
 TEST(TosMakeDaemon, ExitsWithTwoWhenTheDirectoryIsMissing) {

@@ -16,7 +16,7 @@ using wlog_test::init_ctx;
 using wlog_test::inner;
 using wlog_test::log_text;
 using wlog_test::make_conf;
-using wlog_test::StdoutCapture;
+using zq_test::StdoutCapture;
 
 namespace {
 
@@ -162,7 +162,7 @@ TEST(WlogLogHex, ConvertsAndHandlesTheBoundary) {
 }
 
 TEST(WlogLog, BinaryMessageGetsHead) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   auto conf = make_conf();
   add_file_category(conf.get(), "bin", dir.file("bin.log"), "ignored %m");
   add_file_category(conf.get(), "raw", dir.file("raw.log"))
@@ -178,7 +178,7 @@ TEST(WlogLog, BinaryMessageGetsHead) {
   ASSERT_EQ(0, wlog_category_log(c, &evt));
   ASSERT_EQ(0, wlog_category_log(wlog_get_category(ctx.get(), "raw"), &evt));
 
-  const std::string data = wlog_test::read_file(dir.file("bin.log"));
+  const std::string data = zq_test::ReadFile(dir.file("bin.log"));
   ASSERT_EQ(90u, data.size());
   const unsigned char head[40] = {
       1,    '7',  0,    40,   0, 0, 0, 5,                 // version .. body length
@@ -187,7 +187,7 @@ TEST(WlogLog, BinaryMessageGetsHead) {
       0,    0,    0,    3,    0, 0, 0, 4,   0, 0, 0, 0};  // type, body version, sum
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(head), 40), data.substr(45, 40));
   EXPECT_EQ("hello", data.substr(85));
-  EXPECT_EQ("hello", wlog_test::read_file(dir.file("raw.log")));
+  EXPECT_EQ("hello", zq_test::ReadFile(dir.file("raw.log")));
 }
 
 TEST(WlogCategorySettings, FormatPriorityAndFixedTime) {
@@ -305,7 +305,7 @@ TEST(WlogCApi, MacrosWorkFromC) {
 }
 
 TEST(WlogVec, ElementsFilterByIdAndStopAtABadElement) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   auto conf = make_conf();
   WLOGDEVVEC& dev =
       add_term_category(conf.get(), "vec", "<%U>", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
@@ -328,8 +328,8 @@ TEST(WlogVec, ElementsFilterByIdAndStopAtABadElement) {
   EXPECT_EQ(2, wlogvec_writev(&vec, 1999, 0, &piece, 1));
   EXPECT_EQ(1, wlogvec_writev(&vec, 999, 0, &piece, 1));
   ctx.reset();
-  EXPECT_EQ("<1500>;r;", wlog_test::read_file(dir.file("e0.log")));
-  EXPECT_EQ("<1500>;<2000>;r;r;", wlog_test::read_file(dir.file("e1.log")));
+  EXPECT_EQ("<1500>;r;", zq_test::ReadFile(dir.file("e0.log")));
+  EXPECT_EQ("<1500>;<2000>;r;r;", zq_test::ReadFile(dir.file("e1.log")));
 
   dev.astElements[1].iType = WLOG_DEV_TERM;  // neither file nor network
   WLOGVEC bad;

@@ -17,9 +17,9 @@ using wlog_test::init_ctx;
 using wlog_test::inner;
 using wlog_test::log_text;
 using wlog_test::make_conf;
-using wlog_test::read_file;
-using wlog_test::StdoutCapture;
-using wlog_test::TempDir;
+using zq_test::ReadFile;
+using zq_test::StdoutCapture;
+using zq_test::TempDir;
 
 namespace {
 
@@ -129,7 +129,7 @@ TEST(WlogInit, AppenderFailureSuppressionMustSucceedAndDelay) {
   ASSERT_TRUE(ctx);
   EXPECT_NE(0, access(dir.file("ok.log").c_str(), F_OK));
   log_text(wlog_get_category(ctx.get(), "ok"), 0, "first");
-  EXPECT_EQ("first\n", read_file(dir.file("ok.log")));
+  EXPECT_EQ("first\n", ReadFile(dir.file("ok.log")));
 }
 
 TEST(WlogContext, HostModuleNamesPatternAndForward) {
@@ -194,7 +194,7 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
   EXPECT_EQ(&conf->astCategoryList[6], inner(sub)->pstCat);
   EXPECT_EQ(7, conf->iCount);
   log_text(sub, 0, "hello");
-  EXPECT_EQ("sub:hello\n", read_file(d + "app_" + local_time("%Y", time(nullptr)) + "_sub.log"));
+  EXPECT_EQ("sub:hello\n", ReadFile(d + "app_" + local_time("%Y", time(nullptr)) + "_sub.log"));
   for (int i = 1; i < 4; ++i) {
     const std::string child = "sub" + std::to_string(i);
     WLOGCLONEOPTION opt = {child.c_str(), "sub", "log"};
@@ -283,7 +283,7 @@ TEST(WlogBill, LinesWithTimeLongLineCutAndClockOverride) {
   EXPECT_EQ(nullptr, bill);
   EXPECT_EQ(-1, wlog_bill_fini(&bill));
 
-  const std::string data = read_file(dir.file("bill.log"));
+  const std::string data = ReadFile(dir.file("bill.log"));
   const std::string first = local_time("%Y%m%d-%H:%M:%S | ", 1700000000) + "user=ann gold=7\n";
   ASSERT_EQ(first.size() + 8192 + 3, data.size());
   EXPECT_EQ(first, data.substr(0, first.size()));

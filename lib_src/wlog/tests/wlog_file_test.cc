@@ -16,10 +16,10 @@
 
 namespace {
 
-using wlog_test::read_file;
-using wlog_test::StdoutCapture;
-using wlog_test::TempDir;
-using wlog_test::write_file;
+using zq_test::ReadFile;
+using zq_test::StdoutCapture;
+using zq_test::TempDir;
+using zq_test::WriteFile;
 
 // A settable clock for the appender; restored to time() when the guard goes away.
 time_t g_now = 0;
@@ -63,16 +63,16 @@ TEST(WlogFileRotate, NumberedFilesAreUsedInTurnAndTruncatedOnReuse) {
   ASSERT_EQ(0, wlogfile_init(&f, &one));
   for (const char* s : {"aaaaaa\n", "bbbbbb\n", "cc\n"}) EXPECT_EQ(0, Put(&f, s));
   wlogfile_fini(&f);
-  EXPECT_EQ("bbbbbb\ncc\n", read_file(dir.file("one.log")));
+  EXPECT_EQ("bbbbbb\ncc\n", ReadFile(dir.file("one.log")));
   EXPECT_FALSE(Exists(dir.file("one.log.1")));
 
   WLOGDEVFILE three = Dev(dir.file("app.log"), 8, 3);
   ASSERT_EQ(0, wlogfile_init(&f, &three));
   for (int i = 1; i <= 4; ++i) EXPECT_EQ(0, Put(&f, "line" + std::to_string(i) + "xx\n"));
   wlogfile_fini(&f);
-  EXPECT_EQ("line4xx\n", read_file(dir.file("app.log")));
-  EXPECT_EQ("line2xx\n", read_file(dir.file("app.log.1")));
-  EXPECT_EQ("line3xx\n", read_file(dir.file("app.log.2")));
+  EXPECT_EQ("line4xx\n", ReadFile(dir.file("app.log")));
+  EXPECT_EQ("line2xx\n", ReadFile(dir.file("app.log.1")));
+  EXPECT_EQ("line3xx\n", ReadFile(dir.file("app.log.2")));
   EXPECT_FALSE(Exists(dir.file("app.log.3")));
 }
 
@@ -81,7 +81,7 @@ TEST(WlogFileRotate, InitAppendsToTheNewestFileByModificationTime) {
   const int mtimes[] = {1000, 3000, 2000};
   for (int i = 0; i < 3; ++i) {
     const std::string p = dir.file(i == 0 ? "app.log" : "app.log." + std::to_string(i));
-    write_file(p, i == 1 ? "one\n" : "x\n");
+    WriteFile(p, i == 1 ? "one\n" : "x\n");
     struct timeval tv[2] = {{mtimes[i], 0}, {mtimes[i], 0}};
     ASSERT_EQ(0, utimes(p.c_str(), tv));
   }
@@ -91,7 +91,7 @@ TEST(WlogFileRotate, InitAppendsToTheNewestFileByModificationTime) {
   EXPECT_EQ(dir.file("app.log.1"), f.stInst.szPath);
   EXPECT_EQ(0, Put(&f, "more\n"));
   wlogfile_fini(&f);
-  EXPECT_EQ("one\nmore\n", read_file(dir.file("app.log.1")));
+  EXPECT_EQ("one\nmore\n", ReadFile(dir.file("app.log.1")));
 
   // Tracked size starts at the existing size: the next rotation comes when it is full.
   d.dwSizeLimit = 12;
@@ -99,7 +99,7 @@ TEST(WlogFileRotate, InitAppendsToTheNewestFileByModificationTime) {
   EXPECT_EQ(9u, f.stInst.iTail);
   EXPECT_EQ(0, Put(&f, "abcd\n"));
   wlogfile_fini(&f);
-  EXPECT_EQ("abcd\n", read_file(dir.file("app.log.2")));
+  EXPECT_EQ("abcd\n", ReadFile(dir.file("app.log.2")));
 
   d.iNoFindLatest = 1;  // without the search the appender starts at the bare name
   ASSERT_EQ(0, wlogfile_init(&f, &d));
@@ -122,9 +122,9 @@ TEST(WlogFileRotate, BillModeAppendsToNewestAndNeverReuses) {
   EXPECT_EQ(0, Put(&f, "f\n"));
   EXPECT_EQ(0, Put(&f, "gggg\n"));
   wlogfile_fini(&f);
-  EXPECT_EQ("dddd\n", read_file(dir.file("app.log")));
-  EXPECT_EQ("eeee\nf\n", read_file(dir.file("app.log.1")));
-  EXPECT_EQ("gggg\n", read_file(dir.file("app.log.2")));
+  EXPECT_EQ("dddd\n", ReadFile(dir.file("app.log")));
+  EXPECT_EQ("eeee\nf\n", ReadFile(dir.file("app.log.1")));
+  EXPECT_EQ("gggg\n", ReadFile(dir.file("app.log.2")));
   EXPECT_FALSE(Exists(dir.file("app.log.3")));
 }
 
@@ -137,15 +137,15 @@ TEST(WlogFileRotate, StickyRotationKeepsTheBareNameCurrent) {
   for (const char* s : {"L1\n", "L2\n", "L3\n", "L4\n", "L5\n"}) EXPECT_EQ(0, Put(&f, s));
   wlogfile_fini(&f);
   EXPECT_EQ(dir.file("app.log"), f.stInst.szPath);
-  EXPECT_EQ("L5\n", read_file(dir.file("app.log")));
-  EXPECT_EQ("L4\n", read_file(dir.file("app.log.1")));
-  EXPECT_EQ("L3\n", read_file(dir.file("app.log.2")));
+  EXPECT_EQ("L5\n", ReadFile(dir.file("app.log")));
+  EXPECT_EQ("L4\n", ReadFile(dir.file("app.log.1")));
+  EXPECT_EQ("L3\n", ReadFile(dir.file("app.log.2")));
   EXPECT_FALSE(Exists(dir.file("app.log.3")));
 
   ASSERT_EQ(0, wlogfile_init(&f, &d));  // started again: appends to the bare name
   EXPECT_EQ(0, Put(&f, "x"));
   wlogfile_fini(&f);
-  EXPECT_EQ("L5\nx", read_file(dir.file("app.log")));
+  EXPECT_EQ("L5\nx", ReadFile(dir.file("app.log")));
 }
 
 TEST(WlogFilePeriod, NewHourSwitchesToIndexZeroOfTheNewName) {
@@ -166,9 +166,9 @@ TEST(WlogFilePeriod, NewHourSwitchesToIndexZeroOfTheNewName) {
   EXPECT_EQ(0, Put(&f, "d\n"));  // fits the size limit: only the period switches files
   wlogfile_fini(&f);
   const std::string second = dir.path() + Strftime("/log_%Y%m%d%H", hour + 3600);
-  EXPECT_EQ("aaaa\n", read_file(first));
-  EXPECT_EQ("bbbb\nc\n", read_file(first + ".1"));
-  EXPECT_EQ("d\n", read_file(second));
+  EXPECT_EQ("aaaa\n", ReadFile(first));
+  EXPECT_EQ("bbbb\nc\n", ReadFile(first + ".1"));
+  EXPECT_EQ("d\n", ReadFile(second));
   EXPECT_FALSE(Exists(second + ".1"));
 }
 
@@ -185,8 +185,8 @@ TEST(WlogFilePeriod, BillModeStartsEachPeriodOnTheBareNameInANewDirectory) {
   g_now = day + 1;
   EXPECT_EQ(0, Put(&f, "s1\n"));
   wlogfile_fini(&f);
-  EXPECT_EQ("s0\n", read_file(dir.path() + Strftime("/%S/bill.log", day)));
-  EXPECT_EQ("s1\n", read_file(dir.path() + Strftime("/%S/bill.log", day + 1)));
+  EXPECT_EQ("s0\n", ReadFile(dir.path() + Strftime("/%S/bill.log", day)));
+  EXPECT_EQ("s1\n", ReadFile(dir.path() + Strftime("/%S/bill.log", day + 1)));
 }
 
 TEST(WlogFileFlush, BufferedDataWaitsForTheSyncInterval) {
@@ -197,24 +197,24 @@ TEST(WlogFileFlush, BufferedDataWaitsForTheSyncInterval) {
   WLOGFILE f;
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   EXPECT_EQ(0, Put(&f, "one\n"));  // interval 0: flushed at once
-  EXPECT_EQ("one\n", read_file(dir.file("app.log")));
+  EXPECT_EQ("one\n", ReadFile(dir.file("app.log")));
   wlogfile_fini(&f);
 
   d.iSyncTime = 60;
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   g_now += 59;
   EXPECT_EQ(0, Put(&f, "two\n"));
-  EXPECT_EQ("one\n", read_file(dir.file("app.log")));
+  EXPECT_EQ("one\n", ReadFile(dir.file("app.log")));
   EXPECT_EQ(1, f.stInst.fDirty);
   g_now += 1;
   EXPECT_EQ(0, Put(&f, "three\n"));
-  EXPECT_EQ("one\ntwo\nthree\n", read_file(dir.file("app.log")));
+  EXPECT_EQ("one\ntwo\nthree\n", ReadFile(dir.file("app.log")));
   EXPECT_EQ(0, Put(&f, "four\n"));
   EXPECT_EQ(0, wlogfile_sync(&f));
-  EXPECT_EQ("one\ntwo\nthree\nfour\n", read_file(dir.file("app.log")));
+  EXPECT_EQ("one\ntwo\nthree\nfour\n", ReadFile(dir.file("app.log")));
   EXPECT_EQ(0, Put(&f, "five\n"));
   EXPECT_EQ(0, wlogfile_fini(&f));
-  EXPECT_EQ("one\ntwo\nthree\nfour\nfive\n", read_file(dir.file("app.log")));
+  EXPECT_EQ("one\ntwo\nthree\nfour\nfive\n", ReadFile(dir.file("app.log")));
 }
 
 TEST(WlogFileWrite, PiecesAreOneRecordAndAreNeverSplit) {
@@ -237,9 +237,9 @@ TEST(WlogFileWrite, PiecesAreOneRecordAndAreNeverSplit) {
   EXPECT_EQ(-1, wlogfile_writev(nullptr, v, 1));
   EXPECT_EQ(-1, wlogfile_write(&f, "x", 0));
   wlogfile_fini(&f);
-  EXPECT_EQ("[pre] msg\n", read_file(dir.file("app.log")));
-  EXPECT_EQ("msg\n", read_file(dir.file("app.log.1")));
-  EXPECT_EQ(big, read_file(dir.file("app.log.2")));
+  EXPECT_EQ("[pre] msg\n", ReadFile(dir.file("app.log")));
+  EXPECT_EQ("msg\n", ReadFile(dir.file("app.log.1")));
+  EXPECT_EQ(big, ReadFile(dir.file("app.log.2")));
 }
 
 TEST(WlogFileOpen, MissingDirectoriesAreCreatedAndFailuresRetried) {
@@ -251,20 +251,20 @@ TEST(WlogFileOpen, MissingDirectoriesAreCreatedAndFailuresRetried) {
   // Directory removed under a running appender: the rotation creates it again.
   ASSERT_EQ(0, system(("rm -rf " + dir.file("a")).c_str()));
   EXPECT_EQ(0, Put(&f, "cd\n"));
-  EXPECT_EQ("cd\n", read_file(dir.file("a/b/app.log.1")));
+  EXPECT_EQ("cd\n", ReadFile(dir.file("a/b/app.log.1")));
   // A plain file in the way: that write fails, the next one tries again.
   ASSERT_EQ(0, system(("rm -rf " + dir.file("a/b")).c_str()));
-  write_file(dir.file("a/b"), "");
+  WriteFile(dir.file("a/b"), "");
   EXPECT_EQ(-1, Put(&f, "ef\n"));
   ASSERT_EQ(0, unlink(dir.file("a/b").c_str()));
   EXPECT_EQ(0, Put(&f, "gh\n"));
   wlogfile_fini(&f);
-  EXPECT_EQ("gh\n", read_file(dir.file("a/b/app.log.2")));
+  EXPECT_EQ("gh\n", ReadFile(dir.file("a/b/app.log.2")));
 }
 
 TEST(WlogFileOpen, UnopenableFileGivesTheErrorCodeAndMessage) {
   TempDir dir;
-  write_file(dir.file("plain"), "not a directory\n");
+  WriteFile(dir.file("plain"), "not a directory\n");
   const std::string path = dir.file("plain/app.log");
   WLOGDEVFILE d = Dev(path, 0, 1);
   WLOGFILE f;

@@ -1,5 +1,5 @@
-// Helpers for the logging library's tests: temporary directories, files, capture of standard
-// output, and configurations built in code.
+// Helpers for the logging library's tests: configurations built in code, contexts and log calls.
+// Temporary directories, file text and output capture come from zq_test_support.
 #ifndef WLOG_TESTS_WLOG_TEST_UTIL_H
 #define WLOG_TESTS_WLOG_TEST_UTIL_H
 
@@ -12,60 +12,9 @@
 #include <gtest/gtest.h>
 
 #include "wlog/wlog.h"
+#include "zq_test/support.h"
 
 namespace wlog_test {
-
-// A fresh directory under /tmp, removed with its files at scope end.
-class TempDir {
- public:
-  TempDir() {
-    char tmpl[] = "/tmp/wlog_test_XXXXXX";
-    const char* p = mkdtemp(tmpl);
-    path_ = p != nullptr ? p : "";
-  }
-  ~TempDir() {
-    if (!path_.empty() && system(("rm -rf '" + path_ + "'").c_str()) != 0) perror("rm");
-  }
-  const std::string& path() const { return path_; }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
-
-inline std::string read_file(const std::string& path) {
-  std::string out;
-  FILE* fp = fopen(path.c_str(), "rb");
-  if (fp == nullptr) return out;
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), fp)) > 0) out.append(buf, n);
-  fclose(fp);
-  return out;
-}
-
-inline void write_file(const std::string& path, const std::string& text) {
-  FILE* fp = fopen(path.c_str(), "wb");
-  if (fp == nullptr) return;
-  fwrite(text.data(), 1, text.size(), fp);
-  fclose(fp);
-}
-
-// Standard output (fd 1 and stdout) captured until Stop().
-class StdoutCapture {
- public:
-  StdoutCapture() { testing::internal::CaptureStdout(); }
-  ~StdoutCapture() { Stop(); }
-  std::string Stop() {
-    if (active_) text_ = testing::internal::GetCapturedStdout();
-    active_ = false;
-    return text_;
-  }
-
- private:
-  bool active_ = true;
-  std::string text_;
-};
 
 // Configurations are large (every category embeds every device description): heap only.
 inline std::unique_ptr<WLOGCONF> make_conf() {

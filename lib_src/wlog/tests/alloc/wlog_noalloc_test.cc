@@ -65,7 +65,7 @@ using wlog_test::add_term_category;
 using wlog_test::make_conf;
 
 TEST(WlogNoAlloc, LogPathAllocatesNothing) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   auto conf = make_conf();
   conf->iPriorityLow = WLOG_PRIORITY_DEBUG;
   WLOGCATEGORY* file =
@@ -104,7 +104,7 @@ TEST(WlogNoAlloc, LogPathAllocatesNothing) {
   wlog_fini(ctx);
   wlog_free(&ctx);
   EXPECT_NE(std::string::npos,
-            wlog_test::read_file(dir.file("run.log")).find("player alice entered world 1999"));
+            zq_test::ReadFile(dir.file("run.log")).find("player alice entered world 1999"));
 }
 
 TEST(WlogNoAlloc, CounterSeesAllocations) {
