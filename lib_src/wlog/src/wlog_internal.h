@@ -44,10 +44,20 @@ const WLOGANYOPS* wlogany_find_ops_i(int iType);
 /* Every row in table order; *piCount receives the count. */
 const WLOGANYOPS* wlogany_all_ops_i(int* piCount);
 
-/* Layout through the category's compiled-pattern cache: output identical to
- * wlog_layout_format(pstEvt, pszPattern). */
+/* Layout of a category write through the category's compiled pattern (rebuilt when the
+ * pattern text changes): output identical to wlog_layout_format(pstEvt, pszFormat). pszFormat
+ * is a configured szFormat field: at most WLOG_FORMAT_LEN characters of it are read. */
 void wlog_layout_format_cached_i(WLOGLAYOUTCACHE* pstCache, WLOGEVENTBASE* pstEvt,
-                                 const char* pszPattern);
+                                 const char* pszFormat);
+
+/* Priority names: one table, index = priority / 100 (truncating), out of range "UNKNOWN". The
+ * layout prints a name left-aligned in WLOG_PRIORITY_PAD columns. */
+#define WLOG_PRIORITY_PAD 8
+typedef struct tagWlogPriorityName {
+  char szName[WLOG_PRIORITY_PAD];
+  int iLen;
+} WLOGPRIORITYNAME;
+const WLOGPRIORITYNAME* wlog_priority_name_i(int iPriority);
 
 /* Context owning an inner instance (from its iIndex). */
 WLOGCTX* wlog_get_context_i(WLOGCATEGORYINNERINST* pstInst);
