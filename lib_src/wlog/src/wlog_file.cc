@@ -24,6 +24,7 @@
 #include "pal/tos.h"
 #include "wlog/wlog.h"
 #include "wlog_clock.h"
+#include "wlog_internal.h"
 
 namespace {
 
@@ -330,10 +331,13 @@ int wlogfile_fini(WLOGFILE* f) {
   return ret;
 }
 
-int wlogfile_is_bill(WLOGFILE* f) {
-  if (f == nullptr || f->pstDev == nullptr) return 0;
-  const WLOGDEVFILE* dev = f->pstDev;
+int wlogfile_dev_is_bill_i(const WLOGDEVFILE* dev) {
   const bool bill = dev->iBuffSize == 0 && dev->iMaxRotate == 0 && dev->iPrecision == 1 &&
                     dev->iRotateStick == 0 && dev->iSyncTime == 0;
   return bill ? 1 : 0;
+}
+
+int wlogfile_is_bill(WLOGFILE* f) {
+  if (f == nullptr || f->pstDev == nullptr) return 0;
+  return wlogfile_dev_is_bill_i(f->pstDev);
 }

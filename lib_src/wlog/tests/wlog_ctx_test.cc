@@ -10,8 +10,8 @@
 #include "wlog/wlog.h"
 #include "wlog_test_util.h"
 
+using wlog_test::add_category;
 using wlog_test::add_file_category;
-using wlog_test::add_term_category;
 using wlog_test::CtxPtr;
 using wlog_test::init_ctx;
 using wlog_test::inner;
@@ -52,9 +52,9 @@ TEST(WlogInit, BadMagicLeavesContextUntouched) {
 
 TEST(WlogInit, DefaultsLinksAndLookups) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "net");
-  add_term_category(conf.get(), "net.io");
-  WLOGCATEGORY* fwd = add_term_category(conf.get(), "io.x");  // no category "io": no parent
+  add_category(conf.get(), "net");
+  add_category(conf.get(), "net.io");
+  WLOGCATEGORY* fwd = add_category(conf.get(), "io.x");  // no category "io": no parent
   snprintf(fwd->szForwardCat, sizeof(fwd->szForwardCat), "NET.IO");
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
@@ -87,10 +87,9 @@ TEST(WlogInit, ForwardLoopsAreRefused) {
   for (int kind = 1; kind <= 2; ++kind) {
     auto conf = make_conf();
     conf->iDelayInit = 1;
-    WLOGCATEGORY* a = add_term_category(conf.get(), "a");
+    WLOGCATEGORY* a = add_category(conf.get(), "a");
     snprintf(a->szForwardCat, sizeof(a->szForwardCat), "b");
-    WLOGCATEGORY* b =
-        add_term_category(conf.get(), "b", "", kind == 1 ? WLOG_DEV_TERM : WLOG_DEV_MEM);
+    WLOGCATEGORY* b = add_category(conf.get(), "b", "", kind == 1 ? WLOG_DEV_TERM : WLOG_DEV_MEM);
     if (kind == 1) snprintf(b->szForwardCat, sizeof(b->szForwardCat), "a");
     StdoutCapture cap;
     int ret = 0;
@@ -104,7 +103,7 @@ TEST(WlogInit, AppenderFailureSuppressionMustSucceedAndDelay) {
   TempDir dir;
   auto conf = make_conf();
   add_file_category(conf.get(), "ok", dir.file("ok.log"), "%m\n");
-  add_term_category(conf.get(), "odd", "", 99);  // no such device
+  add_category(conf.get(), "odd", "", 99);  // no such device
   int ret = 0;
   StdoutCapture cap;
   EXPECT_FALSE(init_ctx(conf.get(), &ret));
@@ -135,8 +134,8 @@ TEST(WlogInit, AppenderFailureSuppressionMustSucceedAndDelay) {
 TEST(WlogContext, HostModuleNamesPatternAndForward) {
   TempDir dir;
   auto conf = make_conf();
-  add_term_category(conf.get(), "a", "%h/%M %m;");
-  add_term_category(conf.get(), "b", "B%m;");
+  add_category(conf.get(), "a", "%h/%M %m;");
+  add_category(conf.get(), "b", "B%m;");
   add_file_category(conf.get(), "f", dir.file("a.log"));
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
@@ -150,9 +149,9 @@ TEST(WlogContext, HostModuleNamesPatternAndForward) {
   EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_LOOP), wlog_set_category_forward(b, a));
   EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_LOOP), wlog_set_category_forward(a, a));
   EXPECT_EQ(-1, wlog_set_category_forward(a, nullptr));
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   log_text(a, 0, "m");
-  EXPECT_EQ("10.0.0.9/zone m;Bm;", cap.Stop());
+  EXPECT_EQ("10.0.0.9/zone m;Bm;", cap.Take());
   wlog_set_host_name(ctx.get(), std::string(300, 'h').c_str());
   EXPECT_EQ(127u, strlen(ctx->szHostName));
 
@@ -168,14 +167,14 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
   const char* renamed[] = {"app_%Y_sub.log", "sub.log", "a.b/sub.log", "x:sub.log"};
   for (const char* f : files) add_file_category(conf.get(), f, d + f, "%c:%m\n");
   mkdir((d + "a.b").c_str(), 0700);
-  WLOGDEVVEC& v = add_term_category(conf.get(), "vec", "", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
+  WLOGDEVVEC& v = add_category(conf.get(), "vec", "", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
   v.iCount = 3;
   v.astElements[0].iType = WLOG_DEV_FILE;
   snprintf(v.astElements[0].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%sa.log", d.c_str());
   v.astElements[1].iType = WLOG_DEV_NET;
   v.astElements[2].iType = WLOG_DEV_FILE;
   snprintf(v.astElements[2].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%sb", d.c_str());
-  WLOGDEVMEM& m = add_term_category(conf.get(), "mem", "", WLOG_DEV_MEM)->stDevice.stDevice.stMem;
+  WLOGDEVMEM& m = add_category(conf.get(), "mem", "", WLOG_DEV_MEM)->stDevice.stDevice.stMem;
   snprintf(m.szUri, WLOGMEM_STRING_LEN, "wsm-data://ring");
   snprintf(m.szPattern, WLOGMEM_STRING_LEN, "%sdump.txt", d.c_str());
   conf->iDelayInit = 1;
@@ -219,7 +218,7 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
 
 TEST(WlogClone, ContextHoldsAtMost512) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "root", "", WLOG_DEV_NO);
+  add_category(conf.get(), "root", "", WLOG_DEV_NO);
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* root = wlog_get_category(ctx.get(), "root");
@@ -233,7 +232,7 @@ TEST(WlogClone, ContextHoldsAtMost512) {
 
 TEST(WlogReload, ReinitialisesAppendersAndRefreshesClones) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "t", "[%m]");
+  add_category(conf.get(), "t", "[%m]");
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* t = wlog_get_category(ctx.get(), "t");
@@ -244,7 +243,7 @@ TEST(WlogReload, ReinitialisesAppendersAndRefreshesClones) {
   auto next = make_conf();
   next->iPriorityHigh = WLOG_PRIORITY_ALERT;
   next->iPriorityLow = WLOG_PRIORITY_INFO;
-  WLOGCATEGORY* nt = add_term_category(next.get(), "t", "ignored");
+  WLOGCATEGORY* nt = add_category(next.get(), "t", "ignored", WLOG_DEV_TERM);
   nt->stDevice.stDevice.stTerm.iStdType = 2;  // the new description: an unusable stream
   EXPECT_EQ(-1, wlog_reload(ctx.get(), nullptr));
   ASSERT_EQ(0, wlog_reload(ctx.get(), next.get()));
@@ -254,10 +253,10 @@ TEST(WlogReload, ReinitialisesAppendersAndRefreshesClones) {
   EXPECT_EQ(&conf->astCategoryList[0], inner(t)->pstCat);  // the record in use stays
   EXPECT_EQ(WLOG_PRIORITY_WARN, inner(t2)->pstCat->iPriorityLow);
 
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   log_text(t, 0, "old-stream");  // now goes to the unusable stream
   log_text(t2, 0, "clone");
-  EXPECT_EQ("[clone]", cap.Stop());
+  EXPECT_EQ("[clone]", cap.Take());
 }
 
 TEST(WlogBill, LinesWithTimeLongLineCutAndClockOverride) {
@@ -298,7 +297,7 @@ TEST(WlogBill, BillCategoryLookup) {
   bill->stDevice.stDevice.stFile.iMaxRotate = 0;
   bill->stDevice.stDevice.stFile.iPrecision = 1;
   add_file_category(conf.get(), "plain", dir.file("p.log"));
-  WLOGDEVVEC& vec = add_term_category(conf.get(), "vec", "", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
+  WLOGDEVVEC& vec = add_category(conf.get(), "vec", "", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
   vec.iCount = 1;
   vec.astElements[0].iType = WLOG_DEV_FILE;
   vec.astElements[0].stDevice.stFile.iPrecision = 1;

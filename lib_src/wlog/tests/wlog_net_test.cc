@@ -119,7 +119,7 @@ TEST_F(WlogNet, UdpDeliversRecordsByteForByteAndCutsAssemblyAtBufferSize) {
 TEST_F(WlogNet, CategoryRecordCarriesItsLayoutAroundTheMessage) {
   int col = Bind(SOCK_DGRAM);
   auto conf = wlog_test::make_conf();
-  WLOGCATEGORY* cat = wlog_test::add_term_category(conf.get(), "net", "<%p>%m|%n", WLOG_DEV_NET);
+  WLOGCATEGORY* cat = wlog_test::add_category(conf.get(), "net", "<%p>%m|%n", WLOG_DEV_NET);
   cat->stDevice.stDevice.stNet = Dev("udp://", "127.0.0.1", PortOf(col));
   wlog_test::CtxPtr ctx = wlog_test::init_ctx(conf.get());
   ASSERT_TRUE(ctx);

@@ -6,11 +6,15 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <stddef.h>
+
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "../src/wlog_internal.h"
 #include "wlog/wlog.h"
 #include "zq_test/support.h"
 
@@ -25,9 +29,10 @@ inline std::unique_ptr<WLOGCONF> make_conf() {
   return conf;
 }
 
-// Appends a category writing to standard output with the given pattern; returns it.
-inline WLOGCATEGORY* add_term_category(WLOGCONF* conf, const char* name, const char* format = "",
-                                       int dev_type = WLOG_DEV_TERM) {
+// Appends a category with the given pattern and device type (by default the capturing test
+// device; a terminal writes to standard output); returns it.
+inline WLOGCATEGORY* add_category(WLOGCONF* conf, const char* name, const char* format = "",
+                                  int dev_type = WLOG_DEV_CAPTURE_I) {
   WLOGCATEGORY* cat = &conf->astCategoryList[conf->iCount++];
   snprintf(cat->szName, sizeof(cat->szName), "%s", name);
   cat->iPriorityHigh = -1;
@@ -38,10 +43,51 @@ inline WLOGCATEGORY* add_term_category(WLOGCONF* conf, const char* name, const c
   return cat;
 }
 
+// One record written to a capturing category.
+struct Record {
+  std::string cat;
+  unsigned id;
+  unsigned cls;
+  std::string bytes;
+};
+
+// Collects the records of every capturing category while it lives (one at a time).
+class Capture {
+ public:
+  Capture() { wlog_capture_set_sink_i(&Capture::Sink, this); }
+  ~Capture() { wlog_capture_set_sink_i(nullptr, nullptr); }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  // The bytes of all records so far, in order; forgets them.
+  std::string Take() {
+    std::string all;
+    for (const Record& r : records) all += r.bytes;
+    records.clear();
+    return all;
+  }
+  std::vector<Record> records;
+
+ private:
+  static void Sink(void* arg, const WLOGDEVANY* dev, unsigned id, unsigned cls,
+                   const WLOGIOVEC* vec, int count) {
+    Record r;
+    // A category's device lives inside its WLOGCATEGORY record.
+    r.cat = reinterpret_cast<const WLOGCATEGORY*>(reinterpret_cast<const char*>(dev) -
+                                                  offsetof(WLOGCATEGORY, stDevice))
+                ->szName;
+    r.id = id;
+    r.cls = cls;
+    for (int i = 0; i < count; ++i)
+      r.bytes.append(static_cast<const char*>(vec[i].iov_base), vec[i].iov_len);
+    static_cast<Capture*>(arg)->records.push_back(r);
+  }
+};
+
 // Appends a category writing to a file (flushed after every write).
 inline WLOGCATEGORY* add_file_category(WLOGCONF* conf, const char* name, const std::string& path,
                                        const char* format = "") {
-  WLOGCATEGORY* cat = add_term_category(conf, name, format, WLOG_DEV_FILE);
+  WLOGCATEGORY* cat = add_category(conf, name, format, WLOG_DEV_FILE);
   WLOGDEVFILE& f = cat->stDevice.stDevice.stFile;
   snprintf(f.szPattern, sizeof(f.szPattern), "%s", path.c_str());
   f.iMaxRotate = 1;

@@ -61,7 +61,7 @@ void free(void* p) { __libc_free(p); }
 }
 
 using wlog_test::add_file_category;
-using wlog_test::add_term_category;
+using wlog_test::add_category;
 using wlog_test::make_conf;
 
 TEST(WlogNoAlloc, LogPathAllocatesNothing) {
