@@ -165,12 +165,9 @@ int tnet_open_by_proto(const TNETOPT* opt, const TNETPROTODEF* proto) {
     case TNET_ID_UDP:
       return tsocket_open_udp();
     case TNET_ID_UNIX: {
-      // The type argument is checked but a local endpoint is always a stream socket.
-      const char* type = tnet_find_arg(opt, "type");
-      if (type != nullptr && tnet_find_type(type) == nullptr) {
-        errno = EINVAL;
-        return -1;
-      }
+      // The type argument is looked up, but a local endpoint is always a stream socket,
+      // whatever it names (an unknown name included).
+      (void)tnet_find_type(tnet_find_arg(opt, "type"));
       return tsocket_open_unix(SOCK_STREAM);
     }
     default:

@@ -257,7 +257,7 @@ int wlogany_init(WLOGANY* pstAny, WLOGDEVANY* pstDev) {
 
 int wlogany_writev(WLOGANY* pstAny, unsigned uId, unsigned uCls, const WLOGIOVEC* pstIOVec,
                    int iCount) {
-  if (pstAny == nullptr || pstIOVec == nullptr || iCount < 1) return -1;
+  if (pstAny == nullptr || iCount < 0 || (pstIOVec == nullptr && iCount > 0)) return -1;
   const WLOGANYOPS* ops = wlogany_find_ops_i(pstAny->stInst.iType);
   if (ops == nullptr || ops->pfnWritev == nullptr) return -1;
   return ops->pfnWritev(pstAny, uId, uCls, pstIOVec, iCount);

@@ -350,8 +350,7 @@ int wlog_clone_category_i(WLOGCATEGORYINST* pstParent, const WLOGCLONEOPTION* ps
   WLOGCATEGORYINNERINST* c = &ctx->stInst.astCatInsts[idx];
   *c = *parent;
   memset(&c->stWlogAnyInst, 0, sizeof(c->stWlogAnyInst));  // the parent's appender is not shared
-  c->iInited = 0;
-  c->iSeq = 0;
+  c->iInited = 0;  // the binary-record sequence (iSeq) goes on from the parent's
   c->pszBuff = nullptr;
   c->pstCloneParent = parent;
   c->iIndex = idx;

@@ -308,7 +308,7 @@ int wlogfile_writev(WLOGFILE* f, const WLOGIOVEC* iov, int count) {
 }
 
 int wlogfile_write(WLOGFILE* f, const char* buf, size_t len) {
-  if (buf == nullptr || len < 1) return -1;
+  if (buf == nullptr) return -1;
   WLOGIOVEC iov;
   iov.iov_base = const_cast<char*>(buf);
   iov.iov_len = len;

@@ -312,3 +312,23 @@ TEST(WlogBill, BillCategoryLookup) {
   bill->stFilter.iCount = 1;
   EXPECT_EQ(nullptr, wlog_get_bill_category(ctx.get(), "bill"));
 }
+
+TEST(WlogClone, GoesOnWithTheParentsBinarySequence) {
+  auto conf = make_conf();
+  add_category(conf.get(), "bin");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "bin");
+  char body[] = "b";
+  WLOGEVENT evt = {0, body, 1, nullptr, 1, 0, 0, 0, 0};
+  wlog_test::Capture cap;
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(0, wlog_category_log(c, &evt));
+  ASSERT_EQ(0, wlog_clone_category(c, "clone"));
+  ASSERT_EQ(0, wlog_category_log(wlog_get_category(ctx.get(), "clone"), &evt));
+  ASSERT_EQ(6u, cap.records.size());
+  const wlog_test::Record& r = cap.records.back();
+  EXPECT_EQ("clone", r.cat);
+  WLOGBINHEAD head;
+  ASSERT_EQ(40, wlogbin_ntoh_head(&head, r.bytes.data(), r.bytes.size()));
+  EXPECT_EQ(6, head.iSeq);
+}

@@ -2,6 +2,7 @@
 // creation and open failures, all through the wlogfile_* interface in fresh temp directories.
 
 #include "wlog/wlog_file.h"
+#include "wlog/wlog.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -235,11 +236,39 @@ TEST(WlogFileWrite, PiecesAreOneRecordAndAreNeverSplit) {
   EXPECT_EQ(-1, wlogfile_writev(&f, &bad, 1));
   EXPECT_EQ(-1, wlogfile_writev(&f, &bad, -1));
   EXPECT_EQ(-1, wlogfile_writev(nullptr, v, 1));
-  EXPECT_EQ(-1, wlogfile_write(&f, "x", 0));
+  EXPECT_EQ(-1, wlogfile_write(&f, nullptr, 0));
   wlogfile_fini(&f);
   EXPECT_EQ("[pre] msg\n", ReadFile(dir.file("app.log")));
   EXPECT_EQ("msg\n", ReadFile(dir.file("app.log.1")));
   EXPECT_EQ(big, ReadFile(dir.file("app.log.2")));
+}
+
+TEST(WlogFileWrite, EmptyRecordWritesNothingAndGivesTheFlushResult) {
+  TempDir dir;
+  FakeClock clock(1700000000);
+  WLOGDEVANY dev;
+  memset(&dev, 0, sizeof(dev));
+  dev.iType = WLOG_DEV_FILE;
+  dev.stDevice.stFile = Dev(dir.file("e.log"), 0, 1);
+  dev.stDevice.stFile.iBuffSize = 1 << 16;
+  dev.stDevice.stFile.iSyncTime = 60;
+  WLOGANY any;
+  ASSERT_EQ(0, wlogany_init(&any, &dev));
+  EXPECT_EQ(0, wlogany_write(&any, 0, 0, "ab", 2));
+  EXPECT_EQ(0, wlogany_writev(&any, 0, 0, nullptr, 0));  // nothing to flush yet
+  EXPECT_EQ("", ReadFile(dir.file("e.log")));
+  g_now += 60;
+  EXPECT_EQ(0, wlogany_writev(&any, 0, 0, nullptr, 0));  // the interval is over: flushed
+  EXPECT_EQ("ab", ReadFile(dir.file("e.log")));
+  EXPECT_EQ(-1, wlogany_writev(&any, 0, 0, nullptr, -1));
+  wlogany_fini(&any);
+
+  WLOGFILE* bill = nullptr;
+  ASSERT_EQ(0, wlog_bill_init(&bill, 0, 1, dir.file("bill.log").c_str()));
+  EXPECT_EQ(0, wlog_bill_write(bill, "", 0));
+  EXPECT_EQ(-1, wlog_bill_write(bill, nullptr, 0));
+  EXPECT_EQ(0, wlog_bill_fini(&bill));
+  EXPECT_EQ("", ReadFile(dir.file("bill.log")));
 }
 
 TEST(WlogFileOpen, MissingDirectoriesAreCreatedAndFailuresRetried) {

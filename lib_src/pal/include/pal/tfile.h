@@ -9,6 +9,9 @@
  *    the caller owns it and releases it with free(). An empty file gives a null buffer
  *    and length 0.
  *  - No function keeps state; all are safe to call from several threads.
+ *  - Deliberate hardening: tfopen opens every descriptor close-on-exec (O_CLOEXEC), so a log or
+ *    data file never leaks into a program the process starts; tfload and tfcopy retry after
+ *    EINTR; tfsize and tflsize fail with EOVERFLOW for a size beyond INT_MAX.
  */
 #ifndef PAL_TFILE_H
 #define PAL_TFILE_H

@@ -10,6 +10,8 @@
  *  - Functions return a descriptor or 0 on success and -1 on failure, errno as the failing
  *    system call left it. Lookups return pointers into static tables or into the endpoint
  *    record, or null when nothing matches.
+ *  - Deliberate hardening: a failure after a socket was opened closes it again (errno kept);
+ *    more than TNET_MAX_ARGS arguments are refused (E2BIG) rather than dropped.
  */
 #ifndef PAL_TNET_H
 #define PAL_TNET_H
@@ -85,8 +87,8 @@ const TNETPROTODEF* tnet_find_proto(const char* name);
 const TNETTYPEDEF* tnet_find_type(const char* name);
 
 /* Opens a socket for the endpoint's protocol, not connected. tcp and thttp: IPv4 stream; udp:
- * IPv4 datagram; unix: local stream (an argument "type" must name a known socket type but does
- * not change the socket). pipe, file and shm are not openable: -1. */
+ * IPv4 datagram; unix: local stream (an argument "type" is looked up in the type table but does
+ * not change the socket, known or not). pipe, file and shm are not openable: -1. */
 int tnet_open(const char* str);
 int tnet_open_by_proto(const TNETOPT* opt, const TNETPROTODEF* proto);
 

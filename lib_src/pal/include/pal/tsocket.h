@@ -7,7 +7,9 @@
  *    says otherwise (the connect and send-all helpers have a few extra result codes).
  *  - Timeouts are in milliseconds; -1 waits without limit.
  *  - Waiting uses select for descriptors below FD_SETSIZE (1024) and epoll above it.
- *  - Sends use MSG_NOSIGNAL: a broken connection gives an error, never SIGPIPE.
+ *  - Deliberate hardening: sends use MSG_NOSIGNAL, so a broken connection gives an error, never
+ *    SIGPIPE; the epoll descriptor of a wait is close-on-exec; waits and transfers interrupted
+ *    by a signal (EINTR) are resumed.
  *  - Stateless; each call works on the descriptor given.
  */
 #ifndef PAL_TSOCKET_H

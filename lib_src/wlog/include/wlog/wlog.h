@@ -13,6 +13,21 @@
  *   concurrently with logging. Only the clock override is atomic.
  * - Client code logs through the WLOG_LOG* macros, which test the context-wide bounds inline
  *   before any argument is evaluated.
+ * - A clone is a copy of its parent instance with only its links, index, configuration record,
+ *   message buffer, name and appender state made anew: its binary-record sequence goes on from
+ *   the parent's.
+ * - Deliberate hardening, beyond the behaviour the library otherwise follows:
+ *   - walks along forward, level-dispatch and clone-parent links stop after 513 steps, so a
+ *     chain damaged by direct writes cannot hang a caller;
+ *   - wlog_reload checks the magic of the new configuration as wlog_init does (-1), and
+ *     wlog_init refuses a category count outside 0..512 (-1);
+ *   - wlog_set_category_forward refuses (WLOG_ERROR_LOOP) a target whose chain leads back to
+ *     the category or reaches a memory device, as wlog_init does for configured links;
+ *   - text fields of the configuration are read within their arrays, terminated or not (a
+ *     network URL without a terminator is refused);
+ *   - a bill line longer than 8192 bytes is cut there and still ends with a line feed;
+ *   - the file appender's size counts use 64 bits and a file already past 4 GiB rotates on its
+ *     next write.
  */
 #ifndef WLOG_WLOG_H_
 #define WLOG_WLOG_H_
@@ -267,6 +282,8 @@ void wlog_layout_format(WLOGEVENTBASE* pstEvt, const char* pszPattern);
 /* ---- appender dispatch ---- */
 
 int wlogany_init(WLOGANY* pstAny, WLOGDEVANY* pstDev);
+/* Hands a record of iCount pieces to the appender (iCount 0: a record of total length 0, which
+ * writes nothing and gives the appender's flush result; -1 for a negative count). */
 int wlogany_writev(WLOGANY* pstAny, unsigned uId, unsigned uCls, const WLOGIOVEC* pstIOVec,
                    int iCount);
 int wlogany_write(WLOGANY* pstAny, unsigned uId, unsigned uCls, const char* pszBuff, int iBuff);
@@ -311,6 +328,7 @@ int wlog_bill_init(WLOGFILE** ppstBill, uint64_t ullSizeLimit, int iPrecision,
  * the clock override applies); a line longer than 8192 bytes is cut there and still ends with
  * a line feed. */
 int wlog_bill_log(WLOGFILE* pstBill, const char* pszFmt, ...) WLOG_PRINTF_LIKE(2, 3);
+/* Raw write of iBuff bytes: 0 or -1. iBuff 0 writes nothing and gives the flush result. */
 int wlog_bill_write(WLOGFILE* pstBill, const char* pszBuff, size_t iBuff);
 int wlog_bill_fini(WLOGFILE** ppstBill);
 

@@ -43,6 +43,8 @@ typedef struct tagWLogFile {
 
 int wlogfile_init(WLOGFILE* pstFile, WLOGDEVFILE* pstDev);
 int wlogfile_writev(WLOGFILE* pstFile, const WLOGIOVEC* pstIOVec, int iCount);
+/* A record of total length 0 writes nothing: it gives the flush result (the file may still be
+ * switched when the period changed). */
 int wlogfile_write(WLOGFILE* pstFile, const char* pszBuff, size_t iBuff);
 int wlogfile_sync(WLOGFILE* pstFile);
 int wlogfile_fini(WLOGFILE* pstFile);
