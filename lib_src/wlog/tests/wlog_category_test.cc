@@ -1,6 +1,7 @@
 // The log call: windows, filters, forwarding, parent dispatch, the message-size rule, hex and
 // binary messages, per-category settings and the caller macros.
 #include <string.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -334,4 +335,26 @@ TEST(WlogVec, ElementsFilterByIdAndStopAtABadElement) {
   WLOGVEC bad;
   EXPECT_EQ(-1, wlogvec_init(&bad, &dev));
   EXPECT_EQ(0, bad.iCount);
+  dev.astElements[1].iType = WLOG_DEV_FILE;  // a file that cannot be opened: its own result
+  snprintf(dev.astElements[1].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s/e0.log/x",
+           dir.path().c_str());
+  zq_test::StdoutCapture quiet;
+  EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_FILE_OPEN), wlogvec_init(&bad, &dev));
+  EXPECT_EQ(0, bad.iCount);
+  EXPECT_EQ(nullptr, bad.astElements[0].stFileOrNet.stFile.stInst.fp);  // the first was closed
+}
+
+TEST(WlogTerm, PiecesGoToTheChosenStreamAndFailuresFollowTheRules) {
+  char a[] = "ab", b[] = "c";
+  WLOGIOVEC v[3] = {{a, 2}, {b, 0}, {b, 1}};
+  for (int type : {WLOG_TERM_STDOUT, WLOG_TERM_STDERR, 2}) {
+    WLOGDEVTERM dev = {type};
+    WLOGTERM term;
+    ASSERT_EQ(0, wlogterm_init(&term, &dev));
+    zq_test::OutputCapture cap(type == WLOG_TERM_STDERR ? STDERR_FILENO : STDOUT_FILENO);
+    EXPECT_EQ(type == 2 ? -1 : 3, wlogterm_writev(&term, v, 3)) << type;
+    EXPECT_EQ(-1, wlogterm_writev(&term, v + 1, 1)) << type;  // a record of total length 0
+    EXPECT_EQ(type == 2 ? "" : "abc", cap.Stop()) << type;
+    EXPECT_EQ(0, wlogterm_fini(&term));
+  }
 }

@@ -66,9 +66,11 @@ typedef struct tagWLOGBinFilter {
 int wlogbin_hton_head(char* pszBuff, size_t iSpace, const WLOGBINHEAD* pstHead);
 /* Bytes to head: -1 when iLen < 40, else the head length field. */
 int wlogbin_ntoh_head(WLOGBINHEAD* pstHead, const char* pszBuff, size_t iLen);
-/* Like wlogbin_ntoh_head, and *piPkgLen = head length + body length. */
+/* Like wlogbin_ntoh_head, and *piPkgLen = head length + body length; -1 (and *piPkgLen -1) when
+ * the body length is negative or the sum does not fit an int. */
 int wlogbin_get_head(WLOGBINHEAD* pstHead, int* piPkgLen, const char* pszBuff, size_t iLen);
-/* Head length + body length read from the raw bytes, -1 when iLen < 40. */
+/* Head length + body length read from the raw bytes; -1 when iLen < 40, the body length is
+ * negative or the sum does not fit an int. */
 int wlogbin_get_pkgsize(const char* pszBuff, size_t iLen);
 /* Head and body into one buffer: sets the head and body lengths in *pstHead; -1 with errno
  * ERANGE when iBody + 39 >= iSpace; else 40 + iBody. */
