@@ -261,9 +261,11 @@ int tnet_str2inet(const char* str, struct sockaddr_in* addr) {
     errno = ENAMETOOLONG;
     return -1;
   }
+  unsigned short port = 0;
+  if (colon != nullptr && tnet_str2port(colon + 1, &port) != 0) return -1;
   memset(addr, 0, sizeof(*addr));
   addr->sin_family = AF_INET;
-  addr->sin_port = colon ? htons(static_cast<uint16_t>(strtol(colon + 1, nullptr, 10))) : 0;
+  addr->sin_port = htons(port);
   if (tnet_is_number(host)) {
     if (inet_aton(host, &addr->sin_addr) == 0) {
       errno = EINVAL;
@@ -288,6 +290,27 @@ int tnet_str2inet(const char* str, struct sockaddr_in* addr) {
   }
   free(scratch);
   return ret;
+}
+
+int tnet_str2port(const char* str, unsigned short* port) {
+  if (str == nullptr || port == nullptr || *str == '\0') {
+    errno = EINVAL;
+    return -1;
+  }
+  unsigned long value = 0;
+  for (const char* p = str; *p != '\0'; ++p) {
+    if (*p < '0' || *p > '9') {
+      errno = EINVAL;
+      return -1;
+    }
+    value = value * 10 + static_cast<unsigned long>(*p - '0');
+    if (value > 65535) {
+      errno = EINVAL;
+      return -1;
+    }
+  }
+  *port = static_cast<unsigned short>(value);
+  return 0;
 }
 
 int tnet_str2unix(const char* path, struct sockaddr_un* addr) {

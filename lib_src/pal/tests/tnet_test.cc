@@ -110,6 +110,24 @@ TEST(TnetAddr, InetAndUnix) {
   EXPECT_EQ(sin.sin_port, 0);
   ASSERT_EQ(tnet_str2inet("localhost:7", &sin), 0);
   EXPECT_EQ(ntohl(sin.sin_addr.s_addr) >> 24, 127u);
+  const struct {
+    const char* text;
+    int ret;
+    int port;
+  } ports[] = {{"1.2.3.4:0", 0, 0},          {"1.2.3.4:65535", 0, 65535}, {"1.2.3.4:00080", 0, 80},
+               {"1.2.3.4:65536", -1, 0},     {"1.2.3.4:99999", -1, 0},    {"1.2.3.4:-1", -1, 0},
+               {"1.2.3.4:80abc", -1, 0},     {"1.2.3.4:", -1, 0},         {"1.2.3.4:+80", -1, 0},
+               {"1.2.3.4:4294967376", -1, 0}};
+  for (const auto& p : ports) {
+    EXPECT_EQ(tnet_str2inet(p.text, &sin), p.ret) << p.text;
+    if (p.ret == 0) {
+      EXPECT_EQ(ntohs(sin.sin_port), p.port) << p.text;
+    }
+  }
+  for (const char* s : {"udp://127.0.0.1:99999", "udp://127.0.0.1:-1", "tcp://127.0.0.1:80abc"}) {
+    EXPECT_EQ(tnet_connect(s, 100), -1) << s;
+  }
+  EXPECT_EQ(tnet_listen("udp://127.0.0.1:70000", 1), -1);
   EXPECT_EQ(tnet_str2inet("1.2.3.4.5:1", &sin), -1);
   EXPECT_EQ(tnet_str2inet(":80", &sin), -1);
   EXPECT_EQ(tnet_str2inet((std::string(128, '1') + ":1").c_str(), &sin), -1);

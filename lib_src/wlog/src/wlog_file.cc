@@ -10,6 +10,7 @@
 
 #include "wlog/wlog_file.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -53,14 +54,14 @@ void format_path(char* out, const char* base, int index) {
 // A new period resets the index (0 when rotating, 1 in bill mode); bill mode then settles
 // on the newest existing file of the sequence. Returns 0, or -1 when the pattern expands to
 // nothing (empty or too long).
-int make_path(WLOGFILE* f, char* out) {
+// The pattern expanded for the period of tLastMsg into base (kPathLen bytes); its length, 0
+// when it expands to nothing (empty or too long).
+size_t make_base(const WLOGFILE* f, char* base) {
   const WLOGDEVFILE* dev = f->pstDev;
-  WLOGDEVFILEINST* st = &f->stInst;
-
-  time_t t = st->tLastMsg;
+  time_t t = f->stInst.tLastMsg;
   if (dev->iPrecision > 0) t = (t / dev->iPrecision) * dev->iPrecision;
   struct tm tm;
-  if (localtime_r(&t, &tm) == nullptr) return -1;
+  if (localtime_r(&t, &tm) == nullptr) return 0;
 
   // The pattern field is fixed-size; copy it so a missing terminator cannot be overrun.
   char pattern[sizeof(dev->szPattern) + 1];
@@ -68,9 +69,14 @@ int make_path(WLOGFILE* f, char* out) {
   pattern[sizeof(dev->szPattern)] = '\0';
   const char* pat = pattern;
   if (strncmp(pat, kUrlPrefix, kUrlPrefixLen) == 0) pat += kUrlPrefixLen;
+  return strftime(base, kPathLen, pat, &tm);
+}
 
+int make_path(WLOGFILE* f, char* out) {
+  const WLOGDEVFILE* dev = f->pstDev;
+  WLOGDEVFILEINST* st = &f->stInst;
   char base[kPathLen];
-  size_t n = strftime(base, sizeof(base), pat, &tm);
+  const size_t n = make_base(f, base);
   if (n == 0) return -1;
 
   if (strncmp(base, st->szPath, n) != 0) st->iCurRotate = is_bill_mode(dev) ? 1 : 0;
@@ -94,6 +100,80 @@ void store_path(WLOGDEVFILEINST* st, const char* path) {
   const size_t n = strnlen(path, kPathLen - 1);
   memcpy(st->szPath, path, n);
   st->szPath[n] = '\0';
+}
+
+// The index N of a numbered file name "<name>.N" as format_path writes it (decimal, no sign, no
+// leading zero, at least 1), or -1.
+long numbered_index(const char* entry, const char* name, size_t name_len) {
+  if (strncmp(entry, name, name_len) != 0 || entry[name_len] != '.') return -1;
+  const char* digits = entry + name_len + 1;
+  if (digits[0] < '1' || digits[0] > '9') return -1;
+  long n = 0;
+  for (const char* p = digits; *p != '\0'; ++p) {
+    if (*p < '0' || *p > '9' || n > (INT32_MAX - (*p - '0')) / 10) return -1;
+    n = n * 10 + (*p - '0');
+  }
+  return n;
+}
+
+// Keeps (index, mtime) of path as the best so far when it exists and is newer, or as new and a
+// later index.
+void consider(const char* path, int index, int* best, struct timespec* best_mtime) {
+  struct stat sb;
+  if (tflstat(path, &sb) != 0) return;
+  const struct timespec m = sb.st_mtim;
+  const bool newer = *best < 0 || m.tv_sec > best_mtime->tv_sec ||
+                     (m.tv_sec == best_mtime->tv_sec && m.tv_nsec > best_mtime->tv_nsec);
+  const bool tie = m.tv_sec == best_mtime->tv_sec && m.tv_nsec == best_mtime->tv_nsec;
+  if (newer || (tie && index > *best)) {
+    *best = index;
+    *best_mtime = m;
+  }
+}
+
+// Rotating mode: move to the file with the newest modification time among the indices from the
+// current one up to iMaxRotate - 1 (a later index wins a tie), else stay. One directory scan
+// finds the numbered files, however large iMaxRotate is. -1 in bill mode.
+int find_latest_scan(WLOGFILE* f) {
+  const WLOGDEVFILE* dev = f->pstDev;
+  WLOGDEVFILEINST* st = &f->stInst;
+  if (dev->iMaxRotate < 1) return -1;
+
+  const int start = st->iCurRotate < 0 ? 0 : st->iCurRotate;
+  char base[kPathLen];
+  if (make_base(f, base) == 0) return -1;
+  int best = -1;
+  struct timespec best_mtime = {0, 0};
+  char path[kPathLen];
+  if (start == 0) consider(base, 0, &best, &best_mtime);
+
+  // The directory of base and the name in it; numbered files are "<name>.N" beside it.
+  const char* slash = strrchr(base, '/');
+  char dir[kPathLen];
+  if (slash == nullptr) {
+    memcpy(dir, ".", 2);
+  } else {
+    const size_t dlen = slash == base ? 1 : static_cast<size_t>(slash - base);
+    memcpy(dir, base, dlen);
+    dir[dlen] = '\0';
+  }
+  const char* name = slash == nullptr ? base : slash + 1;
+  const size_t name_len = strlen(name);
+  DIR* d = opendir(dir);
+  if (d != nullptr) {
+    while (const struct dirent* e = readdir(d)) {
+      const long index = numbered_index(e->d_name, name, name_len);
+      if (index < 1 || index < start || index >= dev->iMaxRotate) continue;
+      format_path(path, base, static_cast<int>(index));
+      consider(path, static_cast<int>(index), &best, &best_mtime);
+    }
+    closedir(d);
+  }
+  st->iCurRotate = best >= 0 ? best : start;
+  store_path(st, base);  // same period: make_path keeps the index
+  if (make_path(f, path) != 0) return -1;
+  store_path(st, path);
+  return 0;
 }
 
 // Rotating mode: move to the numbered file with the newest modification time, searching
@@ -244,6 +324,10 @@ int check_file(WLOGFILE* f, uint64_t len, time_t now) {
 
 void wlogfile_set_clock_i(WLOGFILECLOCK clock) { g_clock = clock; }
 
+int wlogfile_find_latest_i(WLOGFILE* f, int walk) {
+  return walk ? find_latest(f) : find_latest_scan(f);
+}
+
 int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   if (f == nullptr || dev == nullptr) return -1;
   memset(f, 0, sizeof(*f));
@@ -260,7 +344,7 @@ int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   }
   store_path(st, path);
 
-  if (!dev->iNoFindLatest && !dev->iRotateStick) find_latest(f);
+  if (!dev->iNoFindLatest && !dev->iRotateStick) find_latest_scan(f);
 
   if (open_file(f, "ab+") != 0) {
     printf("open log file %s fail\n", st->szPath);

@@ -316,9 +316,11 @@ int wlognet_get_ip_port(const char* pszText, char* pszHost, int iHost, unsigned*
   const char* colon = strchr(pszText, ':');
   size_t len = colon != nullptr ? static_cast<size_t>(colon - pszText) : strlen(pszText);
   if (len > static_cast<size_t>(kHostLen) || len >= static_cast<size_t>(iHost)) return -1;
+  unsigned short port = 0;
+  if (colon != nullptr && tnet_str2port(colon + 1, &port) != 0) return -1;
   memcpy(pszHost, pszText, len);
   pszHost[len] = '\0';
-  *puPort = colon != nullptr ? static_cast<unsigned>(strtol(colon + 1, nullptr, 10)) & 0xFFFFu : 0;
+  *puPort = port;
   return 0;
 }
 

@@ -4,13 +4,16 @@
 #include "wlog/wlog_file.h"
 #include "wlog/wlog.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "../src/wlog_clock.h"
 #include "wlog_test_util.h"
@@ -325,3 +328,113 @@ TEST(WlogFileBill, IsBillTruthTable) {
 }
 
 }  // namespace
+
+namespace {
+
+// One directory entry of a find-latest case: a file with a modification time, a directory, or
+// a symbolic link (to a file of the case, or dangling).
+struct Entry {
+  std::string name;
+  long sec = 0;
+  long nsec = 0;
+  const char* link = nullptr;
+  bool dir = false;
+};
+
+struct LatestCase {
+  const char* what;
+  int max_rotate;
+  std::vector<Entry> entries;
+  std::string chosen;  // the file the appender settles on
+};
+
+void MakeEntry(const std::string& dir, const Entry& e) {
+  const std::string p = dir + "/" + e.name;
+  if (e.link != nullptr) {
+    ASSERT_EQ(0, symlink((dir + "/" + e.link).c_str(), p.c_str()));
+    return;
+  }
+  if (e.dir) {
+    ASSERT_EQ(0, mkdir(p.c_str(), 0700));
+  } else {
+    ASSERT_TRUE(zq_test::WriteFile(p, "x"));
+  }
+  struct timespec ts[2] = {{e.sec, e.nsec}, {e.sec, e.nsec}};
+  ASSERT_EQ(0, utimensat(AT_FDCWD, p.c_str(), ts, 0));
+}
+
+// The path the find-latest step of init settles on (walk or scan), without opening a file.
+std::string FindLatest(WLOGDEVFILE* dev, time_t now, bool walk) {
+  WLOGFILE f;
+  memset(&f, 0, sizeof(f));
+  f.pstDev = dev;
+  f.stInst.tLastMsg = now;
+  EXPECT_EQ(0, wlogfile_find_latest_i(&f, walk ? 1 : 0));
+  return f.stInst.szPath;
+}
+
+}  // namespace
+
+TEST(WlogFileRotate, FindLatestScanChoosesWhatTheWalkChose) {
+  const time_t now = 1700000000;
+  const std::string cut_dir = Strftime("%c%c%c%c", now) + std::string(65, 'd');
+  const std::vector<LatestCase> cases = {
+      {"nothing yet", 3, {}, "app.log"},
+      {"bare name only", 3, {{"app.log", 1000, 0, nullptr, false}}, "app.log"},
+      {"newest of three",
+       3,
+       {{"app.log", 1000, 0}, {"app.log.1", 3000, 0}, {"app.log.2", 2000, 0}},
+       "app.log.1"},
+      {"a tie goes to the later index",
+       3,
+       {{"app.log", 2000, 0}, {"app.log.1", 2000, 0}, {"app.log.2", 1000, 0}},
+       "app.log.1"},
+      {"nanoseconds count", 3, {{"app.log", 1000, 500}, {"app.log.1", 1000, 200}}, "app.log"},
+      {"gap", 3, {{"app.log", 1000, 0}, {"app.log.2", 2000, 0}}, "app.log.2"},
+      {"index beyond the rotation", 3, {{"app.log", 1000, 0}, {"app.log.3", 5000, 0}}, "app.log"},
+      {"one file only", 1, {{"app.log", 1000, 0}, {"app.log.1", 5000, 0}}, "app.log"},
+      {"names the appender never writes",
+       5,
+       {{"app.log", 1000, 0},
+        {"app.log.01", 5000, 0},
+        {"app.log.1x", 5000, 0},
+        {"app.log.+1", 5000, 0},
+        {"app.log.0", 5000, 0},
+        {"app.log.", 5000, 0},
+        {"app.logs.1", 5000, 0},
+        {"xapp.log.1", 5000, 0},
+        {"app.log.99999999999", 5000, 0}},
+       "app.log"},
+      {"a directory in the way counts as it did",
+       3,
+       {{"app.log.1", 5000, 0, nullptr, true}},
+       "app.log.1"},
+      {"links are followed, dangling ones skipped",
+       4,
+       {{"target", 4000, 0},
+        {"app.log", 1000, 0},
+        {"app.log.1", 0, 0, "missing"},
+        {"app.log.2", 0, 0, "target"}},
+       "app.log.2"},
+      {"large rotation", 100000, {{"app.log.7", 3000, 0}, {"app.log.99999", 2000, 0}}, "app.log.7"},
+      {"numbered names cut to the path size",
+       20,
+       {{cut_dir, 0, 0, nullptr, true},
+        {cut_dir + "/app.log", 1000, 0},
+        {cut_dir + "/app.log.1", 3000, 0}},
+       cut_dir + "/app.log.1"},
+  };
+  for (const LatestCase& c : cases) {
+    TempDir dir;
+    for (const Entry& e : c.entries) MakeEntry(dir.path(), e);
+    const bool cut = c.chosen.find('/') != std::string::npos;
+    WLOGDEVFILE d = Dev(dir.path() + (cut ? "/%c%c%c%c" + std::string(65, 'd') : "") + "/app.log",
+                        0, c.max_rotate);
+    if (cut) {
+      ASSERT_EQ(189u, dir.file(cut_dir + "/app.log").size());  // "app.log.10" is cut
+    }
+    const std::string scan = FindLatest(&d, now, false);
+    EXPECT_EQ(dir.file(c.chosen), scan) << c.what;
+    EXPECT_EQ(FindLatest(&d, now, true), scan) << c.what;
+  }
+}

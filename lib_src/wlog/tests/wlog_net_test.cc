@@ -311,8 +311,11 @@ TEST(WlogNetUrl, ParsesUrlsAndSplitsHostAndPort) {
   EXPECT_EQ(2, p.iArgs);
   char host[WLOGNET_ADDR_LEN], small[6];
   unsigned port = 99;
-  ASSERT_EQ(0, wlognet_get_ip_port("h:70000", host, sizeof(host), &port));
-  EXPECT_EQ(70000u & 0xFFFFu, port);
+  for (const char* bad : {"h:70000", "h:65536", "h:-1", "h:80abc", "h:", "h: 80"}) {
+    EXPECT_EQ(-1, wlognet_get_ip_port(bad, host, sizeof(host), &port)) << bad;
+  }
+  ASSERT_EQ(0, wlognet_get_ip_port("h:65535", host, sizeof(host), &port));
+  EXPECT_EQ(65535u, port);
   ASSERT_EQ(0, wlognet_get_ip_port("collector", host, sizeof(host), &port));
   EXPECT_EQ(0u, port);
   std::string h127(127, 'h');

@@ -10,7 +10,9 @@
  *  - Functions return a descriptor or 0 on success and -1 on failure, errno as the failing
  *    system call left it. Lookups return pointers into static tables or into the endpoint
  *    record, or null when nothing matches.
- *  - Deliberate hardening: a failure after a socket was opened closes it again (errno kept);
+ *  - Deliberate hardening: a port must be all digits and at most 65535 (tnet_str2port), else the
+ *    address is malformed, where a plain strtol would take "80abc" as 80 and wrap 99999 and -1
+ *    into other ports; a failure after a socket was opened closes it again (errno kept);
  *    more than TNET_MAX_ARGS arguments are refused (E2BIG) rather than dropped.
  */
 #ifndef PAL_TNET_H
@@ -103,8 +105,12 @@ int tnet_listen(const char* str, int backlog);
 
 /* Fills *addr from "host[:port]": a numeric host through inet_aton, a name through
  * gethostbyname_r (first address); port 0 when absent. 0, or -1 when the host is empty, longer
- * than 127 characters or cannot be converted. */
+ * than 127 characters or cannot be converted, or the port is malformed (tnet_str2port). */
 int tnet_str2inet(const char* str, struct sockaddr_in* addr);
+
+/* A port: one or more decimal digits, nothing else, of value 0 to 65535. 0 and *port set, or -1
+ * (EINVAL) for anything else ("", "-1", "80abc", "99999"). */
+int tnet_str2port(const char* str, unsigned short* port);
 
 /* Fills *addr with the local socket path; -1 when it is longer than 107 characters. */
 int tnet_str2unix(const char* path, struct sockaddr_un* addr);

@@ -27,7 +27,9 @@
  *     network URL without a terminator is refused);
  *   - a bill line longer than 8192 bytes is cut there and still ends with a line feed;
  *   - the file appender's size counts use 64 bits and a file already past 4 GiB rotates on its
- *     next write.
+ *     next write;
+ *   - a collector port must be all digits and at most 65535 (tnet_str2port), else the URL is
+ *     malformed: it is never masked into another port.
  */
 #ifndef WLOG_WLOG_H_
 #define WLOG_WLOG_H_

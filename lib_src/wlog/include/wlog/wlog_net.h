@@ -57,6 +57,8 @@ int wlognet_write(WLOGNET* pstNet, const char* pszBuff, size_t iBuff);
 int wlognet_fini(WLOGNET* pstNet);
 int wlognet_reload_dns_ctx(WLOGNET* pstNet);
 int wlognet_parse_url(const char* pszUrl, URLPARTS* pstParts);
+/* Splits "host[:port]": -1 for a host longer than 127 characters or than iHost - 1, or a port
+ * that is not all digits or above 65535; the port is 0 when absent. */
 int wlognet_get_ip_port(const char* pszText, char* pszHost, int iHost, unsigned* puPort);
 
 /* Process-wide parts: the socket layer and the asynchronous name-resolution helper, and the
