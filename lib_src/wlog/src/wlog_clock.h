@@ -19,8 +19,7 @@ typedef time_t (*WLOGFILECLOCK)(time_t* t);
 /* Installs clock as the file appender's time source; NULL restores time(). */
 void wlogfile_set_clock_i(WLOGFILECLOCK clock);
 
-/* Runs the find-latest step of wlogfile_init on an initialised appender: walk != 0 the walk
- * over every index, else the directory scan. */
-int wlogfile_find_latest_i(struct tagWLogFile* f, int walk);
+/* Runs the find-latest step of wlogfile_init on an appender state (nothing is opened). */
+int wlogfile_find_latest_i(struct tagWLogFile* f);
 
 #endif /* WLOG_SRC_WLOG_CLOCK_H */

@@ -134,7 +134,7 @@ void consider(const char* path, int index, int* best, struct timespec* best_mtim
 // Rotating mode: move to the file with the newest modification time among the indices from the
 // current one up to iMaxRotate - 1 (a later index wins a tie), else stay. One directory scan
 // finds the numbered files, however large iMaxRotate is. -1 in bill mode.
-int find_latest_scan(WLOGFILE* f) {
+int find_latest(WLOGFILE* f) {
   const WLOGDEVFILE* dev = f->pstDev;
   WLOGDEVFILEINST* st = &f->stInst;
   if (dev->iMaxRotate < 1) return -1;
@@ -171,36 +171,6 @@ int find_latest_scan(WLOGFILE* f) {
   }
   st->iCurRotate = best >= 0 ? best : start;
   store_path(st, base);  // same period: make_path keeps the index
-  if (make_path(f, path) != 0) return -1;
-  store_path(st, path);
-  return 0;
-}
-
-// Rotating mode: move to the numbered file with the newest modification time, searching
-// from the current index up; a later index wins a tie. -1 in bill mode.
-int find_latest(WLOGFILE* f) {
-  const WLOGDEVFILE* dev = f->pstDev;
-  WLOGDEVFILEINST* st = &f->stInst;
-  if (dev->iMaxRotate < 1) return -1;
-
-  const int start = st->iCurRotate;
-  int best = -1;
-  struct timespec best_mtime = {0, 0};
-  char path[kPathLen];
-  for (int i = start; i < dev->iMaxRotate; ++i) {
-    st->iCurRotate = i;
-    if (make_path(f, path) != 0) break;
-    store_path(st, path);
-    struct stat sb;
-    if (tflstat(path, &sb) != 0) continue;
-    const struct timespec m = sb.st_mtim;
-    if (best < 0 || m.tv_sec > best_mtime.tv_sec ||
-        (m.tv_sec == best_mtime.tv_sec && m.tv_nsec >= best_mtime.tv_nsec)) {
-      best = i;
-      best_mtime = m;
-    }
-  }
-  st->iCurRotate = best >= 0 ? best : start;
   if (make_path(f, path) != 0) return -1;
   store_path(st, path);
   return 0;
@@ -324,9 +294,7 @@ int check_file(WLOGFILE* f, uint64_t len, time_t now) {
 
 void wlogfile_set_clock_i(WLOGFILECLOCK clock) { g_clock = clock; }
 
-int wlogfile_find_latest_i(WLOGFILE* f, int walk) {
-  return walk ? find_latest(f) : find_latest_scan(f);
-}
+int wlogfile_find_latest_i(WLOGFILE* f) { return find_latest(f); }
 
 int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   if (f == nullptr || dev == nullptr) return -1;
@@ -344,7 +312,7 @@ int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   }
   store_path(st, path);
 
-  if (!dev->iNoFindLatest && !dev->iRotateStick) find_latest_scan(f);
+  if (!dev->iNoFindLatest && !dev->iRotateStick) find_latest(f);
 
   if (open_file(f, "ab+") != 0) {
     printf("open log file %s fail\n", st->szPath);

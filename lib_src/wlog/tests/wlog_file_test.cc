@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -363,19 +364,20 @@ void MakeEntry(const std::string& dir, const Entry& e) {
   ASSERT_EQ(0, utimensat(AT_FDCWD, p.c_str(), ts, 0));
 }
 
-// The path the find-latest step of init settles on (walk or scan), without opening a file.
-std::string FindLatest(WLOGDEVFILE* dev, time_t now, bool walk) {
+// The path the find-latest step of init settles on, without opening a file.
+std::string FindLatest(WLOGDEVFILE* dev, time_t now) {
   WLOGFILE f;
   memset(&f, 0, sizeof(f));
   f.pstDev = dev;
   f.stInst.tLastMsg = now;
-  EXPECT_EQ(0, wlogfile_find_latest_i(&f, walk ? 1 : 0));
+  EXPECT_EQ(0, wlogfile_find_latest_i(&f));
   return f.stInst.szPath;
 }
 
 }  // namespace
 
-TEST(WlogFileRotate, FindLatestScanChoosesWhatTheWalkChose) {
+// The cases the earlier walk over every index was checked against: the scan chooses the same.
+TEST(WlogFileRotate, FindLatestChoosesTheNewestFileOfTheRotation) {
   const time_t now = 1700000000;
   const std::string cut_dir = Strftime("%c%c%c%c", now) + std::string(65, 'd');
   const std::vector<LatestCase> cases = {
@@ -417,6 +419,10 @@ TEST(WlogFileRotate, FindLatestScanChoosesWhatTheWalkChose) {
         {"app.log.2", 0, 0, "target"}},
        "app.log.2"},
       {"large rotation", 100000, {{"app.log.7", 3000, 0}, {"app.log.99999", 2000, 0}}, "app.log.7"},
+      {"largest rotation",
+       INT_MAX,
+       {{"app.log.2147483646", 3000, 0}, {"app.log.7", 2000, 0}},
+       "app.log.2147483646"},
       {"numbered names cut to the path size",
        20,
        {{cut_dir, 0, 0, nullptr, true},
@@ -433,8 +439,6 @@ TEST(WlogFileRotate, FindLatestScanChoosesWhatTheWalkChose) {
     if (cut) {
       ASSERT_EQ(189u, dir.file(cut_dir + "/app.log").size());  // "app.log.10" is cut
     }
-    const std::string scan = FindLatest(&d, now, false);
-    EXPECT_EQ(dir.file(c.chosen), scan) << c.what;
-    EXPECT_EQ(FindLatest(&d, now, true), scan) << c.what;
+    EXPECT_EQ(dir.file(c.chosen), FindLatest(&d, now)) << c.what;
   }
 }
