@@ -66,13 +66,14 @@ struct Logger {
       fprintf(stderr, "wlog_init failed\n");
       abort();
     }
-    wlog_set_host_name(ctx, "10.11.12.13");
-    wlog_set_module_name(ctx, "bench");
+    if (wlog_set_host_name(ctx, "10.11.12.13") != 0 || wlog_set_module_name(ctx, "bench") != 0) {
+      fprintf(stderr, "wlog_set_host_name/wlog_set_module_name failed\n");
+      abort();
+    }
     cat = wlog_get_category(ctx, "bench");
   }
   ~Logger() {
-    wlog_fini(ctx);
-    wlog_free(&ctx);
+    if (wlog_fini(ctx) != 0 || wlog_free(&ctx) != 0) fprintf(stderr, "wlog teardown failed\n");
   }
 };
 
@@ -179,7 +180,10 @@ void BM_PatternFlag(benchmark::State& state) {
   const char* flag = kFlags[state.range(0)];
   Logger log("flag.log");
   WLOGDEVFILE& f = log.conf->astCategoryList[0].stDevice.stDevice.stFile;
-  wlog_fini(log.ctx);
+  if (wlog_fini(log.ctx) != 0) {
+    state.SkipWithError("wlog_fini failed");
+    return;
+  }
   snprintf(f.szPattern, sizeof(f.szPattern), "/dev/null");
   snprintf(log.conf->astCategoryList[0].szFormat, WLOG_FORMAT_LEN, "%s %%m", flag);
   if (wlog_init(log.ctx, log.conf.get()) != 0) {

@@ -335,20 +335,20 @@ class Simulation {
     if (ctx_ == nullptr) return Fail("out of memory for the logging context");
     int rc = wlog_init(ctx_, conf_);
     if (rc != 0) {
-      wlog_free(&ctx_);
+      if (wlog_free(&ctx_) != 0) ctx_ = nullptr;  // cannot fail: ctx_ is not null
       return Fail(Format("logging could not start (wlog_init returned %d) with log file %s", rc,
                          log_path_.c_str()));
     }
-    wlog_set_module_name(ctx_, "quelld_sim");
+    if (wlog_set_module_name(ctx_, "quelld_sim") != 0)
+      return Fail("cannot set the log module name");
     cat_ = wlog_get_category(ctx_, "zq");
     if (cat_ == nullptr) return Fail("logging context has no category zq");
     return true;
   }
 
   void StopLogging() {
-    if (ctx_ != nullptr) {
-      wlog_fini(ctx_);
-      wlog_free(&ctx_);
+    if (ctx_ != nullptr && (wlog_fini(ctx_) != 0 || wlog_free(&ctx_) != 0)) {
+      fprintf(stderr, "wlog teardown failed\n");
     }
     cat_ = nullptr;
     free(conf_);

@@ -57,12 +57,13 @@ int main(int argc, char** argv) {
   if (ctx == nullptr) return 1;
   const int ret = wlog_init(ctx, conf.get());
   if (ret != 0) {
-    fprintf(stderr, "wlog_init failed: %d\n", ret);
-    wlog_free(&ctx);
+    fprintf(stderr, "wlog_init failed: %d (%s)\n", ret, wlog_error_string(ret));
+    if (wlog_free(&ctx) != 0) fprintf(stderr, "wlog_free failed\n");
     return 1;
   }
-  wlog_set_module_name(ctx, "wlog_example");
-  wlog_set_host_name(ctx, "127.0.0.1");
+  if (wlog_set_module_name(ctx, "wlog_example") != 0 || wlog_set_host_name(ctx, "127.0.0.1") != 0) {
+    fprintf(stderr, "cannot set the module or host name\n");
+  }
 
   WLOGCATEGORYINST* log = wlog_get_category(ctx, "app");
   WLOG_LOG_INFO(log, "example started, pid %d", static_cast<int>(getpid()));
@@ -75,8 +76,10 @@ int main(int argc, char** argv) {
   char path[WLOGFILE_PATH_LEN];
   const WLOGCATEGORYINNERINST* inner = reinterpret_cast<WLOGCATEGORYINNERINST*>(log);
   snprintf(path, sizeof(path), "%s", inner->stWlogAnyInst.stInst.stAny.stFile.stInst.szPath);
-  wlog_fini(ctx);
-  wlog_free(&ctx);
+  if (wlog_fini(ctx) != 0 || wlog_free(&ctx) != 0) {
+    fprintf(stderr, "wlog teardown failed\n");
+    return 1;
+  }
   printf("log file: %s\n", path);
   return 0;
 }

@@ -56,9 +56,12 @@ int endpoint_addr_i(const TNETOPT* opt, int id, struct sockaddr_storage* ss, int
   return 0;
 }
 
+// Closes fd after a failure and reports that failure (-1 with its errno).
 int close_fail_i(int fd) {
   int saved = errno;
-  tsocket_close(fd);
+  if (tsocket_close(fd) != 0) {
+    // The call has failed already; a failed close adds nothing the caller could act on.
+  }
   errno = saved;
   return -1;
 }
@@ -236,7 +239,8 @@ int tnet_listen(const char* str, int backlog) {
       if (bind(fd, sa, static_cast<socklen_t>(len)) != 0) return close_fail_i(fd);
       return fd;
     case TNET_ID_UNIX:
-      if (tfexist(opt.szAddr) == 0) tfdelete(opt.szAddr);
+      // A stale socket file would make bind fail: it must go.
+      if (tfexist(opt.szAddr) == 0 && tfdelete(opt.szAddr) != 0) return close_fail_i(fd);
       break;
     default:
       break;

@@ -38,15 +38,15 @@ TEST(TfOpen, ModeFlags) {
 
   fd = tfopen(f.c_str(), TF_MODE_READ);
   EXPECT_EQ(tfwrite(fd, "x", 1), -1);  // read-only
-  tfclose(fd);
+  EXPECT_EQ(0, tfclose(fd));
   EXPECT_EQ(tfopen(f.c_str(), TF_MODE_WRITE | TF_MODE_CREATE | TF_MODE_EXCL), -1);
   EXPECT_EQ(errno, EEXIST);
   fd = tfopen(f.c_str(), TF_MODE_READ | TF_MODE_WRITE);
   EXPECT_EQ(tfread(fd, &c, 1), 1);
   EXPECT_EQ(tfwrite(fd, "E", 1), 1);
-  tfclose(fd);
+  EXPECT_EQ(0, tfclose(fd));
   EXPECT_EQ(ReadFile(f), "hEllo");
-  tfclose(tfopen(f.c_str(), TF_MODE_WRITE | TF_MODE_TRUNCATE));
+  EXPECT_EQ(0, tfclose(tfopen(f.c_str(), TF_MODE_WRITE | TF_MODE_TRUNCATE)));
   EXPECT_EQ(tflsize(f.c_str()), 0);
 }
 
@@ -61,7 +61,7 @@ TEST(TfSeek, TruncateMovesOffsetAndCutsFile) {
   EXPECT_EQ(tfsize(fd), 4);
   EXPECT_EQ(tftruncate(fd, -1), -1);
   EXPECT_EQ(tfsync(fd), 0);
-  tfclose(fd);
+  EXPECT_EQ(0, tfclose(fd));
   EXPECT_EQ(tfsize(fd), -1);
 }
 
@@ -104,10 +104,10 @@ TEST(TfLoad, WholeEmptyAndShortFiles) {
   free(buf);
 
   int fd = tfopen(f.c_str(), TF_MODE_READ);
-  tfseek(fd, 3, SEEK_SET);  // fewer bytes remain than the file's size
+  EXPECT_EQ(3, tfseek(fd, 3, SEEK_SET));  // fewer bytes remain than the file's size
   EXPECT_EQ(tfload(fd, &buf, &len), -1);
   EXPECT_EQ(buf, nullptr);
-  tfclose(fd);
+  EXPECT_EQ(0, tfclose(fd));
 
   WriteFile(f, "");
   buf = reinterpret_cast<char*>(&len);
@@ -160,7 +160,7 @@ TEST(TfLock, WriteLockExcludesOtherProcesses) {
   EXPECT_EQ(ChildTryLock(f, 20, 5), 0);
   ASSERT_EQ(tfunlock(fd, 10, 10), 0);
   EXPECT_EQ(ChildTryLock(f, 15, 1), 0);
-  tfclose(fd);
+  EXPECT_EQ(0, tfclose(fd));
 }
 
 }  // namespace

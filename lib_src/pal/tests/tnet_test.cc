@@ -147,17 +147,17 @@ TEST(TnetAddr, InetAndUnix) {
 TEST(TnetOpen, SocketKinds) {
   int fd = tnet_open("tcp://127.0.0.1:1");
   EXPECT_EQ(tsocket_get_type(fd), SOCK_STREAM);
-  tnet_close(fd);
+  EXPECT_EQ(0, tnet_close(fd));
   fd = tnet_open("udp://127.0.0.1:1");
   EXPECT_EQ(tsocket_get_type(fd), SOCK_DGRAM);
-  tnet_close(fd);
+  EXPECT_EQ(0, tnet_close(fd));
   fd = tnet_open("unix:///x?type=dgram");  // the type argument does not change the socket
   EXPECT_EQ(tsocket_get_type(fd), SOCK_STREAM);
   EXPECT_EQ(IntOpt(fd, SO_DOMAIN), AF_UNIX);
-  tnet_close(fd);
+  EXPECT_EQ(0, tnet_close(fd));
   fd = tnet_open("unix:///x?type=bogus");  // an unknown type name changes nothing either
   EXPECT_EQ(tsocket_get_type(fd), SOCK_STREAM);
-  tnet_close(fd);
+  EXPECT_EQ(0, tnet_close(fd));
   for (const char* s : {"pipe://x", "file://x", "shm://x", "nope://x"}) {
     EXPECT_EQ(tnet_open(s), -1) << s;
     EXPECT_EQ(tnet_listen(s, 1), -1) << s;
@@ -182,9 +182,9 @@ TEST(TnetConnect, TcpAndThttpRoundTrip) {
   char buf[8] = {};
   EXPECT_EQ(tnet_recvall(afd, buf, 5, 1000), 5);
   EXPECT_STREQ(buf, "hello");
-  tnet_close(afd);
-  tnet_close(cfd);
-  tnet_close(lfd);
+  EXPECT_EQ(0, tnet_close(afd));
+  EXPECT_EQ(0, tnet_close(cfd));
+  EXPECT_EQ(0, tnet_close(lfd));
   EXPECT_EQ(tnet_connect(("tcp://127.0.0.1:" + port).c_str(), 1000), -1);
 
   lfd = tnet_listen("thttp://127.0.0.1:0", 8);  // thttp listens like tcp but cannot connect
@@ -192,7 +192,7 @@ TEST(TnetConnect, TcpAndThttpRoundTrip) {
   EXPECT_EQ(tsocket_get_acceptconn(lfd), 1);
   EXPECT_EQ(tnet_connect(("thttp://127.0.0.1:" + std::to_string(LocalPort(lfd))).c_str(), 1000),
             -1);
-  tnet_close(lfd);
+  EXPECT_EQ(0, tnet_close(lfd));
 }
 
 TEST(TnetConnect, UdpBindsWithoutListening) {
@@ -206,8 +206,8 @@ TEST(TnetConnect, UdpBindsWithoutListening) {
   char buf[8] = {};
   EXPECT_EQ(tnet_recvall(lfd, buf, sizeof(buf), 1000), 5);  // one datagram
   EXPECT_STREQ(buf, "dgram");
-  tnet_close(cfd);
-  tnet_close(lfd);
+  EXPECT_EQ(0, tnet_close(cfd));
+  EXPECT_EQ(0, tnet_close(lfd));
 }
 
 TEST(TnetConnect, UnixReplacesStaleFile) {
@@ -226,9 +226,9 @@ TEST(TnetConnect, UnixReplacesStaleFile) {
   char buf[4] = {};
   EXPECT_EQ(tnet_recvall(cfd, buf, 2, 1000), 2);
   EXPECT_STREQ(buf, "ok");
-  tnet_close(afd);
-  tnet_close(cfd);
-  tnet_close(lfd);
+  EXPECT_EQ(0, tnet_close(afd));
+  EXPECT_EQ(0, tnet_close(cfd));
+  EXPECT_EQ(0, tnet_close(lfd));
   EXPECT_EQ(tnet_listen(("unix://" + dir.path() + "/" + std::string(100, 's')).c_str(), 1), -1);
   EXPECT_EQ(tnet_connect(("unix://" + dir.file("none")).c_str(), 100), -1);
 }

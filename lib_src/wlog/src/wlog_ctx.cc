@@ -123,6 +123,18 @@ void release_instance(WLOGCATEGORYINNERINST* c) {
   c->pszBuff = nullptr;
 }
 
+// Finalises every instance from the last down, then the process-wide parts.
+void release_context(WLOGCTX* ctx) {
+  while (ctx->stInst.iCount > 0) {
+    release_instance(&ctx->stInst.astCatInsts[ctx->stInst.iCount - 1]);
+    ctx->stInst.iCount--;
+  }
+  if (ctx->pstConf != nullptr) {
+    modules_fini();
+    ctx->pstConf = nullptr;  // a second fini does not release the modules again
+  }
+}
+
 }  // namespace
 
 WLOGCTX* wlog_get_context_i(WLOGCATEGORYINNERINST* pstInst) {
@@ -167,7 +179,7 @@ int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
     c->pstCat = cat;
     c->pszBuff = static_cast<char*>(calloc(1, static_cast<size_t>(cat->iMaxMsgSize)));
     if (c->pszBuff == nullptr) {
-      wlog_fini(pstCtx);
+      release_context(pstCtx);
       return status;
     }
     if (!pstConf->iDelayInit) {
@@ -179,7 +191,7 @@ int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
         if (!pstConf->iSuppressError || cat->iMustSucc) {
           free(c->pszBuff);
           c->pszBuff = nullptr;
-          wlog_fini(pstCtx);
+          release_context(pstCtx);
           return ret;
         }
       }
@@ -193,7 +205,7 @@ int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
     const int loop = check_forward_chain(&pstCtx->stInst.astCatInsts[i]);
     if (loop != 0) {
       printf("wlog conf forward category form loop %d\n", loop);
-      wlog_fini(pstCtx);
+      release_context(pstCtx);
       return WLOG_ERRCODE(WLOG_ERROR_LOOP);
     }
   }
@@ -202,14 +214,7 @@ int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
 
 int wlog_fini(WLOGCTX* pstCtx) {
   if (pstCtx == nullptr) return -1;
-  while (pstCtx->stInst.iCount > 0) {
-    release_instance(&pstCtx->stInst.astCatInsts[pstCtx->stInst.iCount - 1]);
-    pstCtx->stInst.iCount--;
-  }
-  if (pstCtx->pstConf != nullptr) {
-    modules_fini();
-    pstCtx->pstConf = nullptr;  // a second fini does not release the modules again
-  }
+  release_context(pstCtx);
   return 0;
 }
 

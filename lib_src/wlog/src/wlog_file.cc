@@ -184,8 +184,7 @@ int open_file(WLOGFILE* f, const char* mode) {
   if (st->fp != nullptr) return -1;
 
   FILE* fp = fopen64(st->szPath, mode);
-  if (fp == nullptr && errno == ENOENT) {
-    tos_mkdir_by_path(st->szPath);
+  if (fp == nullptr && errno == ENOENT && tos_mkdir_by_path(st->szPath) == 0) {
     fp = fopen64(st->szPath, mode);
   }
   if (fp == nullptr) return -1;
@@ -237,11 +236,20 @@ int sticky_shift(WLOGFILE* f) {
     format_path(from, st->szPath, i);
     if (tfexist(from) != 0) continue;
     format_path(to, st->szPath, i + 1);
-    tfdelete(to);
+    if (tfdelete(to) != 0) {
+      // Usually there is no such file yet; rename replaces one it could not delete anyway.
+    }
     rename(from, to);
   }
   st->iCurRotate = 0;
   return 0;
+}
+
+// Closes the file and frees the stdio buffer.
+void release(WLOGDEVFILEINST* st) {
+  close_file(st);
+  free(st->pszBuff);
+  st->pszBuff = nullptr;
 }
 
 int sync_i(WLOGDEVFILEINST* st, time_t now) {
@@ -307,7 +315,7 @@ int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   char path[kPathLen];
   if (make_path(f, path) != 0) {
     printf("open log file %.*s fail\n", static_cast<int>(sizeof(dev->szPattern)), dev->szPattern);
-    wlogfile_fini(f);
+    release(st);
     return WLOG_ERRCODE(WLOG_ERROR_FILE_OPEN);
   }
   store_path(st, path);
@@ -316,7 +324,7 @@ int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
 
   if (open_file(f, "ab+") != 0) {
     printf("open log file %s fail\n", st->szPath);
-    wlogfile_fini(f);
+    release(st);
     return WLOG_ERRCODE(WLOG_ERROR_FILE_OPEN);
   }
   return 0;
@@ -377,9 +385,7 @@ int wlogfile_fini(WLOGFILE* f) {
   WLOGDEVFILEINST* st = &f->stInst;
   int ret = 0;
   if (st->fp != nullptr) ret = sync_i(st, st->tLastMsg);
-  close_file(st);
-  free(st->pszBuff);
-  st->pszBuff = nullptr;
+  release(st);
   return ret;
 }
 

@@ -67,14 +67,14 @@ TEST(WlogFileRotate, NumberedFilesAreUsedInTurnAndTruncatedOnReuse) {
   WLOGFILE f;
   ASSERT_EQ(0, wlogfile_init(&f, &one));
   for (const char* s : {"aaaaaa\n", "bbbbbb\n", "cc\n"}) EXPECT_EQ(0, Put(&f, s));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("bbbbbb\ncc\n", ReadFile(dir.file("one.log")));
   EXPECT_FALSE(Exists(dir.file("one.log.1")));
 
   WLOGDEVFILE three = Dev(dir.file("app.log"), 8, 3);
   ASSERT_EQ(0, wlogfile_init(&f, &three));
   for (int i = 1; i <= 4; ++i) EXPECT_EQ(0, Put(&f, "line" + std::to_string(i) + "xx\n"));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("line4xx\n", ReadFile(dir.file("app.log")));
   EXPECT_EQ("line2xx\n", ReadFile(dir.file("app.log.1")));
   EXPECT_EQ("line3xx\n", ReadFile(dir.file("app.log.2")));
@@ -95,7 +95,7 @@ TEST(WlogFileRotate, InitAppendsToTheNewestFileByModificationTime) {
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   EXPECT_EQ(dir.file("app.log.1"), f.stInst.szPath);
   EXPECT_EQ(0, Put(&f, "more\n"));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("one\nmore\n", ReadFile(dir.file("app.log.1")));
 
   // Tracked size starts at the existing size: the next rotation comes when it is full.
@@ -103,13 +103,13 @@ TEST(WlogFileRotate, InitAppendsToTheNewestFileByModificationTime) {
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   EXPECT_EQ(9u, f.stInst.iTail);
   EXPECT_EQ(0, Put(&f, "abcd\n"));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("abcd\n", ReadFile(dir.file("app.log.2")));
 
   d.iNoFindLatest = 1;  // without the search the appender starts at the bare name
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   EXPECT_EQ(dir.file("app.log"), f.stInst.szPath);
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
 }
 
 TEST(WlogFileRotate, BillModeAppendsToNewestAndNeverReuses) {
@@ -120,13 +120,13 @@ TEST(WlogFileRotate, BillModeAppendsToNewestAndNeverReuses) {
   EXPECT_EQ(dir.file("app.log"), f.stInst.szPath);  // an empty sequence starts at the bare name
   EXPECT_EQ(0, Put(&f, "dddd\n"));
   EXPECT_EQ(0, Put(&f, "eeee\n"));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   // Started again: appends to the newest of app.log, app.log.1, then moves to the next number.
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   EXPECT_EQ(2, f.stInst.iCurRotate);  // one ahead of the suffix in use
   EXPECT_EQ(0, Put(&f, "f\n"));
   EXPECT_EQ(0, Put(&f, "gggg\n"));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("dddd\n", ReadFile(dir.file("app.log")));
   EXPECT_EQ("eeee\nf\n", ReadFile(dir.file("app.log.1")));
   EXPECT_EQ("gggg\n", ReadFile(dir.file("app.log.2")));
@@ -140,7 +140,7 @@ TEST(WlogFileRotate, StickyRotationKeepsTheBareNameCurrent) {
   WLOGFILE f;
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   for (const char* s : {"L1\n", "L2\n", "L3\n", "L4\n", "L5\n"}) EXPECT_EQ(0, Put(&f, s));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ(dir.file("app.log"), f.stInst.szPath);
   EXPECT_EQ("L5\n", ReadFile(dir.file("app.log")));
   EXPECT_EQ("L4\n", ReadFile(dir.file("app.log.1")));
@@ -149,7 +149,7 @@ TEST(WlogFileRotate, StickyRotationKeepsTheBareNameCurrent) {
 
   ASSERT_EQ(0, wlogfile_init(&f, &d));  // started again: appends to the bare name
   EXPECT_EQ(0, Put(&f, "x"));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("L5\nx", ReadFile(dir.file("app.log")));
 }
 
@@ -169,7 +169,7 @@ TEST(WlogFilePeriod, NewHourSwitchesToIndexZeroOfTheNewName) {
   EXPECT_EQ(0, Put(&f, "c\n"));
   g_now = hour + 3600;
   EXPECT_EQ(0, Put(&f, "d\n"));  // fits the size limit: only the period switches files
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   const std::string second = dir.path() + Strftime("/log_%Y%m%d%H", hour + 3600);
   EXPECT_EQ("aaaa\n", ReadFile(first));
   EXPECT_EQ("bbbb\nc\n", ReadFile(first + ".1"));
@@ -189,7 +189,7 @@ TEST(WlogFilePeriod, BillModeStartsEachPeriodOnTheBareNameInANewDirectory) {
   EXPECT_EQ(0, Put(&f, "s0\n"));
   g_now = day + 1;
   EXPECT_EQ(0, Put(&f, "s1\n"));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("s0\n", ReadFile(dir.path() + Strftime("/%S/bill.log", day)));
   EXPECT_EQ("s1\n", ReadFile(dir.path() + Strftime("/%S/bill.log", day + 1)));
 }
@@ -203,7 +203,7 @@ TEST(WlogFileFlush, BufferedDataWaitsForTheSyncInterval) {
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   EXPECT_EQ(0, Put(&f, "one\n"));  // interval 0: flushed at once
   EXPECT_EQ("one\n", ReadFile(dir.file("app.log")));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
 
   d.iSyncTime = 60;
   ASSERT_EQ(0, wlogfile_init(&f, &d));
@@ -241,7 +241,7 @@ TEST(WlogFileWrite, PiecesAreOneRecordAndAreNeverSplit) {
   EXPECT_EQ(-1, wlogfile_writev(&f, &bad, -1));
   EXPECT_EQ(-1, wlogfile_writev(nullptr, v, 1));
   EXPECT_EQ(-1, wlogfile_write(&f, nullptr, 0));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("[pre] msg\n", ReadFile(dir.file("app.log")));
   EXPECT_EQ("msg\n", ReadFile(dir.file("app.log.1")));
   EXPECT_EQ(big, ReadFile(dir.file("app.log.2")));
@@ -291,7 +291,7 @@ TEST(WlogFileOpen, MissingDirectoriesAreCreatedAndFailuresRetried) {
   EXPECT_EQ(-1, Put(&f, "ef\n"));
   ASSERT_EQ(0, unlink(dir.file("a/b").c_str()));
   EXPECT_EQ(0, Put(&f, "gh\n"));
-  wlogfile_fini(&f);
+  EXPECT_EQ(0, wlogfile_fini(&f));
   EXPECT_EQ("gh\n", ReadFile(dir.file("a/b/app.log.2")));
 }
 

@@ -96,8 +96,8 @@ inline WLOGCATEGORY* add_file_category(WLOGCONF* conf, const char* name, const s
 
 struct CtxDeleter {
   void operator()(WLOGCTX* ctx) const {
-    wlog_fini(ctx);
-    wlog_free(&ctx);
+    EXPECT_EQ(0, wlog_fini(ctx));
+    EXPECT_EQ(0, wlog_free(&ctx));
   }
 };
 using CtxPtr = std::unique_ptr<WLOGCTX, CtxDeleter>;
@@ -108,7 +108,7 @@ inline CtxPtr init_ctx(WLOGCONF* conf, int* ret = nullptr) {
   const int r = wlog_init(ctx, conf);
   if (ret != nullptr) *ret = r;
   if (r != 0) {
-    wlog_free(&ctx);
+    EXPECT_EQ(0, wlog_free(&ctx));
     return CtxPtr();
   }
   return CtxPtr(ctx);
