@@ -23,7 +23,8 @@ std::atomic<int> g_send_mode{kSendReal};
 std::atomic<int> g_send_calls{0};
 }  // namespace
 
-extern "C" ssize_t send(int fd, const void* buf, size_t len, int flags) noexcept {
+// Declared exactly as <sys/socket.h> declares it (a cancellation point, so not noexcept).
+extern "C" ssize_t send(int fd, const void* buf, size_t len, int flags) {
   int call = g_send_calls++;
   int mode = g_send_mode;
   if (mode == kSendZeroAfterFirst) {
@@ -103,7 +104,9 @@ TEST(TsocketConnect, ConnectsAndRefuses) {
   int fd = tsocket_open_tcp();
   ASSERT_EQ(tsocket_set_nonblock(fd, 1), 0);
   EXPECT_EQ(tsocket_connect(fd, Sa(addr), sizeof(addr), 1000), 0);
-  EXPECT_EQ(tsocket_start_connect(fd, Sa(addr), sizeof(addr)), TSOCKET_CONNECTED);  // EISCONN
+  for (int again = 0; again < 2; ++again) {  // the second call meets EISCONN
+    EXPECT_EQ(tsocket_start_connect(fd, Sa(addr), sizeof(addr)), TSOCKET_CONNECTED) << again;
+  }
   EXPECT_EQ(0, tsocket_close(fd));
   EXPECT_EQ(0, tsocket_close(lfd));
   fd = tsocket_open_tcp();
