@@ -29,25 +29,7 @@ int counted(int v) {
 
 }  // namespace
 
-TEST(WlogCanWrite, SwitchedOffCategoryStillConsultsForward) {
-  auto conf = make_conf();
-  WLOGCATEGORY* a = add_category(conf.get(), "a", "", WLOG_DEV_NO);
-  snprintf(a->szForwardCat, sizeof(a->szForwardCat), "b");
-  add_category(conf.get(), "b")->iPriorityLow = WLOG_PRIORITY_INFO;
-  CtxPtr ctx = init_ctx(conf.get());
-  ASSERT_TRUE(ctx);
-  WLOGCATEGORYINST* ca = wlog_get_category(ctx.get(), "a");
-  EXPECT_EQ(1, wlog_category_can_write(ca, WLOG_PRIORITY_ERROR, 0, 0));
-  EXPECT_EQ(0, wlog_category_can_write(ca, WLOG_PRIORITY_DEBUG, 0, 0));
-  EXPECT_EQ(0, wlog_category_can_write(nullptr, WLOG_PRIORITY_ERROR, 0, 0));
-  EXPECT_EQ(0, wlog_category_priority_check_chain(inner(ca), WLOG_PRIORITY_DEBUG));
-  EXPECT_EQ(1, wlog_category_filter_check_chain(inner(ca), 1, 2));
-  wlog_test::Capture cap;
-  EXPECT_EQ(0, log_text(ca, WLOG_PRIORITY_ERROR, "via-b"));
-  EXPECT_EQ("via-b", cap.Take());
-}
-
-TEST(WlogCanWrite, WindowsAndFilters) {
+TEST(WlogCanWrite, WindowsFiltersAndTheForwardChain) {
   auto conf = make_conf();
   add_category(conf.get(), "open");
   WLOGCATEGORY* win = add_category(conf.get(), "win");
@@ -57,6 +39,8 @@ TEST(WlogCanWrite, WindowsAndFilters) {
   WLOGCATEGORY* ids = add_category(conf.get(), "ids");
   ids->stFilter.iCount = 1;
   ids->stFilter.astFilters[0].stIDFilter = {100, 10, 0, 0, 0, 0};
+  WLOGCATEGORY* off = add_category(conf.get(), "off", "", WLOG_DEV_NO);  // switched off ...
+  snprintf(off->szForwardCat, sizeof(off->szForwardCat), "win");  // ... its target still counts
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   const struct {
@@ -74,17 +58,24 @@ TEST(WlogCanWrite, WindowsAndFilters) {
       {"ids", 0, 105, 1},
       {"ids", 0, 110, 0},
       {"none", 0, 0, 1},  // a negative filter count: can_write says yes ...
+      {"off", WLOG_PRIORITY_ERROR, 0, 1},
+      {"off", WLOG_PRIORITY_DEBUG, 0, 0},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(c.expect,
               wlog_category_can_write(wlog_get_category(ctx.get(), c.cat), c.prio, c.id, 0))
         << c.cat << " " << c.prio << " " << c.id;
   }
+  EXPECT_EQ(0, wlog_category_can_write(nullptr, WLOG_PRIORITY_ERROR, 0, 0));
+  WLOGCATEGORYINNERINST* o = inner(wlog_get_category(ctx.get(), "off"));
+  EXPECT_EQ(0, wlog_category_priority_check_chain(o, WLOG_PRIORITY_DEBUG));
+  EXPECT_EQ(1, wlog_category_filter_check_chain(o, 1, 2));
   wlog_test::Capture cap;  // ... but the write path rejects
   EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "none"), 0, "dropped"));
   EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "ids"), 0, "id-out", 110));
   EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "ids"), 0, "id-in", 101));
-  EXPECT_EQ("id-in", cap.Take());
+  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "off"), WLOG_PRIORITY_ERROR, "via-win"));
+  EXPECT_EQ("id-invia-win", cap.Take());
 }
 
 TEST(WlogLogv, MessageSizeRuleAndBadArguments) {

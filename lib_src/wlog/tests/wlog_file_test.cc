@@ -4,6 +4,7 @@
 #include "wlog/wlog_file.h"
 #include "wlog/wlog.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
@@ -13,6 +14,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -42,6 +44,17 @@ struct FakeClock {
 
 bool Exists(const std::string& p) { return access(p.c_str(), F_OK) == 0; }
 
+std::vector<std::string> FilesIn(const std::string& dir) {
+  std::vector<std::string> names;
+  if (DIR* d = opendir(dir.c_str())) {
+    while (const struct dirent* e = readdir(d)) {
+      if (e->d_name[0] != '.') names.push_back(e->d_name);
+    }
+    closedir(d);
+  }
+  return names;
+}
+
 WLOGDEVFILE Dev(const std::string& pattern, uint32_t limit, int max_rotate) {
   WLOGDEVFILE d;
   memset(&d, 0, sizeof(d));
@@ -61,24 +74,72 @@ std::string Strftime(const char* fmt, time_t t) {
   return buf;
 }
 
-TEST(WlogFileRotate, NumberedFilesAreUsedInTurnAndTruncatedOnReuse) {
-  TempDir dir;
-  WLOGDEVFILE one = Dev(dir.file("one.log"), 10, 1);
-  WLOGFILE f;
-  ASSERT_EQ(0, wlogfile_init(&f, &one));
-  for (const char* s : {"aaaaaa\n", "bbbbbb\n", "cc\n"}) EXPECT_EQ(0, Put(&f, s));
-  EXPECT_EQ(0, wlogfile_fini(&f));
-  EXPECT_EQ("bbbbbb\ncc\n", ReadFile(dir.file("one.log")));
-  EXPECT_FALSE(Exists(dir.file("one.log.1")));
-
-  WLOGDEVFILE three = Dev(dir.file("app.log"), 8, 3);
-  ASSERT_EQ(0, wlogfile_init(&f, &three));
-  for (int i = 1; i <= 4; ++i) EXPECT_EQ(0, Put(&f, "line" + std::to_string(i) + "xx\n"));
-  EXPECT_EQ(0, wlogfile_fini(&f));
-  EXPECT_EQ("line4xx\n", ReadFile(dir.file("app.log")));
-  EXPECT_EQ("line2xx\n", ReadFile(dir.file("app.log.1")));
-  EXPECT_EQ("line3xx\n", ReadFile(dir.file("app.log.2")));
-  EXPECT_FALSE(Exists(dir.file("app.log.3")));
+// Sequences of records through one appender (a new run starts the appender again) and every
+// file they leave, in each rotation mode. "a|b" is one record of the pieces a and b.
+TEST(WlogFileRotate, EveryModeLeavesExactlyTheseFiles) {
+  const struct {
+    const char* what;
+    uint32_t limit;
+    int max_rotate;
+    int sticky;
+    std::vector<std::vector<std::string>> runs;
+    std::map<std::string, std::string> files;
+  } cases[] = {
+      {"one file: reused and truncated",
+       10,
+       1,
+       0,
+       {{"aaaaaa\n", "bbbbbb\n", "cc\n"}},
+       {{"app.log", "bbbbbb\ncc\n"}}},
+      {"three files in turn",
+       8,
+       3,
+       0,
+       {{"line1xx\n", "line2xx\n", "line3xx\n", "line4xx\n"}},
+       {{"app.log", "line4xx\n"}, {"app.log.1", "line2xx\n"}, {"app.log.2", "line3xx\n"}}},
+      {"bill: appends to the newest, never reuses",
+       7,
+       0,
+       0,
+       {{"dddd\n", "eeee\n"}, {"f\n", "gggg\n"}},
+       {{"app.log", "dddd\n"}, {"app.log.1", "eeee\nf\n"}, {"app.log.2", "gggg\n"}}},
+      {"sticky: the bare name is always the newest",
+       4,
+       3,
+       1,
+       {{"L1\n", "L2\n", "L3\n", "L4\n", "L5\n"}, {"x"}},
+       {{"app.log", "L5\nx"}, {"app.log.1", "L4\n"}, {"app.log.2", "L3\n"}}},
+      {"records are never split",
+       12,
+       3,
+       0,
+       {{"[pre] ||msg|\n", "msg|\n", "", std::string(20, 'x')}},
+       {{"app.log", "[pre] msg\n"}, {"app.log.1", "msg\n"}, {"app.log.2", std::string(20, 'x')}}},
+  };
+  for (const auto& c : cases) {
+    TempDir dir;
+    WLOGDEVFILE d = Dev(dir.file("app.log"), c.limit, c.max_rotate);
+    d.iRotateStick = c.sticky;
+    for (const auto& run : c.runs) {
+      WLOGFILE f;
+      ASSERT_EQ(0, wlogfile_init(&f, &d)) << c.what;
+      for (const std::string& rec : run) {
+        std::vector<std::string> pieces;
+        for (size_t at = 0, bar; at <= rec.size() && !rec.empty(); at = bar + 1) {
+          bar = rec.find('|', at);
+          if (bar == std::string::npos) bar = rec.size();
+          pieces.push_back(rec.substr(at, bar - at));
+        }
+        std::vector<WLOGIOVEC> vec;
+        for (std::string& p : pieces) vec.push_back({&p[0], p.size()});
+        EXPECT_EQ(0, wlogfile_writev(&f, vec.data(), static_cast<int>(vec.size()))) << c.what;
+      }
+      EXPECT_EQ(0, wlogfile_fini(&f)) << c.what;
+    }
+    std::map<std::string, std::string> files;
+    for (const std::string& name : FilesIn(dir.path())) files[name] = ReadFile(dir.file(name));
+    EXPECT_EQ(c.files, files) << c.what;
+  }
 }
 
 TEST(WlogFileRotate, InitAppendsToTheNewestFileByModificationTime) {
@@ -110,47 +171,6 @@ TEST(WlogFileRotate, InitAppendsToTheNewestFileByModificationTime) {
   ASSERT_EQ(0, wlogfile_init(&f, &d));
   EXPECT_EQ(dir.file("app.log"), f.stInst.szPath);
   EXPECT_EQ(0, wlogfile_fini(&f));
-}
-
-TEST(WlogFileRotate, BillModeAppendsToNewestAndNeverReuses) {
-  TempDir dir;
-  WLOGDEVFILE d = Dev(dir.file("app.log"), 7, 0);
-  WLOGFILE f;
-  ASSERT_EQ(0, wlogfile_init(&f, &d));
-  EXPECT_EQ(dir.file("app.log"), f.stInst.szPath);  // an empty sequence starts at the bare name
-  EXPECT_EQ(0, Put(&f, "dddd\n"));
-  EXPECT_EQ(0, Put(&f, "eeee\n"));
-  EXPECT_EQ(0, wlogfile_fini(&f));
-  // Started again: appends to the newest of app.log, app.log.1, then moves to the next number.
-  ASSERT_EQ(0, wlogfile_init(&f, &d));
-  EXPECT_EQ(2, f.stInst.iCurRotate);  // one ahead of the suffix in use
-  EXPECT_EQ(0, Put(&f, "f\n"));
-  EXPECT_EQ(0, Put(&f, "gggg\n"));
-  EXPECT_EQ(0, wlogfile_fini(&f));
-  EXPECT_EQ("dddd\n", ReadFile(dir.file("app.log")));
-  EXPECT_EQ("eeee\nf\n", ReadFile(dir.file("app.log.1")));
-  EXPECT_EQ("gggg\n", ReadFile(dir.file("app.log.2")));
-  EXPECT_FALSE(Exists(dir.file("app.log.3")));
-}
-
-TEST(WlogFileRotate, StickyRotationKeepsTheBareNameCurrent) {
-  TempDir dir;
-  WLOGDEVFILE d = Dev(dir.file("app.log"), 4, 3);
-  d.iRotateStick = 1;
-  WLOGFILE f;
-  ASSERT_EQ(0, wlogfile_init(&f, &d));
-  for (const char* s : {"L1\n", "L2\n", "L3\n", "L4\n", "L5\n"}) EXPECT_EQ(0, Put(&f, s));
-  EXPECT_EQ(0, wlogfile_fini(&f));
-  EXPECT_EQ(dir.file("app.log"), f.stInst.szPath);
-  EXPECT_EQ("L5\n", ReadFile(dir.file("app.log")));
-  EXPECT_EQ("L4\n", ReadFile(dir.file("app.log.1")));
-  EXPECT_EQ("L3\n", ReadFile(dir.file("app.log.2")));
-  EXPECT_FALSE(Exists(dir.file("app.log.3")));
-
-  ASSERT_EQ(0, wlogfile_init(&f, &d));  // started again: appends to the bare name
-  EXPECT_EQ(0, Put(&f, "x"));
-  EXPECT_EQ(0, wlogfile_fini(&f));
-  EXPECT_EQ("L5\nx", ReadFile(dir.file("app.log")));
 }
 
 TEST(WlogFilePeriod, NewHourSwitchesToIndexZeroOfTheNewName) {
@@ -222,31 +242,6 @@ TEST(WlogFileFlush, BufferedDataWaitsForTheSyncInterval) {
   EXPECT_EQ("one\ntwo\nthree\nfour\nfive\n", ReadFile(dir.file("app.log")));
 }
 
-TEST(WlogFileWrite, PiecesAreOneRecordAndAreNeverSplit) {
-  TempDir dir;
-  WLOGDEVFILE d = Dev(dir.file("app.log"), 12, 3);
-  WLOGFILE f;
-  ASSERT_EQ(0, wlogfile_init(&f, &d));
-  char a[] = "[pre] ", m[] = "msg", s[] = "\n";
-  WLOGIOVEC v[4] = {{a, 6}, {m, 0}, {m, 3}, {s, 1}};
-  EXPECT_EQ(0, wlogfile_writev(&f, v, 4));
-  EXPECT_EQ(10u, f.stInst.iTail);
-  EXPECT_EQ(0, wlogfile_writev(&f, v + 2, 2));  // 10 + 4 > 12: next file
-  EXPECT_EQ(0, wlogfile_writev(&f, v, 0));      // empty record: nothing written
-  const std::string big(20, 'x');               // longer than the limit: whole, fresh file
-  EXPECT_EQ(0, Put(&f, big));
-
-  WLOGIOVEC bad = {nullptr, 3};
-  EXPECT_EQ(-1, wlogfile_writev(&f, &bad, 1));
-  EXPECT_EQ(-1, wlogfile_writev(&f, &bad, -1));
-  EXPECT_EQ(-1, wlogfile_writev(nullptr, v, 1));
-  EXPECT_EQ(-1, wlogfile_write(&f, nullptr, 0));
-  EXPECT_EQ(0, wlogfile_fini(&f));
-  EXPECT_EQ("[pre] msg\n", ReadFile(dir.file("app.log")));
-  EXPECT_EQ("msg\n", ReadFile(dir.file("app.log.1")));
-  EXPECT_EQ(big, ReadFile(dir.file("app.log.2")));
-}
-
 TEST(WlogFileWrite, EmptyRecordWritesNothingAndGivesTheFlushResult) {
   TempDir dir;
   FakeClock clock(1700000000);
@@ -265,6 +260,12 @@ TEST(WlogFileWrite, EmptyRecordWritesNothingAndGivesTheFlushResult) {
   EXPECT_EQ(0, wlogany_writev(&any, 0, 0, nullptr, 0));  // the interval is over: flushed
   EXPECT_EQ("ab", ReadFile(dir.file("e.log")));
   EXPECT_EQ(-1, wlogany_writev(&any, 0, 0, nullptr, -1));
+  WLOGFILE* f = &any.stInst.stAny.stFile;
+  WLOGIOVEC bad = {nullptr, 3};
+  EXPECT_EQ(-1, wlogfile_writev(f, &bad, 1));
+  EXPECT_EQ(-1, wlogfile_writev(f, &bad, -1));
+  EXPECT_EQ(-1, wlogfile_writev(nullptr, &bad, 0));
+  EXPECT_EQ(-1, wlogfile_write(f, nullptr, 0));
   wlogany_fini(&any);
 
   WLOGFILE* bill = nullptr;
