@@ -81,19 +81,8 @@ TEST(TnetGetOpt, ParsesAndRefusesWhatDoesNotFit) {
   EXPECT_EQ(opt.iArgs, 2);
   EXPECT_EQ(tnet_find_arg(&opt, "a"), nullptr);
   EXPECT_EQ(tnet_get_opt(nullptr, "h"), -1);
-}
-
-TEST(TnetTables, ProtocolsAndTypesByExactName) {
-  const char* names[] = {"tcp", "udp", "unix", "pipe", "file", "shm", "thttp"};
-  for (int i = 0; i < 7; ++i) {
-    const TNETPROTODEF* p = tnet_find_proto(names[i]);
-    ASSERT_NE(p, nullptr) << names[i];
-    EXPECT_EQ(p->iID * 10 + p->fSelectable, (i + 1) * 10 + (i == 5 ? 0 : 1)) << names[i];
-  }
-  EXPECT_EQ(tnet_find_proto("TCP"), nullptr);
-  const char* types[] = {"stream", "dgram", "seqpacket", "raw", "rdm", "packet"};
-  const int ids[] = {1, 2, 5, 3, 4, 10};
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(tnet_find_type(types[i])->iType, ids[i]);
+  EXPECT_EQ(tnet_find_proto("TCP"), nullptr);  // protocol and type names are exact-case
+  EXPECT_EQ(tnet_find_type("dgram")->iType, SOCK_DGRAM);
   EXPECT_EQ(tnet_find_type("Stream"), nullptr);
 }
 

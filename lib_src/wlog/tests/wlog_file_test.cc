@@ -310,25 +310,6 @@ TEST(WlogFileOpen, UnopenableFileGivesTheErrorCodeAndMessage) {
   EXPECT_EQ(-1, wlogfile_init(&f, nullptr));
 }
 
-TEST(WlogFileBill, IsBillTruthTable) {
-  WLOGDEVFILE d = Dev("x", 100, 0);  // the size limit does not matter
-  d.iPrecision = 1;
-  WLOGFILE f;
-  memset(&f, 0, sizeof(f));
-  f.pstDev = &d;
-  EXPECT_EQ(1, wlogfile_is_bill(&f));
-  int WLOGDEVFILE::*fields[] = {&WLOGDEVFILE::iBuffSize, &WLOGDEVFILE::iMaxRotate,
-                                &WLOGDEVFILE::iRotateStick, &WLOGDEVFILE::iSyncTime,
-                                &WLOGDEVFILE::iPrecision};
-  for (auto field : fields) {
-    const int saved = d.*field;
-    d.*field = saved + 1;
-    EXPECT_EQ(0, wlogfile_is_bill(&f));
-    d.*field = saved;
-  }
-  EXPECT_EQ(0, wlogfile_is_bill(nullptr));
-}
-
 }  // namespace
 
 namespace {

@@ -2,6 +2,7 @@
  * tfile.h: thin wrappers over file descriptors and paths.
  *
  * Conventions:
+ *  - Every function that returns a result code is marked PAL_MUST_CHECK: ignoring it warns.
  *  - Every function returns an int (tfseek a long): 0 or a non-negative value on success,
  *    -1 on failure, with errno left as the failing system call set it.
  *  - Paths are zero-terminated; a null path or null output pointer is a failure (-1, EINVAL).

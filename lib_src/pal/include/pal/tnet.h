@@ -2,6 +2,7 @@
  * tnet.h: endpoints named by one string, proto://address?name=value&name=value.
  *
  * Conventions:
+ *  - Every function that returns a result code is marked PAL_MUST_CHECK: ignoring it warns.
  *  - Without "://" the protocol is "tcp" and the whole string is the address.
  *  - Limits: protocol at most 15 characters, address at most 127, at most TNET_MAX_ARGS
  *    arguments with names of at most 31 and values of at most 255 characters. Longer input is

@@ -2,6 +2,7 @@
  * tos.h: processes, directories and time.
  *
  * Conventions:
+ *  - Every function that returns a result code is marked PAL_MUST_CHECK: ignoring it warns.
  *  - Functions return 0 (or a non-negative value) on success and -1 on failure, errno left as
  *    the failing system call set it, unless a function says otherwise.
  *  - Output buffers are (pointer, size in bytes) pairs; nothing is written past size bytes.

@@ -2,6 +2,7 @@
  * tsocket.h: socket primitives.
  *
  * Conventions:
+ *  - Every function that returns a result code is marked PAL_MUST_CHECK: ignoring it warns.
  *  - Sockets are plain int descriptors. Functions return 0 or a non-negative value on success
  *    and -1 on failure with errno left as the failing system call set it, unless a function
  *    says otherwise (the connect and send-all helpers have a few extra result codes).

@@ -3,7 +3,8 @@
  *
  * Conventions:
  * - Functions return int: 0 on success, -1 for a bad argument or a failure, or an error code
- *   WLOG_ERRCODE(WLOG_ERROR_*) = 0x83020400 + error where stated. No function throws.
+ *   WLOG_ERRCODE(WLOG_ERROR_*) = 0x83020400 + error where stated (wlog_error_string names
+ *   them). No function throws. Every result code is marked WLOG_MUST_CHECK: ignoring it warns.
  * - Null pointers are always checked: they give -1 (null for pointer results, 0 from
  *   wlog_category_can_write).
  * - Ownership: a WLOGCTX owns its category instances, their message buffers and appender
