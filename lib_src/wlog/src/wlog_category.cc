@@ -56,15 +56,22 @@ int append(WLOGCATEGORYINNERINST* a, WLOGEVENTBASE* e) {
   const size_t msg_len = e->evt_msg_len > 0 ? static_cast<size_t>(e->evt_msg_len) : 0;
   const size_t pre_len = e->evt_msg_prefix_len > 0 ? static_cast<size_t>(e->evt_msg_prefix_len) : 0;
   const size_t suf_len = e->evt_msg_sufix_len > 0 ? static_cast<size_t>(e->evt_msg_sufix_len) : 0;
-  if (ops != nullptr && ops->iJoinPieces && pre_len + msg_len + suf_len <= WLOG_JOIN_PIECES_MAX) {
+  const size_t total = pre_len + msg_len + suf_len;
+  if (ops != nullptr && ops->iJoinPieces && total <= WLOG_JOIN_PIECES_MAX) {
     // A byte-stream device gets a short record as one piece: one call into stdio, not three.
+    // It is assembled behind the prefix in the prefix buffer when it fits there (the prefix
+    // itself stays as it is for the next category of the chain), else on the stack.
     char joined[WLOG_JOIN_PIECES_MAX];
-    memcpy(joined, e->evt_msg_prefix_buffer, pre_len);
-    if (msg_len > 0) memcpy(joined + pre_len, e->evt_msg, msg_len);
-    memcpy(joined + pre_len + msg_len, e->evt_msg_sufix_buffer, suf_len);
+    char* rec = e->evt_msg_prefix_buffer;
+    if (total > sizeof(e->evt_msg_prefix_buffer)) {
+      rec = joined;
+      memcpy(rec, e->evt_msg_prefix_buffer, pre_len);
+    }
+    if (msg_len > 0) memcpy(rec + pre_len, e->evt_msg, msg_len);
+    memcpy(rec + pre_len + msg_len, e->evt_msg_sufix_buffer, suf_len);
     WLOGIOVEC one;
-    one.iov_base = joined;
-    one.iov_len = pre_len + msg_len + suf_len;
+    one.iov_base = rec;
+    one.iov_len = total;
     return wlogany_writev(&a->stWlogAnyInst, e->evt_id, e->evt_cls, &one, 1);
   }
   WLOGIOVEC vec[3];

@@ -276,16 +276,25 @@ TEST(WlogMacros, BoundsSkipArgumentEvaluationAndEveryMacroHasItsPriority) {
             all.Take());
 }
 
-TEST(WlogLog, LongRecordsKeepAllPieces) {
+// A byte stream gets short records joined into one piece: every length, through the parent
+// dispatch (same layout) and the forward chain (own layout).
+TEST(WlogLog, JoinedRecordsKeepAllPieces) {
   auto conf = make_conf();
-  add_category(conf.get(), "long", "<%m>", WLOG_DEV_TERM)->iMaxMsgSize = 10000;
+  add_category(conf.get(), "p", "P<%m>", WLOG_DEV_TERM);
+  WLOGCATEGORY* c = add_category(conf.get(), "p.c", "<%m>", WLOG_DEV_TERM);
+  c->iMaxMsgSize = 10000;
+  c->iLevelDispatch = 1;
+  snprintf(c->szForwardCat, sizeof(c->szForwardCat), "f");
+  add_category(conf.get(), "f", "F<%m>", WLOG_DEV_TERM)->iMaxMsgSize = 10000;
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
-  const std::string body(6000, 'b');  // longer than a record joined on the stack
-  StdoutCapture cap;                  // a byte stream: short records are joined
-  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "long"), 0, body.c_str()));
-  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "long"), 0, ""));
-  EXPECT_EQ("<" + body + "><>", cap.Stop());
+  for (size_t len : {0, 100, 2045, 2046, 4094, 4095, 6000}) {
+    const std::string body(len, 'b');
+    StdoutCapture cap;
+    EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "p.c"), 0, body.c_str()));
+    const std::string rec = "<" + body + ">";
+    EXPECT_EQ(rec + rec + "F" + rec, cap.Stop()) << len;
+  }
 }
 
 extern "C" int wlog_c_api_log_line(void);
