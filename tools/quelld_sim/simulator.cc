@@ -431,7 +431,7 @@ class Simulation {
     if (ctx_ == nullptr) return Fail("out of memory for the logging context");
     int rc = wlog_init(ctx_, conf_);
     if (rc != 0) {
-      (void)wlog_free(&ctx_);
+      if (wlog_free(&ctx_) != 0) ctx_ = nullptr;  // cannot fail: ctx_ is not null
       return Fail("logging could not start: " + WlogResult("wlog_init", rc) + "; log file " +
                   log_path_);
     }
@@ -443,9 +443,8 @@ class Simulation {
   }
 
   void StopLogging() {
-    if (ctx_ != nullptr) {
-      wlog_fini(ctx_);
-      wlog_free(&ctx_);
+    if (ctx_ != nullptr && (wlog_fini(ctx_) != 0 || wlog_free(&ctx_) != 0)) {
+      fprintf(stderr, "wlog teardown failed\n");
     }
     cat_ = nullptr;
     free(conf_);

@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   const int ret = wlog_init(ctx, conf.get());
   if (ret != 0) {
     fprintf(stderr, "wlog_init failed: %d (%s)\n", ret, wlog_error_string(ret));
-    wlog_free(&ctx);
+    if (wlog_free(&ctx) != 0) fprintf(stderr, "wlog_example: wlog_free failed\n");
     return 1;
   }
   if (wlog_set_module_name(ctx, "wlog_example") != 0 || wlog_set_host_name(ctx, "127.0.0.1") != 0) {
@@ -100,8 +100,10 @@ int main(int argc, char** argv) {
   char path[WLOGFILE_PATH_LEN];
   const WLOGCATEGORYINNERINST* inner = reinterpret_cast<WLOGCATEGORYINNERINST*>(log);
   snprintf(path, sizeof(path), "%s", inner->stWlogAnyInst.stInst.stAny.stFile.stInst.szPath);
-  wlog_fini(ctx);
-  wlog_free(&ctx);
+  if (wlog_fini(ctx) != 0 || wlog_free(&ctx) != 0) {
+    fprintf(stderr, "wlog teardown failed\n");
+    return 1;
+  }
   printf("log file: %s\n", path);
   return 0;
 }
