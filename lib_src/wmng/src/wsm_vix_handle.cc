@@ -150,7 +150,9 @@ int wsm_vix_bind_data_i(WsmVixHandle* pstHandle, const char* pszUri) {
     if (n == 1) found = *wsm_head_data(pstHandle->pstIndex, rows[0]);
   }
   if (n == 1) {
-    wsm_i::uri_of_data(&pstHandle->stData, &found.stData);
+    // The slot's fields equal the parsed ones (same text); take its description as well.
+    u.stData = found.stData;
+    pstHandle->stData = u;
     if (found.stMeta.szLib[0] != '\0') {
       wsm_i::uri_of_meta(&pstHandle->stMeta, &found.stMeta);
     } else {

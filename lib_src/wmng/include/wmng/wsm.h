@@ -439,7 +439,8 @@ WMNG_NODISCARD int wsm_hash_set(WsmIndex* pstIndex, int iRow, const WsmUri* pstU
 WMNG_NODISCARD int wsm_hash_set_data(WsmIndex* pstIndex, int iRow, const WsmUri* pstUri);
 
 /* Look-ups write up to iMax matching rows to piRows (may be NULL when iMax is 0) and return the
- * number of matches, which may exceed iMax.
+ * number of matches, which may exceed iMax. They read the URI's text as it stands, or a rebuilt
+ * copy when iSync is set (the fields changed since the text was made).
  *
  * Exact: slots whose rebuilt URI equals the one asked for. wsm_hash_get_0 walks the column-0
  * chain of the whole text (code 3 when column 0 is not set); wsm_hash_get does the same when
