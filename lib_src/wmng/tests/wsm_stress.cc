@@ -24,8 +24,8 @@
 
 namespace {
 
-const int kNames = 32;   // object names shared by all processes
-const int kUriCap = 24;  // fewer slots than names: a full table happens too
+const int kNames = 16;         // object names shared by all processes: few, so that they collide
+const int kUriCap = 12;        // fewer slots than names: a full table happens too
 const int kMaxRecs = 1 << 20;  // pages are touched only as they fill
 const int kMaxProcs = 64;
 
