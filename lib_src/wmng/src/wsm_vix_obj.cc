@@ -66,6 +66,12 @@ int create_locked_i(WsmIndex* index, const WsmUri& uri, const WsmVixMetaInfo* me
   return 0;
 }
 
+// Creates the meta object of a library under uri. The caller holds the write lock.
+int wsm_vix_create_meta_i(WsmIndex* index, const WsmUri& uri, const VIXMETALIB* lib) {
+  int row = -1;
+  return create_locked_i(index, uri, nullptr, lib, lib->iSize, &row);
+}
+
 // The meta URI of a library: "wsm-meta://bid/name:version:build/", parsed. false when the name
 // or the numbers do not survive the round trip (too long, a separator in the name, negative).
 bool library_uri_i(const VIXMETALIB* lib, int bid, WsmUri* out, char* text, size_t text_len) {
@@ -95,8 +101,7 @@ int wsm_vix_check_metalib_i(WsmIndex* index, int row, const WsmUri& uri, const V
   if (replace != WSM_VIX_REPLACE) return WSM_VIX_META_DIFFERS;
   ret = wsm_vix_i::unlink_locked(index, WSM_URI_TYPE_META, row, stored);
   if (ret != 0) return WMNG_PUSH(7, WSM_MSG_UNLINK_FAIL, ret);
-  int made = -1;
-  ret = create_locked_i(index, uri, nullptr, lib, lib->iSize, &made);
+  ret = wsm_vix_create_meta_i(index, uri, lib);
   if (ret != 0) return WMNG_PUSH(8, WSM_MSG_CREATE_META_FAIL, ret);
   return WSM_VIX_META_REPLACED;
 }
@@ -152,8 +157,7 @@ int wsm_vix_load_meta_ex_i(WsmVixHandle* pstHandle, const VIXMETALIB* pstLib, in
   if (n < 0) return WMNG_PUSH(5, WSM_MSG_LOOKUP, n);
   if (n > 1) return WMNG_PUSH(6, WSM_MSG_MANY_MATCH, n);
   if (n == 1) return wsm_vix_check_metalib_i(index, rows[0], uri, pstLib, iReplace);
-  int made = -1;
-  const int ret = create_locked_i(index, uri, nullptr, pstLib, pstLib->iSize, &made);
+  const int ret = wsm_vix_create_meta_i(index, uri, pstLib);
   if (ret != 0) return WMNG_PUSH(8, WSM_MSG_CREATE_META_FAIL, ret);
   return WSM_VIX_META_SAME;
 }
