@@ -83,8 +83,10 @@ void remove_registry() {
     WsmVixHandleP h = nullptr;
     if (wsm_vix_open(&h) == 0) {
       for (const char* all : {"wsm-data://", "wsm-meta://"}) {
-        for (int n = wsm_vix_query(h, all); n > 0; n = wsm_vix_query(h, all)) {
-          if (wsm_vix_row_unlink(wsm_vix_row_first(h), h) != 0) break;
+        if (wsm_vix_query(h, all) <= 0) continue;
+        WsmVixResultP res = wsm_vix_store_result(h);
+        for (WsmVixRowP r = wsm_vix_fetch_row(res); r != nullptr; r = wsm_vix_fetch_row(res)) {
+          if (wsm_vix_row_unlink(r, h) != 0) fprintf(stderr, "wsm_bench: unlink failed\n");
         }
       }
       if (wsm_vix_close(&h) != 0) fprintf(stderr, "wsm_bench: close failed\n");
