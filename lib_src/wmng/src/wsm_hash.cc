@@ -108,8 +108,10 @@ int walk_chain_i(WsmIndex* index, const void* key, int len, int limit, Visit vis
   int node = toffset_hash_find(index, WSM_INDEX_OFFSET_HASH, key, len);
   while (node >= 0 && steps < limit) {
     if (++steps > max_steps) return -1;
+    // The next link is read first: its load then overlaps the visit's reads of the slot.
+    const int next = toffset_hash_next(index, WSM_INDEX_OFFSET_HASH, node);
     visit(node);
-    node = toffset_hash_next(index, WSM_INDEX_OFFSET_HASH, node);
+    node = next;
   }
   return node == -2 ? -1 : steps;
 }
