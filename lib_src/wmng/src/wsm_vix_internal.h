@@ -52,30 +52,32 @@ typedef struct tagWsmVixResult WsmVixResult;
 typedef struct tagWsmVixRow WsmVixRow;
 
 // Internal functions: the arguments are checked by the public ones.
-int wsm_vix_open_i(WsmVixHandle** ppstHandle);
-int wsm_vix_close_i(WsmVixHandle** ppstHandle);
+WMNG_NODISCARD int wsm_vix_open_i(WsmVixHandle** ppstHandle);
+WMNG_NODISCARD int wsm_vix_close_i(WsmVixHandle** ppstHandle);
 int wsm_vix_status_i(WsmVixHandle* pstHandle);
 const char* wsm_vix_bind_get_meta_i(WsmVixHandle* pstHandle);
 const char* wsm_vix_bind_get_data_i(WsmVixHandle* pstHandle);
 int64_t wsm_vix_bind_get_size_i(WsmVixHandle* pstHandle);
-int wsm_vix_bind_meta_i(WsmVixHandle* pstHandle, const char* pszUri);
-int wsm_vix_bind_data_i(WsmVixHandle* pstHandle, const char* pszUri);
-int wsm_vix_bind_size_i(WsmVixHandle* pstHandle, uint64_t iSize);
-int wsm_vix_load_meta_i(WsmVixHandle* pstHandle, const VIXMETALIB* pstLib, int iReplace);
-int wsm_vix_load_meta_ex_i(WsmVixHandle* pstHandle, const VIXMETALIB* pstLib, int iBid,
-                           int iReplace);
-int wsm_vix_load_meta_file_i(WsmVixHandle* pstHandle, const char* pszPath, int iFlags);
-int wsm_vix_load_data_i(WsmVixHandle* pstHandle, const void* pvSrc, uint64_t iSize);
+WMNG_NODISCARD int wsm_vix_bind_meta_i(WsmVixHandle* pstHandle, const char* pszUri);
+WMNG_NODISCARD int wsm_vix_bind_data_i(WsmVixHandle* pstHandle, const char* pszUri);
+WMNG_NODISCARD int wsm_vix_bind_size_i(WsmVixHandle* pstHandle, uint64_t iSize);
+WMNG_NODISCARD int wsm_vix_load_meta_i(WsmVixHandle* pstHandle, const VIXMETALIB* pstLib,
+                                       int iReplace);
+WMNG_NODISCARD int wsm_vix_load_meta_ex_i(WsmVixHandle* pstHandle, const VIXMETALIB* pstLib,
+                                          int iBid, int iReplace);
+WMNG_NODISCARD int wsm_vix_load_meta_file_i(WsmVixHandle* pstHandle, const char* pszPath,
+                                            int iFlags);
+WMNG_NODISCARD int wsm_vix_load_data_i(WsmVixHandle* pstHandle, const void* pvSrc, uint64_t iSize);
 WsmObjPtr* wsm_vix_ptr_i(WsmVixHandle* pstHandle, int iFlags);
 void* wsm_vix_at_i(WsmObjPtr* pstPtr, int iFlags);
-int wsm_vix_dt_i(void* pvPayload);
-int wsm_vix_dt_ex_i(void* pvPayload, WsmVixHandle* pstHandle);
-int wsm_vix_query_i(WsmVixHandle* pstHandle, const char* pszUri);
+WMNG_NODISCARD int wsm_vix_dt_i(void* pvPayload);
+WMNG_NODISCARD int wsm_vix_dt_ex_i(void* pvPayload, WsmVixHandle* pstHandle);
+WMNG_NODISCARD int wsm_vix_query_i(WsmVixHandle* pstHandle, const char* pszUri);
 WsmVixResult* wsm_vix_store_result_i(WsmVixHandle* pstHandle);
-int wsm_vix_num_rows_i(const WsmVixResult* pstResult);
-int wsm_vix_data_seek_i(WsmVixResult* pstResult, int iRow);
+WMNG_NODISCARD int wsm_vix_num_rows_i(const WsmVixResult* pstResult);
+WMNG_NODISCARD int wsm_vix_data_seek_i(WsmVixResult* pstResult, int iRow);
 WsmVixRow* wsm_vix_fetch_row_i(WsmVixResult* pstResult);
-int wsm_vix_free_result_i(WsmVixResult* pstResult);
+WMNG_NODISCARD int wsm_vix_free_result_i(WsmVixResult* pstResult);
 WsmVixRow* wsm_vix_row_first_i(WsmVixHandle* pstHandle);
 WsmVixRow* wsm_vix_row_only_i(WsmVixHandle* pstHandle);
 int64_t wsm_vix_row_size_i(const WsmVixRow* pstRow);
@@ -85,14 +87,14 @@ WsmObjPtr* wsm_vix_row_data_ptr_i(WsmVixRow* pstRow);
 WsmObjPtr* wsm_vix_row_meta_ptr_i(WsmVixRow* pstRow);
 const char* wsm_vix_row_uri_i(WsmVixRow* pstRow);
 const char* wsm_vix_row_meta_uri_i(WsmVixRow* pstRow);
-int wsm_vix_row_is_meta_i(const WsmVixRow* pstRow);
-int wsm_vix_row_is_data_i(const WsmVixRow* pstRow);
-int wsm_vix_row_type_i(const WsmVixRow* pstRow);
+WMNG_NODISCARD int wsm_vix_row_is_meta_i(const WsmVixRow* pstRow);
+WMNG_NODISCARD int wsm_vix_row_is_data_i(const WsmVixRow* pstRow);
+WMNG_NODISCARD int wsm_vix_row_type_i(const WsmVixRow* pstRow);
 int64_t wsm_vix_row_time_i(const WsmVixRow* pstRow);
-int wsm_vix_row_unlink_i(WsmVixRow* pstRow, WsmVixHandle* pstHandle);
-int wsm_vix_base_set_i(const WsmBase* pstBase);
-int wsm_vix_lock_i(WsmVixHandle* pstHandle, int iRead);
-int wsm_vix_unlock_i(WsmVixHandle* pstHandle);
+WMNG_NODISCARD int wsm_vix_row_unlink_i(WsmVixRow* pstRow, WsmVixHandle* pstHandle);
+WMNG_NODISCARD int wsm_vix_base_set_i(const WsmBase* pstBase);
+WMNG_NODISCARD int wsm_vix_lock_i(WsmVixHandle* pstHandle, int iRead);
+WMNG_NODISCARD int wsm_vix_unlock_i(WsmVixHandle* pstHandle);
 
 namespace wsm_vix_i {
 
@@ -123,7 +125,7 @@ class Scoped {
   Scoped(const Scoped&) = delete;
   Scoped& operator=(const Scoped&) = delete;
   ~Scoped() { release(); }
-  int take(WsmIndex* index, int key, bool write);
+  WMNG_NODISCARD int take(WsmIndex* index, int key, bool write);
   void release();
 
  private:
@@ -167,7 +169,7 @@ void result_free(WsmVixResult* result);
 // Removes an object while the caller holds the write lock: its segment (already gone is fine),
 // its keys and its slot. expect is the object the slot must still hold. 0 or the code of
 // wsm_vix_row_unlink (3, 4, 5), pushed.
-int unlink_locked(WsmIndex* index, int type, int row, const WsmObjPtr& expect);
+WMNG_NODISCARD int unlink_locked(WsmIndex* index, int type, int row, const WsmObjPtr& expect);
 
 }  // namespace wsm_vix_i
 

@@ -284,6 +284,8 @@ TEST_F(WsmVix, QueryRowsAndTypedData) {
   ASSERT_EQ(wsm_vix_bind_meta(h_, "wsm-meta://10/mylib:*:*/LogRecord:*"), 0);
   EXPECT_EQ(wsm_vix_bind_get_size(h_), 20);
   EXPECT_EQ(wsm_vix_bind_size(h_, 40), -5);
+  Handle other;
+  EXPECT_EQ(wsm_vix_bind_meta(other, "wsm-meta://10/mylib:3:11/NoSuchRecord"), -6);
   EXPECT_STREQ(wsm_vix_bind_get_meta(h_), "wsm-meta://10/mylib:3:11/LogRecord:*/");
   const char record[20] = {1, 0, 0, 0, 'a', 'b'};
   ASSERT_EQ(wsm_vix_load_data(h_, record, sizeof(record)), 0);
