@@ -108,8 +108,10 @@ int walk_chain_i(WsmIndex* index, const void* key, int len, int limit, Visit vis
   int node = toffset_hash_find(index, WSM_INDEX_OFFSET_HASH, key, len);
   while (node >= 0 && steps < limit) {
     if (++steps > max_steps) return -1;
+    // The next link is read first: its load then overlaps the visit's reads of the slot.
+    const int next = toffset_hash_next(index, WSM_INDEX_OFFSET_HASH, node);
     visit(node);
-    node = toffset_hash_next(index, WSM_INDEX_OFFSET_HASH, node);
+    node = next;
   }
   return node == -2 ? -1 : steps;
 }
@@ -128,7 +130,37 @@ struct Collector {
   }
 };
 
-// Exact look-up through column 0. q is synced and column 0 is set.
+int number_of_i(int32_t v) { return v < 0 ? -1 : v; }
+
+template <size_t N>
+bool text_equal_i(const char (&a)[N], const char (&b)[N]) {
+  return strncmp(a, b, N) == 0;
+}
+
+// Whether slot row holds exactly the fields of q (of q's kind). Equal fields give equal texts, so
+// this settles a match without rebuilding the slot's text; unequal fields are compared by text.
+bool fields_equal_i(WsmIndex* index, int row, const WsmUri* q) {
+  if (q->iType == WSM_URI_TYPE_META) {
+    const void* slot = toffset_array_ptr(index, WSM_INDEX_OFFSET_LIB, row);
+    if (slot == nullptr) return false;
+    const WsmVixMetaInfo& a = static_cast<const WsmObjMeta*>(slot)->stMeta;
+    const WsmVixMetaInfo& b = q->stMeta;
+    return number_of_i(a.iBid) == number_of_i(b.iBid) && text_equal_i(a.szLib, b.szLib) &&
+           number_of_i(a.iLibVer) == number_of_i(b.iLibVer) &&
+           number_of_i(a.iLibBuildVer) == number_of_i(b.iLibBuildVer) &&
+           text_equal_i(a.szMeta, b.szMeta) && number_of_i(a.iMetaVer) == number_of_i(b.iMetaVer) &&
+           text_equal_i(a.szOther, b.szOther);
+  }
+  const void* slot = toffset_array_ptr(index, WSM_INDEX_OFFSET_URI, row);
+  if (slot == nullptr) return false;
+  const WsmVixDataInfo& a = static_cast<const WsmObjData*>(slot)->stData;
+  const WsmVixDataInfo& b = q->stData;
+  return number_of_i(a.iBid) == number_of_i(b.iBid) && text_equal_i(a.szProgName, b.szProgName) &&
+         text_equal_i(a.szProgId, b.szProgId) && text_equal_i(a.szFuncName, b.szFuncName) &&
+         text_equal_i(a.szValueName, b.szValueName);
+}
+
+// Exact look-up through column 0. q's text is current and column 0 is set.
 int scan_column0_i(WsmIndex* index, const WsmUri* q, Collector* out) {
   const Shape shape = wsm_i::shape_of(index);
   const int len = static_cast<int>(strnlen(q->szUri, WSM_URI_LEN));
@@ -136,8 +168,11 @@ int scan_column0_i(WsmIndex* index, const WsmUri* q, Collector* out) {
   const int walked = walk_chain_i(index, q->szUri, len, INT_MAX, [&](int node) {
     int type = 0, row = 0, col = 0;
     if (!wsm_i::node_split(shape, node, &type, &row, &col)) return;
-    if (type != q->iType || col != 0 || !slot_uri_i(index, type, row, &slot)) return;
-    if (strncmp(slot.szUri, q->szUri, WSM_URI_LEN) == 0) out->add(row);
+    if (type != q->iType || col != 0) return;
+    if (fields_equal_i(index, row, q) ||
+        (slot_uri_i(index, type, row, &slot) && strncmp(slot.szUri, q->szUri, WSM_URI_LEN) == 0)) {
+      out->add(row);
+    }
   });
   return walked < 0 ? kScanBroken : 0;
 }
@@ -194,15 +229,19 @@ int scan_partial_i(WsmIndex* index, const WsmUri* q, bool exact, Collector* out)
   return walked < 0 ? kScanBroken : 0;
 }
 
-// Checks the common arguments of the look-ups and copies the URI with its text rebuilt.
-// Returns 0, or the code to push (1 null, 2 kind).
+// Checks the common arguments of the look-ups and points *q at the URI, or at a copy in scratch
+// with its text rebuilt when its fields changed (iSync). Returns 0, or the code to push (1 null,
+// 2 kind).
 int lookup_args_i(WsmIndex* index, const WsmUri* uri, const int* rows, int max, int kind,
-                  WsmUri* q) {
+                  WsmUri* scratch, const WsmUri** q) {
   if (index == nullptr || uri == nullptr || max < 0 || (rows == nullptr && max > 0)) return 1;
   if (uri->iType != WSM_URI_TYPE_META && uri->iType != WSM_URI_TYPE_DATA) return 2;
   if (kind != WSM_URI_TYPE_NONE && uri->iType != kind) return 2;
-  *q = *uri;
-  return wsm_uri_sync(q) == 0 ? 0 : 2;
+  *q = uri;
+  if (uri->iSync == 0) return 0;
+  *scratch = *uri;
+  *q = scratch;
+  return wsm_uri_sync(scratch) == 0 ? 0 : 2;
 }
 
 int lookup_fail_i(int code, int type) {
@@ -320,41 +359,45 @@ int wsm_hash_set_data(WsmIndex* pstIndex, int iRow, const WsmUri* pstUri) {
 }
 
 int wsm_hash_get_0(WsmIndex* pstIndex, const WsmUri* pstUri, int* piRows, int iMax) {
-  WsmUri q;
-  const int bad = lookup_args_i(pstIndex, pstUri, piRows, iMax, WSM_URI_TYPE_NONE, &q);
+  WsmUri scratch;
+  const WsmUri* q = nullptr;
+  const int bad = lookup_args_i(pstIndex, pstUri, piRows, iMax, WSM_URI_TYPE_NONE, &scratch, &q);
   if (bad != 0) return lookup_fail_i(bad, pstUri != nullptr ? pstUri->iType : 0);
-  if (wsm_hash_type(&q, 0) != WSM_HASH_SET) return WMNG_PUSH(3, WSM_MSG_URI_PARTIAL);
+  if (wsm_hash_type(q, 0) != WSM_HASH_SET) return WMNG_PUSH(3, WSM_MSG_URI_PARTIAL);
   Collector out{piRows, iMax, 0};
-  if (scan_column0_i(pstIndex, &q, &out) != 0) return WMNG_PUSH(4, WSM_MSG_HASH_BROKEN);
+  if (scan_column0_i(pstIndex, q, &out) != 0) return WMNG_PUSH(4, WSM_MSG_HASH_BROKEN);
   return out.count;
 }
 
 int wsm_hash_get(WsmIndex* pstIndex, const WsmUri* pstUri, int* piRows, int iMax) {
-  WsmUri q;
-  const int bad = lookup_args_i(pstIndex, pstUri, piRows, iMax, WSM_URI_TYPE_NONE, &q);
+  WsmUri scratch;
+  const WsmUri* q = nullptr;
+  const int bad = lookup_args_i(pstIndex, pstUri, piRows, iMax, WSM_URI_TYPE_NONE, &scratch, &q);
   if (bad != 0) return lookup_fail_i(bad, pstUri != nullptr ? pstUri->iType : 0);
   Collector out{piRows, iMax, 0};
-  const int ret = wsm_hash_type(&q, 0) == WSM_HASH_SET ? scan_column0_i(pstIndex, &q, &out)
-                                                       : scan_partial_i(pstIndex, &q, true, &out);
+  const int ret = wsm_hash_type(q, 0) == WSM_HASH_SET ? scan_column0_i(pstIndex, q, &out)
+                                                      : scan_partial_i(pstIndex, q, true, &out);
   if (ret != 0) return WMNG_PUSH(4, WSM_MSG_HASH_BROKEN);
   return out.count;
 }
 
 int wsm_hash_get_meta(WsmIndex* pstIndex, const WsmUri* pstUri, int* piRows, int iMax) {
-  WsmUri q;
-  const int bad = lookup_args_i(pstIndex, pstUri, piRows, iMax, WSM_URI_TYPE_META, &q);
+  WsmUri scratch;
+  const WsmUri* q = nullptr;
+  const int bad = lookup_args_i(pstIndex, pstUri, piRows, iMax, WSM_URI_TYPE_META, &scratch, &q);
   if (bad != 0) return lookup_fail_i(bad, pstUri != nullptr ? pstUri->iType : 0);
   Collector out{piRows, iMax, 0};
-  if (scan_partial_i(pstIndex, &q, false, &out) != 0) return WMNG_PUSH(4, WSM_MSG_HASH_BROKEN);
+  if (scan_partial_i(pstIndex, q, false, &out) != 0) return WMNG_PUSH(4, WSM_MSG_HASH_BROKEN);
   return out.count;
 }
 
 int wsm_hash_get_data(WsmIndex* pstIndex, const WsmUri* pstUri, int* piRows, int iMax) {
-  WsmUri q;
-  const int bad = lookup_args_i(pstIndex, pstUri, piRows, iMax, WSM_URI_TYPE_DATA, &q);
+  WsmUri scratch;
+  const WsmUri* q = nullptr;
+  const int bad = lookup_args_i(pstIndex, pstUri, piRows, iMax, WSM_URI_TYPE_DATA, &scratch, &q);
   if (bad != 0) return lookup_fail_i(bad, pstUri != nullptr ? pstUri->iType : 0);
   Collector out{piRows, iMax, 0};
-  if (scan_partial_i(pstIndex, &q, false, &out) != 0) return WMNG_PUSH(4, WSM_MSG_HASH_BROKEN);
+  if (scan_partial_i(pstIndex, q, false, &out) != 0) return WMNG_PUSH(4, WSM_MSG_HASH_BROKEN);
   return out.count;
 }
 

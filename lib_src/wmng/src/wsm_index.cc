@@ -169,6 +169,43 @@ int wsm_index_remove(int iIndexKey) {
   return 0;
 }
 
+int wsm_index_probe(int iIndexKey, WsmBase* pstBase) {
+  if (pstBase == nullptr) return WMNG_PUSH(1, WSM_MSG_NULL_ARG);
+  const int id = iIndexKey == IPC_PRIVATE ? -1 : shmget(iIndexKey, 0, 0);
+  if (id < 0) {
+    return WMNG_PUSH(2, WSM_MSG_INDEX_ABSENT, iIndexKey,
+                     iIndexKey == IPC_PRIVATE ? "IPC_PRIVATE" : strerror(errno));
+  }
+  struct shmid_ds ds;
+  if (shmctl(id, IPC_STAT, &ds) != 0) return WMNG_PUSH(3, WSM_MSG_SHM_STAT, id, strerror(errno));
+  if (ds.shm_segsz < sizeof(WsmIndex)) {
+    return WMNG_PUSH(4, WSM_MSG_SHM_SHORT, id, static_cast<size_t>(ds.shm_segsz));
+  }
+  void* addr = shmat(id, nullptr, SHM_RDONLY);
+  if (addr == reinterpret_cast<void*>(-1)) {
+    return WMNG_PUSH(3, WSM_MSG_SHM_ATTACH, id, strerror(errno));
+  }
+  const WsmIndex* index = static_cast<const WsmIndex*>(addr);
+  WsmBase b;
+  memset(&b, 0, sizeof(b));
+  b.iIndexKey = iIndexKey;
+  int ret = 0;
+  if (index->iMagic != WSM_MAGIC) {
+    ret = WMNG_PUSH(5, WSM_MSG_INDEX_MAGIC, static_cast<unsigned>(index->iMagic));
+  } else if (index->iVersion != WSM_INDEX_VERSION) {
+    ret = WMNG_PUSH(6, WSM_MSG_INDEX_VERSION, index->iVersion);
+  } else if (index->iSelfSize != WSM_INDEX_SELF_SIZE) {
+    ret = WMNG_PUSH(7, WSM_MSG_INDEX_SELFSIZE, static_cast<unsigned long long>(index->iSelfSize));
+  } else if (wsm_index_base_get(index, &b) != 0) {
+    ret = WMNG_PUSH(8, WSM_MSG_INDEX_MISMATCH);
+  } else if (b.iIndexSize > ds.shm_segsz) {
+    ret = WMNG_PUSH(4, WSM_MSG_SHM_SHORT, id, static_cast<size_t>(ds.shm_segsz));
+  }
+  shmdt(addr);
+  if (ret == 0) *pstBase = b;
+  return ret;
+}
+
 int wsm_index_base_set(WsmIndex* pstIndex, const WsmBase* pstBase) {
   if (pstIndex == nullptr || pstBase == nullptr) return WMNG_PUSH(1, WSM_MSG_NULL_ARG);
   int ret = toffset_array_init(pstIndex, WSM_INDEX_OFFSET_LIB, pstBase->iOffsetLib,

@@ -1,6 +1,5 @@
 // URIs: parsing "wsm-meta://" and "wsm-data://" texts into fields and rebuilding the text.
 #include <limits.h>
-#include <stdio.h>
 #include <string.h>
 #include <strings.h>
 
@@ -94,32 +93,56 @@ int parse_data_i(const char* body, WsmVixDataInfo* data) {
   return 0;
 }
 
-// "*" for a negative number, the decimal text otherwise.
-const char* number_text_i(int32_t v, char (&buf)[16]) {
-  if (v < 0) return "*";
-  snprintf(buf, sizeof(buf), "%d", v);
-  return buf;
-}
+// Writes a URI text into a fixed buffer, cut at its size less the terminator (as snprintf would
+// cut it), without the cost of parsing a format.
+class TextOut {
+ public:
+  TextOut(char* buf, size_t size) : p_(buf), left_(size - 1) {}
+  ~TextOut() { *p_ = '\0'; }
+  TextOut(const TextOut&) = delete;
+  TextOut& operator=(const TextOut&) = delete;
+  TextOut& put(const char* s, size_t n) {
+    if (n > left_) n = left_;
+    memcpy(p_, s, n);
+    p_ += n;
+    left_ -= n;
+    return *this;
+  }
+  TextOut& put(char c) { return put(&c, 1); }
+  template <size_t N>
+  TextOut& field(const char (&f)[N]) {
+    return put(f, wsm_i::text_len(f));
+  }
+  // "*" for a negative number, the decimal text otherwise.
+  TextOut& number(int32_t v) {
+    if (v < 0) return put('*');
+    char digits[12];
+    size_t n = 0;
+    do {
+      digits[sizeof(digits) - 1 - n++] = static_cast<char>('0' + v % 10);
+      v /= 10;
+    } while (v != 0);
+    return put(digits + sizeof(digits) - n, n);
+  }
 
-template <size_t N>
-int len_i(const char (&field)[N]) {
-  return static_cast<int>(wsm_i::text_len(field));
-}
+ private:
+  char* p_;
+  size_t left_;
+};
 
 // Rebuilds the text; false for a kind that has none.
 bool sync_i(WsmUri* u) {
-  char a[16], b[16], c[16], d[16];
   if (u->iType == WSM_URI_TYPE_META) {
     const WsmVixMetaInfo& m = u->stMeta;
-    snprintf(u->szUri, sizeof(u->szUri), "wsm-meta://%s/%.*s:%s:%s/%.*s:%s/%.*s",
-             number_text_i(m.iBid, a), len_i(m.szLib), m.szLib, number_text_i(m.iLibVer, b),
-             number_text_i(m.iLibBuildVer, c), len_i(m.szMeta), m.szMeta,
-             number_text_i(m.iMetaVer, d), len_i(m.szOther), m.szOther);
+    TextOut out(u->szUri, sizeof(u->szUri));
+    out.put("wsm-meta://", 11).number(m.iBid).put('/').field(m.szLib).put(':');
+    out.number(m.iLibVer).put(':').number(m.iLibBuildVer).put('/').field(m.szMeta).put(':');
+    out.number(m.iMetaVer).put('/').field(m.szOther);
   } else if (u->iType == WSM_URI_TYPE_DATA) {
     const WsmVixDataInfo& m = u->stData;
-    snprintf(u->szUri, sizeof(u->szUri), "wsm-data://%s/%.*s:%.*s/%.*s/%.*s",
-             number_text_i(m.iBid, a), len_i(m.szProgName), m.szProgName, len_i(m.szProgId),
-             m.szProgId, len_i(m.szFuncName), m.szFuncName, len_i(m.szValueName), m.szValueName);
+    TextOut out(u->szUri, sizeof(u->szUri));
+    out.put("wsm-data://", 11).number(m.iBid).put('/').field(m.szProgName).put(':');
+    out.field(m.szProgId).put('/').field(m.szFuncName).put('/').field(m.szValueName);
   } else {
     return false;
   }

@@ -4,8 +4,10 @@
 #include "wmng/terror.h"
 #include "wmng/toffset.h"
 #include "wmng/wsm.h"
+#include "wmng/wsm_vix.h"
 
-/* Parses and rebuilds a URI, reads its key columns and pushes a frame; 0 when all went right. */
+/* Parses and rebuilds a URI, reads its key columns, pushes a frame and calls the typed layer;
+ * 0 when all went right. */
 int wmng_c_api_check(void);
 
 int wmng_c_api_check(void) {
@@ -18,6 +20,7 @@ int wmng_c_api_check(void) {
   if (wsm_hash_type(&uri, 0) != WSM_HASH_SET || wsm_hash_size(&uri, 1) != 4) ret = 3;
   terror_clear(NULL);
   if (TERROR_PUSH(NULL, 5, "from C %d", 5) != -5 || terror_count(NULL) != 1) ret = 4;
+  if (wsm_vix_status(NULL) != -1 || wsm_vix_at(WSM_VIX_PTR_ABSENT, WSM_VIX_RDONLY) != NULL) ret = 5;
   terror_clear(NULL);
   return ret;
 }

@@ -7,13 +7,16 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "vix/vix_builder.h"
 #include "wmng/terror.h"
 #include "wmng/wsm.h"
+#include "wmng/wsm_vix.h"
 
 namespace wmng_test {
 
@@ -79,7 +82,7 @@ class RegistryGuard {
     b.iLibCap = lib_cap;
     b.iUriHash = WSM_URI_HASH_DEFAULT;
     b.iUriCap = uri_cap;
-    EXPECT_EQ(wsm_base_set(&b), 0);
+    EXPECT_EQ(wsm_vix_base_set(&b), 0);
     key_ = b.iIndexKey;
     // A leftover of an earlier process with the same id would be found instead of created.
     const int stale = shmget(key_, 0, 0);
@@ -123,6 +126,49 @@ class RegistryGuard {
   int key_;
   std::vector<int> objects_;
 };
+
+// A typed-memory handle closed at scope end.
+class Handle {
+ public:
+  Handle() { EXPECT_EQ(wsm_vix_open(&h_), 0); }
+  ~Handle() {
+    if (h_ != nullptr) {
+      EXPECT_EQ(wsm_vix_close(&h_), 0);
+    }
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+  WsmVixHandleP get() const { return h_; }
+  operator WsmVixHandleP() const { return h_; }
+
+ private:
+  WsmVixHandleP h_ = nullptr;
+};
+
+// A heap library "name" of the given version holding the record type LogRecord
+// {int iId; char szName[16]} and, with extra, a member more (a changed library).
+struct LibFree {
+  void operator()(VIXMETALIB* p) const { vix_free_lib(&p); }
+};
+using Lib = std::unique_ptr<VIXMETALIB, LibFree>;
+inline Lib make_lib(const char* name, int version, bool extra = false) {
+  VIXLIBPARAM param{};
+  param.iVersion = version;
+  snprintf(param.szName, sizeof(param.szName), "%s", name);
+  LPVIXBUILDER b = nullptr;
+  LPVIXMETALIB lib = nullptr;
+  VIXMETADESC d;
+  vix_meta_desc_init(&d);
+  d.pszName = "LogRecord";
+  bool ok = vix_builder_open_growing(&b, &param) == 0 && vix_builder_begin_meta(b, &d) == 0 &&
+            vix_builder_add_simple_entry(b, "iId", "int", 1) == 0 &&
+            vix_builder_add_simple_entry(b, "szName", "string", 16) == 0 &&
+            (!extra || vix_builder_add_simple_entry(b, "iMore", "int", 1) == 0) &&
+            vix_builder_end_meta(b) == 0 && vix_builder_finish(b, &lib) == 0;
+  vix_builder_close(&b);
+  EXPECT_TRUE(ok) << name;
+  return Lib(ok ? lib : nullptr);
+}
 
 }  // namespace wmng_test
 

@@ -169,6 +169,21 @@ TEST_F(WsmHash, RegisteringTwiceAndRemoving) {
   EXPECT_EQ(rows(wsm_hash_get_data, "wsm-data://10"), "");
 }
 
+TEST_F(WsmHash, ExactLookUpsTellApartUrisOfOneBucket) {
+  // Each pair hashes to the same one of this registry's 193 buckets.
+  const char* pairs[][2] = {
+      {"wsm-data://10/prog:1/log/v15", "wsm-data://10/prog:1/log/v20"},
+      {"wsm-meta://1/lib:1:1/m:1/o15", "wsm-meta://1/lib:1:1/m:1/o20"},
+  };
+  for (const auto& pair : pairs) {
+    ASSERT_EQ(toffset_hash_code(pair[0], 0) % 193, toffset_hash_code(pair[1], 0) % 193);
+    const int a = add(pair[0]);
+    const int b = add(pair[1]);
+    EXPECT_EQ(rows(wsm_hash_get_0, pair[0]), std::to_string(a)) << pair[0];
+    EXPECT_EQ(rows(wsm_hash_get_0, pair[1]), std::to_string(b)) << pair[1];
+  }
+}
+
 TEST_F(WsmHash, DamagedChainIsAnErrorNotACrash) {
   const int row = add("wsm-data://10/prog:1/log/ring");
   const uint64_t link = wsm_get_base()->iOffsetHash + 16 * (4 * 8 + row * 8);  // column 0

@@ -301,6 +301,14 @@ WMNG_NODISCARD int wsm_index_unmount(WsmIndex** ppstIndex);
  * failed. */
 WMNG_NODISCARD int wsm_index_remove(int iIndexKey);
 
+/* Reads the tuning of the registry at iIndexKey without creating or changing anything: the key
+ * and the capacities stored in it, with the layout they give, into *pstBase (for
+ * wsm_base_set before a mount of a registry made with other capacities). Codes: 1 null, 2 no
+ * segment at the key, 3 it cannot be queried or attached, 4 shorter than a registry header or
+ * than the layout it states, 5 wrong magic, 6 wrong version, 7 wrong header size, 8 stored
+ * capacities inconsistent. */
+WMNG_NODISCARD int wsm_index_probe(int iIndexKey, WsmBase* pstBase);
+
 /* Writes the tuning values into a registry: initialises its slot arrays (keys per slot in their
  * iMaxHash) and hash over the storage at the record's offsets. Only for a registry being created:
  * every slot and key is lost. Codes: 1 null, 2 meta slots, 3 data slots, 4 hash. */
@@ -431,7 +439,8 @@ WMNG_NODISCARD int wsm_hash_set(WsmIndex* pstIndex, int iRow, const WsmUri* pstU
 WMNG_NODISCARD int wsm_hash_set_data(WsmIndex* pstIndex, int iRow, const WsmUri* pstUri);
 
 /* Look-ups write up to iMax matching rows to piRows (may be NULL when iMax is 0) and return the
- * number of matches, which may exceed iMax.
+ * number of matches, which may exceed iMax. They read the URI's text as it stands, or a rebuilt
+ * copy when iSync is set (the fields changed since the text was made).
  *
  * Exact: slots whose rebuilt URI equals the one asked for. wsm_hash_get_0 walks the column-0
  * chain of the whole text (code 3 when column 0 is not set); wsm_hash_get does the same when
