@@ -29,9 +29,7 @@ function(zq_add_library name)
   # declaration (a missing `static`) and undefined macros in #if.
   target_compile_options(${name} PRIVATE -Wshadow -Wmissing-declarations -Wundef)
   install(TARGETS ${name} EXPORT zqTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/include)
-    install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-  endif()
+  install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 endfunction()
 
 # zq_add_gtest(name SOURCES ... [LIBS ...])
