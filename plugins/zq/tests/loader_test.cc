@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "test_util.h"
+#include "zq_test/support.h"
 #include "zq/kry_sdk_import.h"
 
 namespace {
@@ -13,8 +13,8 @@ using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
-using zqtest::RunInChild;
-using zqtest::TempDir;
+using zq_test::RunInChild;
+using zq_test::TempDir;
 
 KrySdkInitInfo InitInfo(uint32_t game_id) {
   KrySdkInitInfo info{};

@@ -6,7 +6,7 @@
 #include "copy/quelld_shared_file.h"
 #include "copy/quelld_xcore_byte_order.h"
 #include "copy/quelld_xcore_md5.h"
-#include "test_util.h"
+#include "zq_test/support.h"
 
 namespace {
 
@@ -86,17 +86,17 @@ TEST(XByteOrder, ConvertsBetweenNetworkAndHost) {
 }
 
 TEST(SharedFile, DigestsRegularFilesOnly) {
-  zqtest::TempDir dir;
+  zq_test::TempDir dir;
   std::string content(100000, '\0');
   for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<char>(i * 7 + i / 251);
-  zqtest::WriteFile(dir.path() + "/f.bin", content);
+  zq_test::WriteFile(dir.path() + "/f.bin", content);
   SharedFile file(dir.path() + "/f.bin");
   EXPECT_EQ(file.Size(), content.size());
   EXPECT_EQ(file.MD5(), Md5Text(content));
   EXPECT_EQ(file.MD5(), Md5Text(content));  // repeatable
 
   // Empty, missing and directory: size 0 and the empty text, not the digest of the empty input.
-  zqtest::WriteFile(dir.path() + "/empty", "");
+  zq_test::WriteFile(dir.path() + "/empty", "");
   for (const std::string name : {"/empty", "/missing", ""}) {
     SharedFile other(dir.path() + name);
     EXPECT_EQ(other.Size(), 0u) << name;

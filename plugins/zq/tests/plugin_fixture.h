@@ -14,10 +14,15 @@
 
 #include "kry_sdk_double.h"
 #include "plugin_zq.h"
-#include "test_util.h"
+#include "zq_test/support.h"
 #include "wlog/wlog.h"
 
 namespace zqtest {
+
+using zq_test::ReadFile;
+using zq_test::RunInChild;
+using zq_test::TempDir;
+using zq_test::WriteFile;
 
 using Bytes = std::vector<unsigned char>;
 
