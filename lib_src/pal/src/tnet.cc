@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <limits.h>
 #include <netdb.h>
 #include <stdlib.h>
 #include <string.h>
@@ -227,8 +228,12 @@ int tnet_listen(const char* str, int backlog) {
   if (fd < 0) return -1;
   const char* reuse = tnet_find_arg(&opt, "reuse");
   if (reuse != nullptr) {
-    int value = atoi(reuse);
-    if (value != 0 && tsocket_reuse_addr(fd, value) != 0) return close_fail_i(fd);
+    // "reuse=N": a non-zero number is the SO_REUSEADDR value; text that is not one is ignored.
+    char* end = nullptr;
+    const long value = strtol(reuse, &end, 10);
+    if (end != reuse && value != 0 && value >= INT_MIN && value <= INT_MAX &&
+        tsocket_reuse_addr(fd, static_cast<int>(value)) != 0)
+      return close_fail_i(fd);
   }
   struct sockaddr_storage ss;
   int len = 0;

@@ -144,10 +144,16 @@ int tos_read_pid(const char* path) {
   }
   FILE* fp = fopen(path, "r");
   if (fp == nullptr) return -1;
-  int pid = -1;
-  if (fscanf(fp, "%d", &pid) != 1) pid = -1;
+  // The first integer of the first line; -1 when there is none or it does not fit an int.
+  char line[32] = {0};
+  const bool read = fgets(line, sizeof(line), fp) != nullptr;
   fclose(fp);
-  return pid;
+  if (!read) return -1;
+  char* end = nullptr;
+  errno = 0;
+  const long pid = strtol(line, &end, 10);
+  if (end == line || errno != 0 || pid < INT_MIN || pid > INT_MAX) return -1;
+  return static_cast<int>(pid);
 }
 
 int tos_write_pid(const char* path) {
