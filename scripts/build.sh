@@ -86,12 +86,14 @@ case "$cmd" in
     run_tests build-clang "$@"
     ;;
   tidy)
-    ensure_packages "${base_packages[@]}" clang-tidy
-    configure build
-    # Generated sources must exist before their users can be analysed.
-    cmake --build "$root/build" -j "$jobs"
-    files=$(python3 -c 'import json,sys,re; print("\n".join(sorted({e["file"] for e in json.load(open(sys.argv[1])) if re.search(r"/(lib_src/[a-z_]+/src|plugins/zq)/[^/]*\.cc$|/plugins/zq/copy/", e["file"])})))' "$root/build/compile_commands.json")
-    echo "$files" | xargs -P "$jobs" -n 4 clang-tidy -p "$root/build" --quiet
+    # Runs over the clang build's compile commands (scripts/build.sh clang builds it, generated
+    # sources included); configures and builds it first when it is missing.
+    ensure_packages "${base_packages[@]}" clang clang-tidy
+    if [ ! -f "$root/build-clang/compile_commands.json" ]; then
+      CC=clang CXX=clang++ configure_build build-clang -DZQ_BUILD_BENCH=OFF
+    fi
+    files=$(python3 -c 'import json,sys,re; print("\n".join(sorted({e["file"] for e in json.load(open(sys.argv[1])) if re.search(r"/(lib_src/[a-z_]+/src|plugins/zq)/[^/]*\.cc$|/plugins/zq/copy/", e["file"])})))' "$root/build-clang/compile_commands.json")
+    echo "$files" | xargs -P "$jobs" -n 4 clang-tidy -p "$root/build-clang" --quiet
     ;;
   *)
     echo "usage: $0 run|test|sanitize|bench|fuzz|clang|tidy" >&2
