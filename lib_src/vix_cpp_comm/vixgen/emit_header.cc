@@ -54,15 +54,6 @@ void operations(std::ostream& o, const Type& t) {
   o << "  int unpack(" << sel << "::kalmo_vix::VixReadBuf& buf, unsigned int cutVer);\n";
   o << "  int unpack(" << sel
     << "const char* buffer, size_t size, size_t* usedSize, unsigned int cutVer);\n";
-  o << "  // The bodies of pack and unpack, with the cursor's state passed by value: the new "
-       "position,\n";
-  o << "  // or a negative error. Used by the records of this schema that enclose this one.\n";
-  o << "  inline long long pack_at(" << sel
-    << "::kalmo_vix::VixWriteBuf& buf, char* p, size_t len, size_t pos, unsigned int cutVer) "
-       "const;\n";
-  o << "  inline long long unpack_at(" << sel
-    << "::kalmo_vix::VixReadBuf& buf, const char* p, size_t len, size_t pos, unsigned int "
-       "cutVer);\n";
   o << "  int visualize(" << sel
     << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
   o << "  int visualize(" << sel
@@ -73,7 +64,34 @@ void operations(std::ostream& o, const Type& t) {
     << "char* buffer, size_t size, size_t* usedSize, int indent, char separator) const;\n";
 }
 
-void declareType(std::ostream& o, const Type& t) {
+// The bodies of pack and unpack: private, for the type's own operations and the types of the
+// schema that enclose it (in the same generated source, where they are defined).
+void bodies(std::ostream& o, const Schema& s, const Type& t) {
+  const char* sel = t.isUnion ? "long selector, " : "";
+  o << "\n private:\n";
+  for (const auto& outer : s.types) {
+    bool encloses = false;
+    if (outer->isUnion) {
+      for (const Member& m : asUnion(*outer).members) encloses = encloses || m.record == &t;
+    } else {
+      for (const Entry& e : asRecord(*outer).entries)
+        encloses = encloses || e.record == &t || e.unionType == &t;
+    }
+    if (encloses)
+      o << "  friend " << (outer->isUnion ? "union " : "struct ") << outer->name << ";\n";
+  }
+  o << "  // The bodies of pack and unpack, with the cursor's state passed by value: the new "
+       "position,\n";
+  o << "  // or a negative error.\n";
+  o << "  inline long long pack_at(" << sel
+    << "::kalmo_vix::VixWriteBuf& buf, char* p, size_t len, size_t pos, unsigned int cutVer) "
+       "const;\n";
+  o << "  inline long long unpack_at(" << sel
+    << "::kalmo_vix::VixReadBuf& buf, const char* p, size_t len, size_t pos, unsigned int "
+       "cutVer);\n";
+}
+
+void declareType(std::ostream& o, const Schema& s, const Type& t) {
   o << "// " << (t.isUnion ? "union" : "record") << " " << t.name << ", versions " << t.base
     << " to " << t.curr << ".\n";
   o << (t.isUnion ? "union " : "struct ") << t.name << " {\n";
@@ -89,6 +107,7 @@ void declareType(std::ostream& o, const Type& t) {
     for (const Entry& e : asRecord(t).entries) member(o, e, entryNote(e));
   }
   operations(o, t);
+  bodies(o, s, t);
   o << "};\n";
   o << "static_assert(sizeof(" << t.name << ") == " << t.size << ", \"" << t.name
     << ": packed layout\");\n\n";
@@ -102,8 +121,8 @@ std::string emitHeader(const Schema& s) {
   o << banner(s);
   o << "#ifndef " << guard << "\n#define " << guard << "\n\n";
   o << "#include <cstddef>\n#include <cstdint>\n\n#include \"vix_cpp_comm/VixCodec.h\"\n\n";
-  o << "#if !defined(VIX_CPP_COMM_RUNTIME_VERSION) || VIX_CPP_COMM_RUNTIME_VERSION != 1\n";
-  o << "#error \"" << s.name << ".h was generated for vix_cpp_comm runtime version 1\"\n#endif\n\n";
+  o << "#if !defined(VIX_CPP_COMM_RUNTIME_VERSION) || VIX_CPP_COMM_RUNTIME_VERSION != 2\n";
+  o << "#error \"" << s.name << ".h was generated for vix_cpp_comm runtime version 2\"\n#endif\n\n";
   if (!s.ns.empty()) o << "namespace " << s.ns << " {\n\n";
   for (const Constant& c : s.constants) {
     if (!c.enumName.empty()) continue;
@@ -119,7 +138,7 @@ std::string emitHeader(const Schema& s) {
     o << "};\n\n";
   }
   o << "#pragma pack(push, 1)\n\n";
-  for (const auto& t : s.types) declareType(o, *t);
+  for (const auto& t : s.types) declareType(o, s, *t);
   o << "#pragma pack(pop)\n\n";
   if (!s.ns.empty()) o << "}  // namespace " << s.ns << "\n\n";
   o << "#endif  // " << guard << "\n";

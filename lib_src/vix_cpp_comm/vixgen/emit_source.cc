@@ -117,7 +117,7 @@ void referCheck(std::ostream& o, const Entry& e, const std::string& in, bool che
   const std::string n = "n_" + e.name;
   auto fail = [&](const char* code) {
     return failHow == "return" ? "return " + std::string(code) + ";"
-                               : "VIXGEN_FAIL(" + quoted(path.text) + ", " + code + ");";
+                               : "VIX_CODEC_FAIL(" + quoted(path.text) + ", " + code + ");";
   };
   if (path.scalar->isSigned) {
     o << in << "const long long " << n << " = static_cast<long long>(" << path.text << ");\n";
@@ -149,7 +149,7 @@ void codecSlot(std::ostream& o, const Slot& s, const Entry* e, const std::string
     case Kind::kScalar: {
       const std::string w = std::to_string(s.width);
       if (!s.array) {
-        o << in << "if (len - pos < " << w << ") VIXGEN_FAIL(" << entry << ", " << d.shortError
+        o << in << "if (len - pos < " << w << ") VIX_CODEC_FAIL(" << entry << ", " << d.shortError
           << ");\n";
         o << in << transfer(s, s.name, "p + pos", d) << ";\n";
         o << in << "pos += " << w << ";\n";
@@ -157,7 +157,7 @@ void codecSlot(std::ostream& o, const Slot& s, const Entry* e, const std::string
         o << in << "{\n";
         if (counted) referCheck(o, *e, in + "  ", true, "fail");
         o << in << "  const size_t count = " << count << ";\n";
-        o << in << "  if ((len - pos) / " << w << " < count) VIXGEN_FAIL(" << entry << ", "
+        o << in << "  if ((len - pos) / " << w << " < count) VIX_CODEC_FAIL(" << entry << ", "
           << d.shortError << ");\n";
         o << in << "  for (size_t i = 0; i < count; ++i) {\n";
         o << in << "    " << transfer(s, s.name + "[i]", "p + pos", d) << ";\n";
@@ -177,7 +177,7 @@ void codecSlot(std::ostream& o, const Slot& s, const Entry* e, const std::string
         o << in << "  const int ret = ::kalmo_vix::codec::get_string(p, pos, len, " << s.name
           << ", sizeof(" << s.name << "));\n";
       }
-      o << in << "  if (ret != 0) VIXGEN_FAIL(" << entry << ", ret);\n";
+      o << in << "  if (ret != 0) VIX_CODEC_FAIL(" << entry << ", ret);\n";
       o << in << "}\n";
       break;
     case Kind::kBytes:
@@ -185,7 +185,8 @@ void codecSlot(std::ostream& o, const Slot& s, const Entry* e, const std::string
       // pack trusts a larger area behind an unchecked block; unpack never writes past it.
       if (counted) referCheck(o, *e, in + "  ", !d.pack || !e->unchecked, "fail");
       o << in << "  const size_t count = " << count << ";\n";
-      o << in << "  if (len - pos < count) VIXGEN_FAIL(" << entry << ", " << d.shortError << ");\n";
+      o << in << "  if (len - pos < count) VIX_CODEC_FAIL(" << entry << ", " << d.shortError
+        << ");\n";
       if (d.pack) {
         o << in << "  std::memcpy(p + pos, " << s.name << ", count);\n";
       } else {
@@ -199,32 +200,32 @@ void codecSlot(std::ostream& o, const Slot& s, const Entry* e, const std::string
         o << in << "{\n";
         if (counted) referCheck(o, *e, in + "  ", true, "fail");
         o << in << "  const size_t count = " << count << ";\n";
-        o << in << "  for (size_t i = 0; i < count; ++i) VIXGEN_CALL(" << entry << ", " << s.name
+        o << in << "  for (size_t i = 0; i < count; ++i) VIX_CODEC_CALL(" << entry << ", " << s.name
           << "[i]" << call;
         o << in << "}\n";
       } else if (e != nullptr && !e->optionalFlag.empty()) {
         o << in << "{\n";
         referCheck(o, *e, in + "  ", true, "fail");
         if (d.pack) {
-          o << in << "  if (n_" << s.name << " == 1) VIXGEN_CALL(" << entry << ", " << s.name
+          o << in << "  if (n_" << s.name << " == 1) VIX_CODEC_CALL(" << entry << ", " << s.name
             << call;
         } else {
           // An absent sub-record decodes as zero.
           o << in << "  if (n_" << s.name << " == 1) {\n";
-          o << in << "    VIXGEN_CALL(" << entry << ", " << s.name << call;
+          o << in << "    VIX_CODEC_CALL(" << entry << ", " << s.name << call;
           o << in << "  } else {\n";
           o << in << "    std::memset(&" << s.name << ", 0, sizeof(" << s.name << "));\n";
           o << in << "  }\n";
         }
         o << in << "}\n";
       } else {
-        o << in << "VIXGEN_CALL(" << entry << ", " << s.name << call;
+        o << in << "VIX_CODEC_CALL(" << entry << ", " << s.name << call;
       }
       break;
     case Kind::kUnion:
       o << in << "if (" << s.ctype << "::carries(static_cast<long>(" << e->select.text << "))) {\n";
-      o << in << "  VIXGEN_CALL(" << entry << ", " << s.name << "." << d.at << "(static_cast<long>("
-        << e->select.text << "), buf, p, len, pos, cutVer));\n";
+      o << in << "  VIX_CODEC_CALL(" << entry << ", " << s.name << "." << d.at
+        << "(static_cast<long>(" << e->select.text << "), buf, p, len, pos, cutVer));\n";
       o << in << "}\n";
       break;
   }
@@ -242,11 +243,11 @@ void visualizeSlot(std::ostream& o, const Slot& s, const Entry* e, const std::st
       if (!s.array) {
         const char* special = specialPrinter(s.scalar->print);
         if (special != nullptr) {
-          o << in << "VIXGEN_TRY(" << kUtil << special << "(buf, indent, separator, " << lab << ", "
-            << s.name << "));\n";
+          o << in << "VIX_CODEC_TRY(" << kUtil << special << "(buf, indent, separator, " << lab
+            << ", " << s.name << "));\n";
         } else {
           scalarFormat(*s.scalar, s.name, false, format, arg);
-          o << in << "VIXGEN_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
+          o << in << "VIX_CODEC_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
             << ", \"" << format << "\", " << arg << "));\n";
         }
       } else {
@@ -254,30 +255,30 @@ void visualizeSlot(std::ostream& o, const Slot& s, const Entry* e, const std::st
         o << in << "{\n";
         if (counted) referCheck(o, *e, in + "  ", true, "return");
         o << in << "  const size_t count = " << count << ";\n";
-        o << in << "  VIXGEN_TRY(" << kUtil << "printArray(buf, indent, separator, " << lab
+        o << in << "  VIX_CODEC_TRY(" << kUtil << "printArray(buf, indent, separator, " << lab
           << ", static_cast<long>(count)));\n";
-        o << in << "  for (size_t i = 0; i < count; ++i) VIXGEN_TRY(buf.textize(\"" << format
+        o << in << "  for (size_t i = 0; i < count; ++i) VIX_CODEC_TRY(buf.textize(\"" << format
           << "\", " << arg << "));\n";
-        o << in << "  VIXGEN_TRY(" << kUtil << "printSeparator(buf, separator));\n";
+        o << in << "  VIX_CODEC_TRY(" << kUtil << "printSeparator(buf, separator));\n";
         o << in << "}\n";
       }
       break;
     }
     case Kind::kString:
-      o << in << "VIXGEN_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
+      o << in << "VIX_CODEC_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
         << ", \"%.*s\", static_cast<int>(sizeof(" << s.name << ")), " << s.name << "));\n";
       break;
     case Kind::kBytes:
       o << in << "{\n";
       if (counted) referCheck(o, *e, in + "  ", true, "return");
       o << in << "  const size_t count = " << count << ";\n";
-      o << in << "  VIXGEN_TRY(" << kUtil << "printArray(buf, indent, separator, " << lab
+      o << in << "  VIX_CODEC_TRY(" << kUtil << "printArray(buf, indent, separator, " << lab
         << ", static_cast<long>(count)));\n";
       o << in
-        << "  for (size_t i = 0; i < count; ++i) VIXGEN_TRY(buf.textize(\" 0x%02x\", "
+        << "  for (size_t i = 0; i < count; ++i) VIX_CODEC_TRY(buf.textize(\" 0x%02x\", "
            "static_cast<unsigned int>("
         << s.name << "[i])));\n";
-      o << in << "  VIXGEN_TRY(" << kUtil << "printSeparator(buf, separator));\n";
+      o << in << "  VIX_CODEC_TRY(" << kUtil << "printSeparator(buf, separator));\n";
       o << in << "}\n";
       break;
     case Kind::kRecord:
@@ -285,34 +286,34 @@ void visualizeSlot(std::ostream& o, const Slot& s, const Entry* e, const std::st
         o << in << "{\n";
         if (counted) referCheck(o, *e, in + "  ", true, "return");
         o << in << "  const size_t count = " << count << ";\n";
-        o << in << "  VIXGEN_TRY(" << kUtil << "printArray(buf, indent, separator, " << lab
+        o << in << "  VIX_CODEC_TRY(" << kUtil << "printArray(buf, indent, separator, " << lab
           << ", static_cast<long>(count)));\n";
-        o << in << "  VIXGEN_TRY(" << kUtil << "printSeparator(buf, separator));\n";
+        o << in << "  VIX_CODEC_TRY(" << kUtil << "printSeparator(buf, separator));\n";
         o << in << "  for (size_t i = 0; i < count; ++i) {\n";
-        o << in << "    VIXGEN_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
+        o << in << "    VIX_CODEC_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
           << ", static_cast<unsigned int>(i), true));\n";
-        o << in << "    VIXGEN_TRY(" << s.name << "[i].visualize" << nested;
+        o << in << "    VIX_CODEC_TRY(" << s.name << "[i].visualize" << nested;
         o << in << "  }\n";
         o << in << "}\n";
       } else if (e != nullptr && !e->optionalFlag.empty()) {
         o << in << "{\n";
         referCheck(o, *e, in + "  ", true, "return");
         o << in << "  if (n_" << s.name << " == 1) {\n";
-        o << in << "    VIXGEN_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
+        o << in << "    VIX_CODEC_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
           << ", true));\n";
-        o << in << "    VIXGEN_TRY(" << s.name << ".visualize" << nested;
+        o << in << "    VIX_CODEC_TRY(" << s.name << ".visualize" << nested;
         o << in << "  }\n";
         o << in << "}\n";
       } else {
-        o << in << "VIXGEN_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
+        o << in << "VIX_CODEC_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
           << ", true));\n";
-        o << in << "VIXGEN_TRY(" << s.name << ".visualize" << nested;
+        o << in << "VIX_CODEC_TRY(" << s.name << ".visualize" << nested;
       }
       break;
     case Kind::kUnion:
-      o << in << "VIXGEN_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
+      o << in << "VIX_CODEC_TRY(" << kUtil << "printVariable(buf, indent, separator, " << lab
         << ", true));\n";
-      o << in << "VIXGEN_TRY(" << s.name << ".visualize(static_cast<long>(" << e->select.text
+      o << in << "VIX_CODEC_TRY(" << s.name << ".visualize(static_cast<long>(" << e->select.text
         << "), buf, ::kalmo_vix::codec::deeper(indent), separator));\n";
       break;
   }
@@ -397,20 +398,20 @@ void recordCodec(std::ostream& o, const Record& r, const Direction& d) {
     if (!size.empty()) {
       const size_t end = size.offset + static_cast<size_t>(size.scalar->width);
       o << "  // The stated length must be present before anything is decoded.\n";
-      o << "  if (len - pos < " << end << ") VIXGEN_FAIL(\"nBuf\", kShortRead);\n";
+      o << "  if (len - pos < " << end << ") VIX_CODEC_FAIL(\"nBuf\", kShortRead);\n";
       o << "  if (static_cast<uint64_t>(::kalmo_vix::codec::get_"
         << widthSuffix(static_cast<size_t>(size.scalar->width)) << "(p + pos + " << size.offset
-        << ")) > len - pos) VIXGEN_FAIL(\"nBuf\", kShortRead);\n";
+        << ")) > len - pos) VIX_CODEC_FAIL(\"nBuf\", kShortRead);\n";
     }
     if (!ver.empty()) {
       const size_t end = ver.offset + static_cast<size_t>(ver.scalar->width);
       o << "  // The received version indicator decides the cut version; the argument is "
            "ignored.\n";
-      o << "  if (len - pos < " << end << ") VIXGEN_FAIL(\"tVer\", kShortRead);\n";
+      o << "  if (len - pos < " << end << ") VIX_CODEC_FAIL(\"tVer\", kShortRead);\n";
       o << "  {\n    const long long v = static_cast<long long>(static_cast<" << ver.scalar->ctype
         << ">(::kalmo_vix::codec::get_" << widthSuffix(static_cast<size_t>(ver.scalar->width))
         << "(p + pos + " << ver.offset << ")));\n";
-      o << "    if (v < BASEVERSION || v > CURRVERSION) VIXGEN_FAIL(" << quoted(ver.text)
+      o << "    if (v < BASEVERSION || v > CURRVERSION) VIX_CODEC_FAIL(" << quoted(ver.text)
         << ", kNetCutVerInvalid);\n";
       o << "    cutVer = static_cast<unsigned int>(v);\n  }\n";
     } else {
@@ -448,7 +449,7 @@ void recordCodec(std::ostream& o, const Record& r, const Direction& d) {
   if (d.pack && !size.empty()) {
     const size_t w = static_cast<size_t>(size.scalar->width);
     o << "\n  // The record's own packed length.\n";
-    o << "  if (pos - start < " << size.offset + w << ") VIXGEN_FAIL(\"nBuf\", kShortWrite);\n";
+    o << "  if (pos - start < " << size.offset + w << ") VIX_CODEC_FAIL(\"nBuf\", kShortWrite);\n";
     o << "  ::kalmo_vix::codec::put_" << widthSuffix(w) << "(p + start + " << size.offset
       << ", static_cast<" << uintType(w) << ">(pos - start));\n";
   }
@@ -635,33 +636,6 @@ std::string emitSource(const Schema& s) {
   o << "[[maybe_unused]] const int kNetCutVerInvalid = "
        "::kalmo_vix::VixError::VIX_ERR_NET_CUTVER_INVALID;\n\n";
   o << "}  // namespace\n\n";
-  o << "// Records the failing entry with this file's location, leaves the cursor where it stopped "
-       "and\n";
-  o << "// returns the error (out of line: failures are rare).\n";
-  o << "#define VIXGEN_FAIL(entry, err) \\\n";
-  o << "  return ::kalmo_vix::codec::fail_at(buf, pos, (entry), __FILE__, __LINE__, (err))\n\n";
-  o << "// Runs a nested record's operation at the current position; on failure adds the entry.\n";
-  o << "#define VIXGEN_CALL(entry, call)                                                          "
-       "\\\n";
-  o << "  do {                                                                                    "
-       "\\\n";
-  o << "    const long long vixgen_at = (call);                                                   "
-       "\\\n";
-  o << "    if (vixgen_at < 0) {                                                                  "
-       "\\\n";
-  o << "      return ::kalmo_vix::codec::fail_nested((entry), __FILE__, __LINE__, "
-       "static_cast<int>(vixgen_at)); \\\n";
-  o << "    }                                                                                     "
-       "\\\n";
-  o << "    pos = static_cast<size_t>(vixgen_at);                                                 "
-       "\\\n";
-  o << "  } while (0)\n\n";
-  o << "// Returns the first error of a text write.\n";
-  o << "#define VIXGEN_TRY(call)                  \\\n";
-  o << "  do {                                    \\\n";
-  o << "    const int vixgen_ret = (call);        \\\n";
-  o << "    if (vixgen_ret != 0) return vixgen_ret; \\\n";
-  o << "  } while (0)\n\n";
   if (!s.ns.empty()) o << "namespace " << s.ns << " {\n\n";
   for (const auto& t : s.types) {
     if (t->isUnion) {

@@ -3,8 +3,10 @@
  *
  * Generated code keeps the cursor's pointer, position and length in local variables, checks the
  * room before every field and stores big-endian with one inline helper per width; it writes the
- * position back to the cursor only around nested calls and on return. Generated headers check
- * VIX_CPP_COMM_RUNTIME_VERSION and refuse to compile against a different runtime.
+ * position back to the cursor only around nested calls and on return. Failures go through the
+ * VIX_CODEC_FAIL / VIX_CODEC_CALL / VIX_CODEC_TRY steps below, which record the back-trace.
+ * Generated headers check VIX_CPP_COMM_RUNTIME_VERSION and refuse to compile against a
+ * different runtime.
  */
 #ifndef VIX_CPP_COMM_VIXCODEC_H
 #define VIX_CPP_COMM_VIXCODEC_H
@@ -18,7 +20,7 @@
 #include "vix_cpp_comm/VixTime.h"
 
 // Version of the contract between vixgen output and this runtime.
-#define VIX_CPP_COMM_RUNTIME_VERSION 1
+#define VIX_CPP_COMM_RUNTIME_VERSION 2
 
 // The per-width primitives are always inlined: a call per field would cost more than the field.
 #define VIX_CODEC_INLINE inline __attribute__((always_inline))
@@ -112,6 +114,32 @@ __attribute__((cold, noinline)) inline int fail_nested(const char* entry, const 
   VixError::addBackTrace(entry, file, line);
   return error;
 }
+
+// Steps of generated bodies. They use the body's locals: the cursor `buf` and the position
+// `pos`. __FILE__ and __LINE__ name the generated line in the back-trace.
+
+// Records the failing entry, leaves the cursor where it stopped and returns the error.
+#define VIX_CODEC_FAIL(entry, err) \
+  return ::kalmo_vix::codec::fail_at(buf, pos, (entry), __FILE__, __LINE__, (err))
+
+// Runs a nested record's body at the current position; on failure adds the entry and returns
+// the error.
+#define VIX_CODEC_CALL(entry, call)                                           \
+  do {                                                                        \
+    const long long vix_codec_at = (call);                                    \
+    if (vix_codec_at < 0) {                                                   \
+      return ::kalmo_vix::codec::fail_nested((entry), __FILE__, __LINE__,     \
+                                             static_cast<int>(vix_codec_at)); \
+    }                                                                         \
+    pos = static_cast<size_t>(vix_codec_at);                                  \
+  } while (0)
+
+// Returns the first error of a text write.
+#define VIX_CODEC_TRY(call)                       \
+  do {                                            \
+    const int vix_codec_ret = (call);             \
+    if (vix_codec_ret != 0) return vix_codec_ret; \
+  } while (0)
 
 // Effective cut version of a record (or union): 0 and values above curr mean curr; values below
 // base are refused with -9.
