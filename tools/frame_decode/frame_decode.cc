@@ -70,7 +70,7 @@ int parseHex(const std::string& text, std::vector<char>& out) {
 template <typename T>
 int decode_and_print(const std::vector<char>& bytes, unsigned int cutVer) {
   std::unique_ptr<T> rec(new T());
-  rec->construct();
+  if (rec->construct() != 0) return 1;
   size_t used = 0;
   const int ret = rec->unpack(bytes.data(), bytes.size(), &used, cutVer);
   if (ret != 0) {

@@ -47,16 +47,18 @@ void carries(std::ostream& o, const Union& u) {
 void operations(std::ostream& o, const Type& t) {
   const char* sel = t.isUnion ? "long selector, " : "";
   const char* cst = t.isUnion ? "long selector" : "";
-  o << "\n  int construct(" << cst << ");\n";
-  o << "  int pack(" << sel << "::kalmo_vix::VixWriteBuf& buf, unsigned int cutVer) const;\n";
-  o << "  int pack(" << sel
+  o << "\n  VIX_NODISCARD int construct(" << cst << ");\n";
+  o << "  VIX_NODISCARD int pack(" << sel
+    << "::kalmo_vix::VixWriteBuf& buf, unsigned int cutVer) const;\n";
+  o << "  VIX_NODISCARD int pack(" << sel
     << "char* buffer, size_t size, size_t* usedSize, unsigned int cutVer) const;\n";
-  o << "  int unpack(" << sel << "::kalmo_vix::VixReadBuf& buf, unsigned int cutVer);\n";
-  o << "  int unpack(" << sel
+  o << "  VIX_NODISCARD int unpack(" << sel
+    << "::kalmo_vix::VixReadBuf& buf, unsigned int cutVer);\n";
+  o << "  VIX_NODISCARD int unpack(" << sel
     << "const char* buffer, size_t size, size_t* usedSize, unsigned int cutVer);\n";
-  o << "  int visualize(" << sel
+  o << "  VIX_NODISCARD int visualize(" << sel
     << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
-  o << "  int visualize(" << sel
+  o << "  VIX_NODISCARD int visualize(" << sel
     << "char* buffer, size_t size, size_t* usedSize, int indent, char separator) const;\n";
   o << "  const char* visualize_ex(" << sel
     << "::kalmo_vix::VixWriteBuf& buf, int indent, char separator) const;\n";
@@ -83,10 +85,10 @@ void bodies(std::ostream& o, const Schema& s, const Type& t) {
   o << "  // The bodies of pack and unpack, with the cursor's state passed by value: the new "
        "position,\n";
   o << "  // or a negative error.\n";
-  o << "  inline long long pack_at(" << sel
+  o << "  VIX_NODISCARD inline long long pack_at(" << sel
     << "::kalmo_vix::VixWriteBuf& buf, char* p, size_t len, size_t pos, unsigned int cutVer) "
        "const;\n";
-  o << "  inline long long unpack_at(" << sel
+  o << "  VIX_NODISCARD inline long long unpack_at(" << sel
     << "::kalmo_vix::VixReadBuf& buf, const char* p, size_t len, size_t pos, unsigned int "
        "cutVer);\n";
 }

@@ -64,7 +64,7 @@ VIX_CODEC_INLINE uint64_t get_u64(const char* p) {
 // Writes a string member of capacity cap: a 4-byte length (counting the NUL), then the text and
 // its NUL. The member's last byte is forced to NUL first, so an unterminated text is cut to
 // cap - 1 characters. Returns 0 or -1; after a failure pos may stand just past the length word.
-inline int put_string(char* p, size_t& pos, size_t len, char* s, size_t cap) {
+VIX_NODISCARD inline int put_string(char* p, size_t& pos, size_t len, char* s, size_t cap) {
   if (len - pos < 4) return VixError::VIX_ERR_SHORT_BUF_FOR_WRITE;
   const size_t lengthPos = pos;
   pos += 4;
@@ -80,7 +80,7 @@ inline int put_string(char* p, size_t& pos, size_t len, char* s, size_t cap) {
 // Reads a string member of capacity cap. Checks, in this order: data for the length word and
 // the text (-2), length above the capacity (-3), length 0 (-4), the copy must end in its only
 // NUL (-5).
-inline int get_string(const char* p, size_t& pos, size_t len, char* s, size_t cap) {
+VIX_NODISCARD inline int get_string(const char* p, size_t& pos, size_t len, char* s, size_t cap) {
   if (len - pos < 4) return VixError::VIX_ERR_SHORT_BUF_FOR_READ;
   const uint32_t n = get_u32(p + pos);
   pos += 4;
@@ -96,21 +96,26 @@ inline int get_string(const char* p, size_t& pos, size_t len, char* s, size_t ca
 // Failure paths of generated code, kept out of line and marked cold so that the straight-line
 // success path stays small: record the entry in the back-trace, leave the cursor where the
 // failure happened, return the error.
-__attribute__((cold, noinline)) inline int fail_at(VixWriteBuf& buf, size_t pos, const char* entry,
-                                                   const char* file, int line, int error) {
+VIX_NODISCARD __attribute__((cold, noinline)) inline int fail_at(VixWriteBuf& buf, size_t pos,
+                                                                 const char* entry,
+                                                                 const char* file, int line,
+                                                                 int error) {
   buf.position = pos;
   VixError::addBackTrace(entry, file, line);
   return error;
 }
-__attribute__((cold, noinline)) inline int fail_at(VixReadBuf& buf, size_t pos, const char* entry,
-                                                   const char* file, int line, int error) {
+VIX_NODISCARD __attribute__((cold, noinline)) inline int fail_at(VixReadBuf& buf, size_t pos,
+                                                                 const char* entry,
+                                                                 const char* file, int line,
+                                                                 int error) {
   buf.position = pos;
   VixError::addBackTrace(entry, file, line);
   return error;
 }
 // A nested record failed: add the enclosing entry and pass its error on.
-__attribute__((cold, noinline)) inline int fail_nested(const char* entry, const char* file,
-                                                       int line, int error) {
+VIX_NODISCARD __attribute__((cold, noinline)) inline int fail_nested(const char* entry,
+                                                                     const char* file, int line,
+                                                                     int error) {
   VixError::addBackTrace(entry, file, line);
   return error;
 }
@@ -143,7 +148,7 @@ __attribute__((cold, noinline)) inline int fail_nested(const char* entry, const 
 
 // Effective cut version of a record (or union): 0 and values above curr mean curr; values below
 // base are refused with -9.
-inline int cut_version(unsigned int& cutVer, unsigned int base, unsigned int curr) {
+VIX_NODISCARD inline int cut_version(unsigned int& cutVer, unsigned int base, unsigned int curr) {
   if (cutVer == 0 || cutVer > curr) {
     cutVer = curr;
     return 0;

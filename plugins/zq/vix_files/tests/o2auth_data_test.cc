@@ -29,7 +29,7 @@ bool traceNames(const std::vector<std::string>& names) {
 
 TEST(O2AuthToken, WireSizeIs18PlusData) {
   KALMOO2Token t;
-  t.construct();
+  ASSERT_EQ(0, t.construct());
   char out[512];
   size_t used = 0;
   ASSERT_EQ(0, t.pack(out, sizeof(out), &used, 0));
@@ -53,7 +53,7 @@ TEST(O2AuthToken, CapacityLimits) {
   std::vector<char> out(4096);
   char text[8192];
   KALMOO2Token t;
-  t.construct();
+  ASSERT_EQ(0, t.construct());
   t.wSize = 256;
   size_t used = 0;
   ASSERT_EQ(0, t.pack(out.data(), out.size(), &used, 0));
@@ -69,7 +69,7 @@ TEST(O2AuthToken, CapacityLimits) {
   EXPECT_TRUE(traceNames({"wSize"})) << trace();
 
   KALMOO2TokenBig big;
-  big.construct();
+  ASSERT_EQ(0, big.construct());
   big.wSize = 3072;
   ASSERT_EQ(0, big.pack(out.data(), out.size(), &used, 0));
   EXPECT_EQ(3090u, used);
@@ -88,7 +88,7 @@ TEST(O2AuthToken, CapacityLimits) {
 
 TEST(O2AuthToken, OnlyVersionFiveExists) {
   KALMOO2Token t;
-  t.construct();
+  ASSERT_EQ(0, t.construct());
   char out[64];
   size_t used = 0;
   for (unsigned int v = 1; v <= 4; ++v) EXPECT_EQ(-9, t.pack(out, sizeof(out), &used, v)) << v;
@@ -150,7 +150,7 @@ TEST(O2AuthBundle, FlagsSelectTheTokens) {
 
 TEST(O2AuthToken, Visualize) {
   KALMOO2Token t;
-  t.construct();
+  ASSERT_EQ(0, t.construct());
   t.wSize = 2;
   t.szData[0] = 0x0f;
   t.szData[1] = 0xf0;
@@ -167,7 +167,7 @@ TEST(O2AuthToken, Visualize) {
       t.visualize_ex(text, sizeof(text), nullptr, 1, '\n'));
 
   KALMOO2UnifiedAuth a;
-  a.construct();
+  ASSERT_EQ(0, a.construct());
   a.bHasCode = 1;
   a.stCode = t;
   const std::string s = a.visualize_ex(text, sizeof(text), nullptr, 0, '\n');
