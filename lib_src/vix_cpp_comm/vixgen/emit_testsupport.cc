@@ -229,6 +229,47 @@ void clearSize(std::ostream& o, const Record& r) {
   o << "  (void)rec;\n}\n\n";
 }
 
+// The field table of t for vixtest_set and vixtest_list, and its lookup by type.
+void fieldTable(std::ostream& o, const Schema& s, const Type& t) {
+  o << "inline const ::kalmo_vix::VixTestType* vixtest_type_" << t.name << "() {\n";
+  o << "  static const ::kalmo_vix::VixTestField kFields[] = {\n";
+  auto row = [&](const Slot& f, const std::string& select, const Member* m) {
+    char kind = 'r';
+    std::string width = "sizeof(" + f.ctype + ")";
+    std::string nested = "vixtest_type_" + f.ctype;
+    if (f.kind == Kind::kScalar || f.kind == Kind::kString || f.kind == Kind::kBytes) {
+      kind = f.kind == Kind::kString  ? 's'
+             : f.kind == Kind::kBytes ? 'b'
+             : f.scalar->isSigned     ? 'i'
+                                      : 'u';
+      width = std::to_string(f.kind == Kind::kScalar ? f.width : 1);
+      nested = "nullptr";
+    }
+    o << "      {\"" << f.name << "\", offsetof(" << t.name << ", " << f.name << "), '" << kind
+      << "', " << width << ", " << f.count << ", " << nested << ", "
+      << (select.empty() ? "nullptr" : quoted(select)) << ", "
+      << (m == nullptr   ? "0"
+          : m->isDefault ? "'d'"
+                         : "'i'")
+      << ", " << (m == nullptr || m->isDefault ? 0 : m->id) << "},\n";
+  };
+  size_t count = 0;
+  if (t.isUnion) {
+    for (const Member& m : asUnion(t).members) row(m, "", &m);
+    count = asUnion(t).members.size();
+  } else {
+    for (const Entry& e : asRecord(t).entries) row(e, e.select.text, nullptr);
+    count = asRecord(t).entries.size();
+  }
+  o << "  };\n";
+  o << "  static const ::kalmo_vix::VixTestType kType = {\"" << t.name << "\", "
+    << (t.isUnion ? "true" : "false") << ", kFields, " << count << ", vixtest_constants_" << s.name
+    << "};\n";
+  o << "  return &kType;\n}\n";
+  o << "inline const ::kalmo_vix::VixTestType* vixtest_type(const " << t.name
+    << "*) { return vixtest_type_" << t.name << "(); }\n\n";
+}
+
 }  // namespace
 
 std::string emitTestSupport(const Schema& s) {
@@ -238,7 +279,7 @@ std::string emitTestSupport(const Schema& s) {
   o << "// Test support: the list of record types, deterministic fill, and the expected effect of "
        "a cut.\n";
   o << "#ifndef " << guard << "\n#define " << guard << "\n\n";
-  o << "#include <algorithm>\n#include <cstring>\n\n#include \"" << s.name
+  o << "#include <algorithm>\n#include <cstddef>\n#include <cstring>\n\n#include \"" << s.name
     << ".h\"\n#include \"vix_cpp_comm/VixTestSupport.h\"\n\n";
   o << "// X(type) for every record (unions are reached through them).\n";
   o << "#define " << upper(s.name) << "_RECORD_TYPES(X)";
@@ -246,7 +287,17 @@ std::string emitTestSupport(const Schema& s) {
     if (!t->isUnion) o << " \\\n  X(" << qualified(s, t->name) << ")";
   }
   o << "\n\n";
+  o << "// X(type) for every union.\n";
+  o << "#define " << upper(s.name) << "_UNION_TYPES(X)";
+  for (const auto& t : s.types) {
+    if (t->isUnion) o << " \\\n  X(" << qualified(s, t->name) << ")";
+  }
+  o << "\n\n";
   if (!s.ns.empty()) o << "namespace " << s.ns << " {\n\n";
+  o << "// The schema's constants and enumerators, for values written by name.\n";
+  o << "inline const ::kalmo_vix::VixTestConstant vixtest_constants_" << s.name << "[] = {\n";
+  for (const Constant& c : s.constants) o << "    {\"" << c.name << "\", " << c.value << "LL},\n";
+  o << "    {nullptr, 0}};\n\n";
   for (const auto& t : s.types) {
     if (t->isUnion) {
       o << "inline void vixtest_fill_u(long selector, " << t->name
@@ -259,6 +310,7 @@ std::string emitTestSupport(const Schema& s) {
     }
   }
   o << "\n";
+  for (const auto& t : s.types) fieldTable(o, s, *t);
   for (const auto& t : s.types) {
     if (t->isUnion) {
       fillUnion(o, asUnion(*t));
