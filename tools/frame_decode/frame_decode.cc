@@ -95,7 +95,7 @@ bool LooksLikeHex(const std::string& text) {
 template <typename T>
 int DecodeAndPrint(const std::vector<char>& bytes, unsigned int cut) {
   std::unique_ptr<T> rec(new T());
-  rec->construct();
+  if (rec->construct() != 0) return 1;
   size_t used = 0;
   const int ret = rec->unpack(bytes.data(), bytes.size(), &used, cut);
   if (ret != 0) {

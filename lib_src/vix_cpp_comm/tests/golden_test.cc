@@ -32,7 +32,7 @@ typedef std::vector<std::string> Names;
 
 GdMessage sampleMessage() {
   GdMessage m;
-  m.construct();
+  EXPECT_EQ(0, m.construct());
   m.stBase.wKind = GD_KIND_POINT;
   m.chFlag = -2;
   std::strcpy(m.szName, "ab");
@@ -148,7 +148,7 @@ TEST(GoldenCodec, ConstructAppliesDefaults) {
 
 TEST(GoldenCodec, UnionMembersDefaultsAndLateMembers) {
   GdHead h;
-  h.construct();
+  ASSERT_EQ(0, h.construct());
   h.chKind = GD_KIND_LATE;
   h.stBody.stLate.ullStamp = 0x1122334455667788ULL;
   h.dwSeq = 9;
@@ -207,7 +207,7 @@ TEST(GoldenCodec, StringErrorsInOrder) {
     Bytes in = {1, GD_KIND_TEXT};
     in.insert(in.end(), tail.begin(), tail.end());
     GdHead h;
-    h.construct();
+    EXPECT_EQ(0, h.construct());
     return h.unpack(reinterpret_cast<const char*>(in.data()), in.size(), nullptr, 0);
   };
   EXPECT_EQ(-2, run({0, 0, 0}));
@@ -263,7 +263,7 @@ TEST(GoldenCodec, VersionChecks) {
   char out[64];
   std::memset(out, 0x5a, sizeof(out));
   GdLate late;
-  late.construct();
+  ASSERT_EQ(0, late.construct());
   size_t used = 99;
   EXPECT_EQ(-9, late.pack(out, sizeof(out), &used, 2));
   EXPECT_EQ(0u, used);
@@ -335,7 +335,7 @@ TEST(GoldenCodec, ShortInputAtEveryLength) {
   }
   // Without a size indicator the failing field is named, inside its enclosing entries.
   GdHead h;
-  h.construct();
+  ASSERT_EQ(0, h.construct());
   h.chKind = GD_KIND_POINT;
   char out[32];
   size_t used = 0;
@@ -353,7 +353,7 @@ TEST(GoldenCodec, UncheckedBlockOverALargerArea) {
   // The frame is laid over a larger area; its one-byte body continues past the record.
   std::vector<unsigned char> area(sizeof(GdFrame) + 8, 0);
   GdFrame* f = reinterpret_cast<GdFrame*>(area.data());
-  f->construct();
+  ASSERT_EQ(0, f->construct());
   f->stMsg = sampleMessage();
   f->bLen = 4;
   std::memcpy(f->szBody, "\x01\x02\x03\x04", 4);
@@ -418,7 +418,7 @@ TEST(GoldenVisualize, NestedRecordsArraysAndBlocks) {
   EXPECT_STREQ("[wSize]: 2 [szData][0 : 1]: 0x11 0x22 [dwExpire]: 7 ",
                t.visualize_ex(text, sizeof(text), &used, -1, ' '));
   GdHead h;
-  h.construct();
+  ASSERT_EQ(0, h.construct());
   h.chKind = GD_KIND_POINT;
   EXPECT_STREQ(
       "[chVer]: 0x00 [chKind]: 0x01 [dwSeq]: 0 [stBody] [stPoint] [nX]: 0 [nY]: 0 [bPick]: 0x00 "
@@ -428,7 +428,7 @@ TEST(GoldenVisualize, NestedRecordsArraysAndBlocks) {
 
 TEST(GoldenVisualize, TruncatedTextIsTerminated) {
   GdToken t;
-  t.construct();
+  ASSERT_EQ(0, t.construct());
   char text[12];
   size_t used = 0;
   EXPECT_EQ(-1, t.visualize(text, sizeof(text), &used, 0, '\n'));

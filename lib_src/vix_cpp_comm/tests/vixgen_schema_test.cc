@@ -1,4 +1,5 @@
-// The schema parser: accepted constructs and the mistakes it refuses, with the line named.
+// The schema reader and the resolve pass: the resolved model of every construct, and the
+// mistakes refused with the line named.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -6,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "../vixgen/schema.h"
+#include "../vixgen/model.h"
 
 namespace {
 
@@ -41,28 +42,46 @@ const char kHead[] = "schema t\nnamespace t\n";
 
 }  // namespace
 
-TEST(VixgenSchema, AcceptsEveryConstruct) {
+TEST(VixgenSchema, ResolvesEveryConstruct) {
   SchemaFile f(
       std::string(kHead) +
       "const N 4\n"
       "enum E\n  A = 1\n  B = 2\nend\n"
       "record R 1 1\n  int16 nX\nend\n"
       "union U 1 2\n  R stR id A\n  string szS[N] id B since 2\n  uint32 dwD default\nend\n"
-      "record M 1 2\n  versionindicator wVer\n  uint16 wVer\n  uint8 bSel\n  U stU select bSel\n"
-      "  uint8 bN\n  R astR[N] refer bN\n  bytes szB[8] refer bN\n  uint8 bHas\n  R stO optional "
-      "bHas\n"
+      "record M 1 2\n  versionindicator stH.nX\n  R stH\n  uint8 bSel\n  U stU select bSel\n"
+      "  uint8 bN\n  R astR[N] refer bN\n  bytes szB[8] refer bN\n  uint8 bHas\n"
+      "  R stO optional bHas\n"
       "  string szT[N] default \"ab\" # comment\n  datetime ullW since 2\nend\n");
   vixgen::Schema s;
   std::string error;
   ASSERT_TRUE(vixgen::parseSchema(f.path(), s, error)) << error;
   ASSERT_EQ(3u, s.types.size());
-  const vixgen::Type& m = *s.byName.at("M");
+  const vixgen::Record& m = vixgen::asRecord(*s.byName.at("M"));
   EXPECT_EQ(2u, m.curr);
-  EXPECT_EQ("wVer", m.versionIndicator);
   EXPECT_EQ(2u + 1 + 4 + 1 + 8 + 8 + 1 + 2 + 4 + 8, m.size);  // union U is as large as szS
-  const vixgen::Type& u = *s.byName.at("U");
-  EXPECT_TRUE(u.entries[2].isDefaultMember);
-  EXPECT_EQ(2, u.entries[1].id);
+  EXPECT_EQ("stH.nX", m.versionIndicator.text);
+  EXPECT_EQ(0u, m.versionIndicator.offset);
+  EXPECT_EQ(2, m.versionIndicator.scalar->width);
+  const vixgen::Entry& sel = m.entries[1];
+  EXPECT_TRUE(m.entries[0].fixedOffset);
+  EXPECT_FALSE(sel.fixedOffset);  // after a nested record
+  EXPECT_EQ("uint8_t", sel.ctype);
+  const vixgen::Entry& arr = m.entries[4];
+  EXPECT_EQ("R", arr.ctype);
+  EXPECT_EQ(4u, arr.count);
+  EXPECT_EQ("bN", arr.refer.text);
+  EXPECT_FALSE(arr.fixedOffset);
+  EXPECT_EQ("bSel", m.entries[2].select.text);
+  EXPECT_EQ(1, m.entries[2].select.scalar->width);
+  EXPECT_EQ(1, m.entries[7].countCap());  // the optional record counts through its flag
+  EXPECT_EQ(2u, m.entries[9].since);
+  EXPECT_EQ(8u, m.entries[9].wireSize);
+  const vixgen::Union& u = vixgen::asUnion(*s.byName.at("U"));
+  EXPECT_TRUE(u.members[2].isDefault);
+  EXPECT_EQ(&u.members[2], u.defaultMember());
+  EXPECT_EQ(2, u.members[1].id);
+  EXPECT_EQ(2u, u.members[1].since);
   EXPECT_EQ(4u + 4u, u.maxPack);
 }
 
@@ -76,6 +95,9 @@ TEST(VixgenSchema, RefusesMistakesNamingTheLine) {
             parseError(h + "record R 1 1\n  int8 a\n  bytes szB[2] refer bN\n  uint8 bN\nend\n"));
   EXPECT_EQ("5: refer bN is added later than szB",
             parseError(h + "record R 1 2\n  uint8 bN since 2\n  bytes szB[2] refer bN\nend\n"));
+  EXPECT_EQ("8: select a.b: a is not a plain nested record",
+            parseError(h + "union U 1 1\n  int8 x id 1\nend\nrecord S 1 1\n  int8 a\n"
+                           "  U stU select a.b\nend\n"));
   EXPECT_EQ("5: duplicate member id",
             parseError(h + "union U 1 1\n  int8 a id 1\n  int8 b id 1\nend\n"));
   EXPECT_EQ("5: only one default member",
@@ -85,7 +107,7 @@ TEST(VixgenSchema, RefusesMistakesNamingTheLine) {
   EXPECT_EQ("7: union entry needs select",
             parseError(h + "union U 1 1\n  int8 a id 1\nend\nrecord R 1 1\n  U stU\nend\n"));
   EXPECT_EQ(
-      "7: indicator wV must sit at a fixed offset",
+      "4: indicator wV must sit at a fixed offset",
       parseError(h + "record R 1 1\n  versionindicator wV\n  string szA[3]\n  uint16 wV\nend\n"));
   EXPECT_EQ("4: not a number or known constant: MISSING",
             parseError(h + "record R 1 1\n  string szA[MISSING]\nend\n"));

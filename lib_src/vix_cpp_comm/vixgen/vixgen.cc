@@ -1,9 +1,11 @@
 // vixgen: turns a record schema (.vix) into record classes. Usage: vixgen <schema.vix> <out-dir>
+// Every failure is reported as "file:line: message" (or "path: message" for an output file)
+// with a non-zero exit status.
 #include <cstdio>
 #include <string>
 
 #include "emit.h"
-#include "schema.h"
+#include "model.h"
 
 int main(int argc, char** argv) {
   if (argc != 3) {
@@ -12,12 +14,8 @@ int main(int argc, char** argv) {
   }
   vixgen::Schema schema;
   std::string error;
-  if (!vixgen::parseSchema(argv[1], schema, error)) {
-    std::fprintf(stderr, "vixgen: %s\n", error.c_str());
-    return 1;
-  }
-  if (!vixgen::emitAll(schema, argv[2], error)) {
-    std::fprintf(stderr, "vixgen: %s\n", error.c_str());
+  if (!vixgen::parseSchema(argv[1], schema, error) || !vixgen::emitAll(schema, argv[2], error)) {
+    std::fprintf(stderr, "%s\n", error.c_str());
     return 1;
   }
   return 0;

@@ -50,8 +50,8 @@ class VixWriteBuf {
   // Formats with printf rules into the free space. -1 (VIX_ERR_SHORT_BUF_FOR_WRITE) when
   // formatting fails or the text with its NUL does not fit; otherwise position advances by the
   // text length (the NUL is written but not counted).
-  int textize(const char* format, ...) __attribute__((format(printf, 2, 3)));
-  int vtextize(const char* format, va_list args);
+  VIX_NODISCARD int textize(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  VIX_NODISCARD int vtextize(const char* format, va_list args);
 };
 
 // Input cursor over received bytes.
@@ -78,57 +78,60 @@ class VixReadBuf {
 class VixBufUtil {
  public:
   // str repeated times times; times below 1 writes nothing; null str gives -8.
-  static int printMultiStr(VixWriteBuf& buf, const char* str, int times);
+  VIX_NODISCARD static int printMultiStr(VixWriteBuf& buf, const char* str, int times);
   // The indent alone.
-  static int printIndent(VixWriteBuf& buf, int indent);
+  VIX_NODISCARD static int printIndent(VixWriteBuf& buf, int indent);
   // The separator (needs 2 free bytes: it is followed by an uncounted NUL).
-  static int printSeparator(VixWriteBuf& buf, char separator);
+  VIX_NODISCARD static int printSeparator(VixWriteBuf& buf, char separator);
 
   // indent, "name: ", value by format, separator.
-  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
-                           const char* format, ...) __attribute__((format(printf, 5, 6)));
+  VIX_NODISCARD static int printVariable(VixWriteBuf& buf, int indent, char separator,
+                                         const char* name, const char* format, ...)
+      __attribute__((format(printf, 5, 6)));
   // indent, "name[index]: ", value by format, separator.
-  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
-                           unsigned int index, const char* format, ...)
-      __attribute__((format(printf, 6, 7)));
+  VIX_NODISCARD static int printVariable(VixWriteBuf& buf, int indent, char separator,
+                                         const char* name, unsigned int index, const char* format,
+                                         ...) __attribute__((format(printf, 6, 7)));
   // indent, then "name<separator>" when withSeparator, else "name: ". Used before a nested record.
-  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
-                           bool withSeparator);
+  VIX_NODISCARD static int printVariable(VixWriteBuf& buf, int indent, char separator,
+                                         const char* name, bool withSeparator);
   // indent, then "name[index]<separator>" or "name[index]: ".
-  static int printVariable(VixWriteBuf& buf, int indent, char separator, const char* name,
-                           unsigned int index, bool withSeparator);
+  VIX_NODISCARD static int printVariable(VixWriteBuf& buf, int indent, char separator,
+                                         const char* name, unsigned int index, bool withSeparator);
 
   // indent, "name[0 : count-1]:"; the elements follow on the same line.
-  static int printArray(VixWriteBuf& buf, int indent, char separator, const char* name, long count);
+  VIX_NODISCARD static int printArray(VixWriteBuf& buf, int indent, char separator,
+                                      const char* name, long count);
 
-  static int printString(VixWriteBuf& buf, int indent, char separator, const char* name,
-                         const char* value);
-  static int printString(VixWriteBuf& buf, int indent, char separator, const char* name,
-                         unsigned int index, const char* value);
+  VIX_NODISCARD static int printString(VixWriteBuf& buf, int indent, char separator,
+                                       const char* name, const char* value);
+  VIX_NODISCARD static int printString(VixWriteBuf& buf, int indent, char separator,
+                                       const char* name, unsigned int index, const char* value);
 
   // Each 16-bit unit including the terminating zero as " 0x%04x".
-  static int printWString(VixWriteBuf& buf, int indent, char separator, const char* name,
-                          const uint16_t* value);
-  static int printWString(VixWriteBuf& buf, int indent, char separator, const char* name,
-                          unsigned int index, const uint16_t* value);
+  VIX_NODISCARD static int printWString(VixWriteBuf& buf, int indent, char separator,
+                                        const char* name, const uint16_t* value);
+  VIX_NODISCARD static int printWString(VixWriteBuf& buf, int indent, char separator,
+                                        const char* name, unsigned int index,
+                                        const uint16_t* value);
 
   // "%4d-%02d-%02d", "%02d:%02d:%02d", both joined by a blank, dotted IPv4.
-  static int printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name,
-                          uint32_t value);
-  static int printVixDate(VixWriteBuf& buf, int indent, char separator, const char* name,
-                          unsigned int index, uint32_t value);
-  static int printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name,
-                          uint32_t value);
-  static int printVixTime(VixWriteBuf& buf, int indent, char separator, const char* name,
-                          unsigned int index, uint32_t value);
-  static int printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name,
-                              uint64_t value);
-  static int printVixDateTime(VixWriteBuf& buf, int indent, char separator, const char* name,
-                              unsigned int index, uint64_t value);
-  static int printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name,
-                        uint32_t value);
-  static int printVixIP(VixWriteBuf& buf, int indent, char separator, const char* name,
-                        unsigned int index, uint32_t value);
+  VIX_NODISCARD static int printVixDate(VixWriteBuf& buf, int indent, char separator,
+                                        const char* name, uint32_t value);
+  VIX_NODISCARD static int printVixDate(VixWriteBuf& buf, int indent, char separator,
+                                        const char* name, unsigned int index, uint32_t value);
+  VIX_NODISCARD static int printVixTime(VixWriteBuf& buf, int indent, char separator,
+                                        const char* name, uint32_t value);
+  VIX_NODISCARD static int printVixTime(VixWriteBuf& buf, int indent, char separator,
+                                        const char* name, unsigned int index, uint32_t value);
+  VIX_NODISCARD static int printVixDateTime(VixWriteBuf& buf, int indent, char separator,
+                                            const char* name, uint64_t value);
+  VIX_NODISCARD static int printVixDateTime(VixWriteBuf& buf, int indent, char separator,
+                                            const char* name, unsigned int index, uint64_t value);
+  VIX_NODISCARD static int printVixIP(VixWriteBuf& buf, int indent, char separator,
+                                      const char* name, uint32_t value);
+  VIX_NODISCARD static int printVixIP(VixWriteBuf& buf, int indent, char separator,
+                                      const char* name, unsigned int index, uint32_t value);
 };
 
 }  // namespace kalmo_vix

@@ -3,8 +3,10 @@
  *
  * Generated code keeps the cursor's pointer, position and length in local variables, checks the
  * room before every field and stores big-endian with one inline helper per width; it writes the
- * position back to the cursor only around nested calls and on return. Generated headers check
- * VIX_CPP_COMM_RUNTIME_VERSION and refuse to compile against a different runtime.
+ * position back to the cursor only around nested calls and on return. Failures go through the
+ * VIX_CODEC_FAIL / VIX_CODEC_CALL / VIX_CODEC_TRY steps below, which record the back-trace.
+ * Generated headers check VIX_CPP_COMM_RUNTIME_VERSION and refuse to compile against a
+ * different runtime.
  */
 #ifndef VIX_CPP_COMM_VIXCODEC_H
 #define VIX_CPP_COMM_VIXCODEC_H
@@ -18,7 +20,7 @@
 #include "vix_cpp_comm/VixTime.h"
 
 // Version of the contract between vixgen output and this runtime.
-#define VIX_CPP_COMM_RUNTIME_VERSION 1
+#define VIX_CPP_COMM_RUNTIME_VERSION 2
 
 // The per-width primitives are always inlined: a call per field would cost more than the field.
 #define VIX_CODEC_INLINE inline __attribute__((always_inline))
@@ -62,7 +64,7 @@ VIX_CODEC_INLINE uint64_t get_u64(const char* p) {
 // Writes a string member of capacity cap: a 4-byte length (counting the NUL), then the text and
 // its NUL. The member's last byte is forced to NUL first, so an unterminated text is cut to
 // cap - 1 characters. Returns 0 or -1; after a failure pos may stand just past the length word.
-inline int put_string(char* p, size_t& pos, size_t len, char* s, size_t cap) {
+VIX_NODISCARD inline int put_string(char* p, size_t& pos, size_t len, char* s, size_t cap) {
   if (len - pos < 4) return VixError::VIX_ERR_SHORT_BUF_FOR_WRITE;
   const size_t lengthPos = pos;
   pos += 4;
@@ -78,7 +80,7 @@ inline int put_string(char* p, size_t& pos, size_t len, char* s, size_t cap) {
 // Reads a string member of capacity cap. Checks, in this order: data for the length word and
 // the text (-2), length above the capacity (-3), length 0 (-4), the copy must end in its only
 // NUL (-5).
-inline int get_string(const char* p, size_t& pos, size_t len, char* s, size_t cap) {
+VIX_NODISCARD inline int get_string(const char* p, size_t& pos, size_t len, char* s, size_t cap) {
   if (len - pos < 4) return VixError::VIX_ERR_SHORT_BUF_FOR_READ;
   const uint32_t n = get_u32(p + pos);
   pos += 4;
@@ -94,28 +96,59 @@ inline int get_string(const char* p, size_t& pos, size_t len, char* s, size_t ca
 // Failure paths of generated code, kept out of line and marked cold so that the straight-line
 // success path stays small: record the entry in the back-trace, leave the cursor where the
 // failure happened, return the error.
-__attribute__((cold, noinline)) inline int fail_at(VixWriteBuf& buf, size_t pos, const char* entry,
-                                                   const char* file, int line, int error) {
+VIX_NODISCARD __attribute__((cold, noinline)) inline int fail_at(VixWriteBuf& buf, size_t pos,
+                                                                 const char* entry,
+                                                                 const char* file, int line,
+                                                                 int error) {
   buf.position = pos;
   VixError::addBackTrace(entry, file, line);
   return error;
 }
-__attribute__((cold, noinline)) inline int fail_at(VixReadBuf& buf, size_t pos, const char* entry,
-                                                   const char* file, int line, int error) {
+VIX_NODISCARD __attribute__((cold, noinline)) inline int fail_at(VixReadBuf& buf, size_t pos,
+                                                                 const char* entry,
+                                                                 const char* file, int line,
+                                                                 int error) {
   buf.position = pos;
   VixError::addBackTrace(entry, file, line);
   return error;
 }
 // A nested record failed: add the enclosing entry and pass its error on.
-__attribute__((cold, noinline)) inline int fail_nested(const char* entry, const char* file,
-                                                       int line, int error) {
+VIX_NODISCARD __attribute__((cold, noinline)) inline int fail_nested(const char* entry,
+                                                                     const char* file, int line,
+                                                                     int error) {
   VixError::addBackTrace(entry, file, line);
   return error;
 }
 
+// Steps of generated bodies. They use the body's locals: the cursor `buf` and the position
+// `pos`. __FILE__ and __LINE__ name the generated line in the back-trace.
+
+// Records the failing entry, leaves the cursor where it stopped and returns the error.
+#define VIX_CODEC_FAIL(entry, err) \
+  return ::kalmo_vix::codec::fail_at(buf, pos, (entry), __FILE__, __LINE__, (err))
+
+// Runs a nested record's body at the current position; on failure adds the entry and returns
+// the error.
+#define VIX_CODEC_CALL(entry, call)                                           \
+  do {                                                                        \
+    const long long vix_codec_at = (call);                                    \
+    if (vix_codec_at < 0) {                                                   \
+      return ::kalmo_vix::codec::fail_nested((entry), __FILE__, __LINE__,     \
+                                             static_cast<int>(vix_codec_at)); \
+    }                                                                         \
+    pos = static_cast<size_t>(vix_codec_at);                                  \
+  } while (0)
+
+// Returns the first error of a text write.
+#define VIX_CODEC_TRY(call)                       \
+  do {                                            \
+    const int vix_codec_ret = (call);             \
+    if (vix_codec_ret != 0) return vix_codec_ret; \
+  } while (0)
+
 // Effective cut version of a record (or union): 0 and values above curr mean curr; values below
 // base are refused with -9.
-inline int cut_version(unsigned int& cutVer, unsigned int base, unsigned int curr) {
+VIX_NODISCARD inline int cut_version(unsigned int& cutVer, unsigned int base, unsigned int curr) {
   if (cutVer == 0 || cutVer > curr) {
     cutVer = curr;
     return 0;

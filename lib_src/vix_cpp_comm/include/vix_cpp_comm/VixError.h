@@ -2,7 +2,8 @@
  * VixError.h: error codes of the record codec, their texts, and the failure back-trace.
  *
  * Conventions:
- *  - Codec operations return 0 or a negative ErrorType value; nothing throws.
+ *  - Codec operations return 0 or a negative ErrorType value; nothing throws. Every function
+ *    that returns a result code is marked VIX_NODISCARD, so ignoring it warns.
  *  - Every failure point of a generated operation calls addBackTrace with the entry that failed;
  *    enclosing records add their entry on the way out, so the text reads outermost first.
  *  - The back-trace is one process-wide area (start_pos, back_trace_str). It is reset by every
@@ -10,6 +11,16 @@
  */
 #ifndef VIX_CPP_COMM_VIXERROR_H
 #define VIX_CPP_COMM_VIXERROR_H
+
+// Marks a function whose result code must not be ignored: [[nodiscard]] in C++17 (a cast to
+// void states that a result is ignored on purpose), warn_unused_result in C.
+#if defined(__cplusplus) && __cplusplus >= 201703L
+#define VIX_NODISCARD [[nodiscard]]
+#elif defined(__GNUC__)
+#define VIX_NODISCARD __attribute__((warn_unused_result))
+#else
+#define VIX_NODISCARD
+#endif
 
 namespace kalmo_vix {
 

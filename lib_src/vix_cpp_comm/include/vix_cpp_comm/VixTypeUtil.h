@@ -20,24 +20,24 @@ namespace kalmo_vix {
 class VixTypeUtil {
  public:
   // "YYYY-MM-DD"; unparsable text or an invalid date gives -14.
-  static int str2VixDate(uint32_t& out, const char* text);
+  VIX_NODISCARD static int str2VixDate(uint32_t& out, const char* text);
   // "HH:MM:SS"; unparsable, hour outside -999..999, minute or second above 59 gives -13.
-  static int str2VixTime(uint32_t& out, const char* text);
+  VIX_NODISCARD static int str2VixTime(uint32_t& out, const char* text);
   // "YYYY-MM-DD HH:MM:SS"; any failure gives -15.
-  static int str2VixDateTime(uint64_t& out, const char* text);
+  VIX_NODISCARD static int str2VixDateTime(uint64_t& out, const char* text);
   // Dotted IPv4 text (inet_aton rules); failure gives -12.
-  static int str2VixIP(uint32_t& out, const char* text);
+  VIX_NODISCARD static int str2VixIP(uint32_t& out, const char* text);
 
   // Dotted text of ip into out; -1 when it does not fit. Always writes a NUL at out[size - 1].
-  static int vixIp2Str(char* out, size_t size, uint32_t ip);
+  VIX_NODISCARD static int vixIp2Str(char* out, size_t size, uint32_t ip);
   // The same into the free space of a text cursor.
-  static int vixIp2Str(VixWriteBuf& buf, uint32_t ip);
+  VIX_NODISCARD static int vixIp2Str(VixWriteBuf& buf, uint32_t ip);
 
   // Seconds since the epoch to local calendar time: -16 when the conversion fails, -15 when the
   // result is not a valid date-time.
-  static int UTC2VixDateTime(uint64_t& out, long utc);
+  VIX_NODISCARD static int UTC2VixDateTime(uint64_t& out, long utc);
   // Local calendar time to seconds since the epoch: -15 for an invalid or unrepresentable value.
-  static int vixDateTime2UTC(long& out, uint64_t dateTime);
+  VIX_NODISCARD static int vixDateTime2UTC(long& out, uint64_t dateTime);
 
   // -1, 0 or 1 comparing year, month, day (hour, minute, second; date then time), years and
   // hours as signed numbers.

@@ -1,4 +1,4 @@
-// Every record type of every schema present, filled with pseudo-random values, round-trips at
+// Every record type of every schema, filled with pseudo-random values, round-trips at
 // every cut version from BASEVERSION to CURRVERSION.
 #include <gtest/gtest.h>
 
@@ -7,18 +7,9 @@
 #include <string>
 #include <vector>
 
-#if __has_include("tframehead_testsupport.h")
-#include "tframehead_testsupport.h"
-#define VIXTEST_HAVE_TFRAMEHEAD 1
-#endif
-#if __has_include("nhp_testsupport.h")
 #include "nhp_testsupport.h"
-#define VIXTEST_HAVE_NHP 1
-#endif
-#if __has_include("o2auth_data_testsupport.h")
 #include "o2auth_data_testsupport.h"
-#define VIXTEST_HAVE_O2AUTH 1
-#endif
+#include "tframehead_testsupport.h"
 
 namespace {
 
@@ -130,29 +121,20 @@ void shortBuffers(const char* type) {
   shortBuffers<T>(#T);           \
   if (HasFatalFailure()) return;
 
-#ifdef VIXTEST_HAVE_TFRAMEHEAD
-TEST(ShortBuffers,
-     EveryFrameHeadRecordAtEveryLength){TFRAMEHEAD_RECORD_TYPES(VIXTEST_SHORT_BUFFERS)}
-#endif
-#ifdef VIXTEST_HAVE_NHP
-TEST(ShortBuffers, EveryClientRecordAtEveryLength){NHP_RECORD_TYPES(VIXTEST_SHORT_BUFFERS)}
-#endif
-#ifdef VIXTEST_HAVE_O2AUTH
-TEST(ShortBuffers, EveryOAuthRecordAtEveryLength){O2AUTH_DATA_RECORD_TYPES(VIXTEST_SHORT_BUFFERS)}
-#endif
+TEST(ShortBuffers, EveryFrameHeadRecordAtEveryLength) {
+  TFRAMEHEAD_RECORD_TYPES(VIXTEST_SHORT_BUFFERS);
+}
+TEST(ShortBuffers, EveryClientRecordAtEveryLength) { NHP_RECORD_TYPES(VIXTEST_SHORT_BUFFERS); }
+TEST(ShortBuffers, EveryOAuthRecordAtEveryLength) {
+  O2AUTH_DATA_RECORD_TYPES(VIXTEST_SHORT_BUFFERS);
+}
 
 #define VIXTEST_ROUND_TRIP(T) \
   roundTrip<T>(#T);           \
   if (HasFatalFailure()) return;
 
-#ifdef VIXTEST_HAVE_TFRAMEHEAD
-TEST(RoundTrip, EveryFrameHeadRecordAtEveryCutVersion){TFRAMEHEAD_RECORD_TYPES(VIXTEST_ROUND_TRIP)}
-#endif
-#ifdef VIXTEST_HAVE_NHP
-TEST(RoundTrip, EveryClientRecordAtEveryCutVersion){NHP_RECORD_TYPES(VIXTEST_ROUND_TRIP)}
-#endif
-#ifdef VIXTEST_HAVE_O2AUTH
-TEST(RoundTrip, EveryOAuthRecordAtEveryCutVersion) {
-  O2AUTH_DATA_RECORD_TYPES(VIXTEST_ROUND_TRIP)
+TEST(RoundTrip, EveryFrameHeadRecordAtEveryCutVersion) {
+  TFRAMEHEAD_RECORD_TYPES(VIXTEST_ROUND_TRIP);
 }
-#endif
+TEST(RoundTrip, EveryClientRecordAtEveryCutVersion) { NHP_RECORD_TYPES(VIXTEST_ROUND_TRIP); }
+TEST(RoundTrip, EveryOAuthRecordAtEveryCutVersion) { O2AUTH_DATA_RECORD_TYPES(VIXTEST_ROUND_TRIP); }
