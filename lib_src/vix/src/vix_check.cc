@@ -7,7 +7,9 @@
 //
 // Records must sit at 8-byte aligned offsets (4 for the macro-group index arrays) so that
 // they can be read in place. Sorted-table order is not checked: the binary searches stay in
-// range whatever the order, an unsorted table only makes them miss.
+// range whatever the order, an unsorted table only makes them miss. Union branches are members
+// like any other (their bytes inside the union's instance); their selector ranges need no
+// check, as branch selection only compares them and bounds every index it computes.
 #include <stdarg.h>
 #include <stdio.h>
 

@@ -31,7 +31,7 @@ void vix_clear_error_detail_i(void);
 /* Sets the encoding name used for wide-string conversions (at most 31 characters; the default
  * is "GBK"). VIX_ERROR_INVALID_PARAM for null, "" or too long a name, VIX_ERROR_ENCODING_CONVERT
  * when iconv does not know it. Process-wide, not synchronised. */
-int vix_set_encoding_i(const char* pszEncoding);
+VIX_WUR int vix_set_encoding_i(const char* pszEncoding);
 const char* vix_get_encoding_i(void);
 
 /* ---- dates (vix_datetime.cc) ---- */
@@ -58,7 +58,12 @@ inline bool vix_lib_format_ok_i(const VIXMETALIB* pstLib) {
 
 /* The format check of the lookups: stores VIX_ERROR_BUILD_VERSION as the last error when the
  * library fails it. A null library fails without touching the last error. */
-bool vix_lib_usable_i(const VIXMETALIB* pstLib);
+inline bool vix_lib_usable_i(const VIXMETALIB* pstLib) {
+  if (pstLib == nullptr) return false;
+  if (vix_lib_format_ok_i(pstLib)) return true;
+  vix_set_last_error(VIX_ERROR_BUILD_VERSION);
+  return false;
+}
 
 inline const char* vix_lib_data_i(const VIXMETALIB* pstLib) {
   return reinterpret_cast<const char*>(pstLib) + sizeof(VIXMETALIB);
@@ -120,7 +125,7 @@ uint32_t vix_xor_words_i(const void* pvBlock, uint64_t iSize);
 /* Checks every offset and size of a 64-bit library of iAvail readable bytes whose format
  * word, platform and checksum have been checked: 0, or VIX_ERROR_BAD_METALIB_FILE with a
  * detail text naming the failing field. */
-int vix_check_lib_i(const VIXMETALIB* pstLib, uint64_t iAvail);
+VIX_WUR int vix_check_lib_i(const VIXMETALIB* pstLib, uint64_t iAvail);
 
 /* Linear search of the definition map by name (used while building). */
 const VIXMETA* vix_get_meta_by_name_linear_i(const VIXMETALIB* pstLib, const char* pszName);
@@ -136,7 +141,7 @@ typedef struct tagVIXPathHit {
 } VIXPATHHIT;
 
 /* Follows pszPath from pstMeta. Codes as vix_entry_path_to_off. */
-int vix_follow_path_i(VIXPATHHIT* pstHit, const VIXMETA* pstMeta, const char* pszPath);
+VIX_WUR int vix_follow_path_i(VIXPATHHIT* pstHit, const VIXMETA* pstMeta, const char* pszPath);
 
 /* Is the text an identifier (letters, digits, '_', not starting with a digit)? */
 bool vix_is_identifier_i(const char* pszName);

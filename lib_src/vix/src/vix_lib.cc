@@ -113,15 +113,6 @@ uint32_t vix_xor_words_i(const void* pvBlock, uint64_t iSize) {
   return dwXor;
 }
 
-bool vix_lib_usable_i(const VIXMETALIB* pstLib) {
-  if (pstLib == nullptr) return false;
-  if (!vix_lib_format_ok_i(pstLib)) {
-    vix_set_last_error(VIX_ERROR_BUILD_VERSION);
-    return false;
-  }
-  return true;
-}
-
 int vix_init_lib_for64(LPVIXMETALIB pstLib, const VIXLIBPARAM* pstParam) {
   if (pstLib == nullptr || pstParam == nullptr) return VIX_ERROR_INVALID_PARAM;
   Areas a;
@@ -337,8 +328,8 @@ int vix_save_metalib_fp_compatible(LPVIXMETALIB32 pstLib32, LPVIXMETALIB pstLib6
 
 int vix_save_metalib_compatible(LPVIXMETALIB32 pstLib32, LPVIXMETALIB pstLib64,
                                 const char* pszPath) {
-  if (pszPath == nullptr) return VIX_ERROR_INVALID_PARAM;
-  if (pstLib32 == nullptr || pstLib64 == nullptr || !vix_lib_format_ok_i(pstLib64)) {
+  if (pstLib32 == nullptr || pstLib64 == nullptr || pszPath == nullptr ||
+      !vix_lib_format_ok_i(pstLib64)) {
     return VIX_ERROR_INVALID_PARAM;
   }
   FILE* fp = fopen(pszPath, "wb");

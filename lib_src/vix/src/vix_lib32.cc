@@ -271,9 +271,9 @@ class Lib32Writer {
       xd->dwCustomAttr2 = x->dwCustomAttr2;
       xd->ptrColumnBase = x->iColumnNum > 0 ? u32(iStart + iColumnPos) : VIX_PTR32_NONE;
       if (x->iColumnNum > 0 && d->ptrColumns == VIX_PTR32_NONE) d->ptrColumns = xd->ptrColumnBase;
-      const VIXDBKEYINFO* c = vix_lib_at_i<VIXDBKEYINFO>(lib_, x->ptrColumnBase);
       for (int n = 0; n < x->iColumnNum; ++n, iColumnPos += sizeof(VIXDBKEYINFO32)) {
-        key(out_at<VIXDBKEYINFO32>(iStart + iColumnPos), c[n]);
+        key(out_at<VIXDBKEYINFO32>(iStart + iColumnPos),
+            vix_lib_at_i<VIXDBKEYINFO>(lib_, x->ptrColumnBase)[n]);
       }
     }
     d->ptrPrimayKeyBase = s.nPrimayKeyMemberNum > 0 ? u32(iStart + iColumnPos) : VIX_PTR32_NONE;

@@ -319,6 +319,9 @@ TEST(Compare, EquivalentCompatibleUncompatible) {
   EXPECT_EQ(VIX_XML_COMPATIBLE, vix_compare_meta(a1, a2));
   EXPECT_EQ(VIX_XML_UNCOMPATIBLE, vix_compare_meta(a2, a1));
   EXPECT_EQ(VIX_XML_EQUIVALENT, vix_compare_meta(a1, a1));
+  LibPtr sameVersion = versioned(2);
+  EXPECT_EQ(VIX_XML_UNCOMPATIBLE,
+            vix_compare_meta(a1, vix_get_meta_by_name(sameVersion.get(), "A")));
   EXPECT_EQ(VIX_ERROR_INVALID_PARAM, vix_compare_metalib(v1.get(), nullptr));
 }
 

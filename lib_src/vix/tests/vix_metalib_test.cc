@@ -201,6 +201,19 @@ TEST(Save, ChecksumAndRoundTrip) {
   }
 }
 
+// The data block of a 32-bit library, every reference checked against its size.
+struct Reader32 {
+  const char* pData;
+  uint64_t iSize;
+  template <typename T>
+  const T* at(VIXPTR32 p) const {
+    return p <= iSize && sizeof(T) <= iSize - p ? reinterpret_cast<const T*>(pData + p) : nullptr;
+  }
+  std::string str(VIXPTR32 p) const {
+    return p < iSize ? std::string(pData + p, strnlen(pData + p, iSize - p)) : "<outside>";
+  }
+};
+
 TEST(Save, CompatibleFormHoldsBothLayouts) {
   LibPtr lib = vixtest::sample_lib();
   LPVIXMETALIB32 pstLib32 = nullptr;
@@ -226,38 +239,40 @@ TEST(Save, CompatibleFormHoldsBothLayouts) {
   EXPECT_EQ(VIX_MAGIC_WORD, *reinterpret_cast<const uint32_t*>(p32));
   EXPECT_EQ(5, h->iCurMetaNum);
   EXPECT_STREQ("sample", h->szName);
-  const char* d = p32 + sizeof(VIXMETALIB32);
-  auto meta32 = [&](VIXPTR32 p) { return reinterpret_cast<const VIXMETA32*>(d + p); };
-  for (int i = 0; i < h->iCurMetaNum; ++i) {
-    const VIXNAMEENTRY32* n = reinterpret_cast<const VIXNAMEENTRY32*>(d + h->ptrName) + i;
-    const VIXMETA* m64 = vix_get_meta_by_name(lib.get(), d + n->ptrName);
-    ASSERT_NE(nullptr, m64) << d + n->ptrName;
-    const VIXMETA32* m = meta32(n->ptrMeta);
-    EXPECT_EQ(n->ptrMeta, m->ptrMeta);
-    EXPECT_STREQ(d + n->ptrName, d + m->ptrName);
-    EXPECT_EQ(m64->iHUnitSize, m->iHUnitSize);
-    EXPECT_EQ(m64->iEntriesNum, m->iEntriesNum);
-    const VIXIDENTRY32* id = reinterpret_cast<const VIXIDENTRY32*>(d + h->ptrID) + i;
-    EXPECT_EQ(id->iID, meta32(id->ptrMeta)->iID);
-  }
-  // Pkg: a nested meta, a count member, an index column and a macro group all land right.
+  const Reader32 r{p32 + sizeof(VIXMETALIB32), h->iSize - sizeof(VIXMETALIB32)};
   const VIXMETA32* pkg = nullptr;
   for (int i = 0; i < h->iCurMetaNum; ++i) {
-    const VIXMAPENTRY32* mp = reinterpret_cast<const VIXMAPENTRY32*>(d + h->ptrMap) + i;
-    if (strcmp(d + meta32(mp->iPtr)->ptrName, "Pkg") == 0) pkg = meta32(mp->iPtr);
+    const VIXNAMEENTRY32* n = r.at<VIXNAMEENTRY32>(h->ptrName + 8 * i);
+    const VIXIDENTRY32* id = r.at<VIXIDENTRY32>(h->ptrID + 8 * i);
+    ASSERT_TRUE(n != nullptr && id != nullptr);
+    const VIXMETA* m64 = vix_get_meta_by_name(lib.get(), r.str(n->ptrName).c_str());
+    const VIXMETA32* m = r.at<VIXMETA32>(n->ptrMeta);
+    ASSERT_TRUE(m64 != nullptr && m != nullptr) << r.str(n->ptrName);
+    EXPECT_EQ(n->ptrMeta, m->ptrMeta);
+    EXPECT_EQ(r.str(n->ptrName), r.str(m->ptrName));
+    EXPECT_EQ(m64->iHUnitSize, m->iHUnitSize);
+    EXPECT_EQ(m64->iEntriesNum, m->iEntriesNum);
+    ASSERT_NE(nullptr, r.at<VIXMETA32>(id->ptrMeta));
+    EXPECT_EQ(id->iID, r.at<VIXMETA32>(id->ptrMeta)->iID);
+    if (r.str(m->ptrName) == "Pkg") pkg = m;
   }
+  // Pkg: a nested meta, a count member, an index column and a macro group all land right.
   ASSERT_NE(nullptr, pkg);
   const VIXMETAENTRY32* e = reinterpret_cast<const VIXMETAENTRY32*>(pkg + 1);
-  EXPECT_STREQ("Head", d + meta32(e[0].ptrMeta)->ptrName);
-  const VIXMETAENTRY32* refer = reinterpret_cast<const VIXMETAENTRY32*>(d + e[2].stRefer.ptrEntry);
-  EXPECT_STREQ("count", d + refer->ptrName);
-  const VIXMETAINDEX32* x = reinterpret_cast<const VIXMETAINDEX32*>(d + pkg->ptrIndexes);
-  EXPECT_STREQ("byCount", d + x->ptrName);
-  const VIXDBKEYINFO32* col = reinterpret_cast<const VIXDBKEYINFO32*>(d + x->ptrColumnBase);
-  EXPECT_STREQ("count", d + reinterpret_cast<const VIXMETAENTRY32*>(d + col->ptrEntry)->ptrName);
-  const VIXMETA32* head = meta32(e[0].ptrMeta);
+  const VIXMETA32* head = r.at<VIXMETA32>(e[0].ptrMeta);
+  const VIXMETAENTRY32* refer = r.at<VIXMETAENTRY32>(e[2].stRefer.ptrEntry);
+  const VIXMETAINDEX32* x = r.at<VIXMETAINDEX32>(pkg->ptrIndexes);
+  ASSERT_TRUE(head != nullptr && refer != nullptr && x != nullptr);
+  EXPECT_EQ("Head", r.str(head->ptrName));
+  EXPECT_EQ("count", r.str(refer->ptrName));
+  EXPECT_EQ("byCount", r.str(x->ptrName));
+  const VIXDBKEYINFO32* col = r.at<VIXDBKEYINFO32>(x->ptrColumnBase);
+  ASSERT_NE(nullptr, col);
+  ASSERT_NE(nullptr, r.at<VIXMETAENTRY32>(col->ptrEntry));
+  EXPECT_EQ("count", r.str(r.at<VIXMETAENTRY32>(col->ptrEntry)->ptrName));
   const VIXMETAENTRY32* cmd = reinterpret_cast<const VIXMETAENTRY32*>(head + 1) + 1;
-  EXPECT_STREQ("Cmd", reinterpret_cast<const VIXMACROSGROUP32*>(d + cmd->ptrMacrosGroup)->szName);
+  ASSERT_NE(nullptr, r.at<VIXMACROSGROUP32>(cmd->ptrMacrosGroup));
+  EXPECT_STREQ("Cmd", r.at<VIXMACROSGROUP32>(cmd->ptrMacrosGroup)->szName);
   vix_free_lib32(&pstLib32);
   EXPECT_EQ(nullptr, pstLib32);
 }

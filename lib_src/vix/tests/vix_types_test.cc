@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "vix/vix_types.h"
+#include "vix_internal.h"
 
 namespace {
 
@@ -352,6 +353,16 @@ TEST(Strings, WideAndGbk) {
   const vix_wchar_t awNoGbk[] = {0x263A, 0};  // no GBK form
   iMbs = sizeof(szMbs);
   EXPECT_EQ(VIX_ERROR_ENCODING_CONVERT, vix_wcstochinesembs(szMbs, &iMbs, awNoGbk, 2));
+
+  // The encoding is settable (the hook of the text output).
+  EXPECT_EQ(VIX_ERROR_ENCODING_CONVERT, vix_set_encoding_i("NO-SUCH-CODESET"));
+  EXPECT_EQ(VIX_ERROR_INVALID_PARAM, vix_set_encoding_i(""));
+  ASSERT_EQ(0, vix_set_encoding_i("UTF-8"));
+  iMbs = sizeof(szMbs);
+  ASSERT_EQ(0, vix_wcstochinesembs(szMbs, &iMbs, awNoGbk, 2));
+  EXPECT_STREQ("\xe2\x98\xba", szMbs);
+  ASSERT_EQ(0, vix_set_encoding_i("GBK"));
+  EXPECT_STREQ("GBK", vix_get_encoding_i());
 }
 
 // GBK form of a UTF-8 text, converted independently of the runtime's table.

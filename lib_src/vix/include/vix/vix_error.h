@@ -96,9 +96,10 @@
 #define VIX_ERROR_BAD_OCT VIX_ERRCODE(0x44)               /* 八进制数格式不正确 */
 #define VIX_ERROR_WRITE_FILE VIX_ERRCODE(0x45)            /* 写文件失败 */
 #define VIX_ERROR_OPEN_FILE_WRITE VIX_ERRCODE(0x46)       /* 打开文件写失败 */
-#define VIX_ERROR_BAD_METALIB_FILE                                                                                                                                    \
-  VIX_ERRCODE(0x47) /* 二进制元数据库文件无效,请确定生成元数据文件的VIX库函数构建版本和读取此文件的VIX库函数构建版本一致 \
-                     */
+#define VIX_ERROR_BAD_METALIB_FILE                                                                                                                            \
+  VIX_ERRCODE(                                                                                                                                                \
+      0x47) /* 二进制元数据库文件无效,请确定生成元数据文件的VIX库函数构建版本和读取此文件的VIX库函数构建版本一致 \
+             */
 #define VIX_ERROR_OPEN_FILE_READ VIX_ERRCODE(0x48)        /* 打开文件读失败 */
 #define VIX_ERROR_READ_FILE VIX_ERRCODE(0x49)             /* 读文件失败 */
 #define VIX_ERROR_FILE_TOO_LARGE VIX_ERRCODE(0x4A)        /* 文件太大 */
@@ -140,9 +141,10 @@
 #define VIX_ERROR_MACRO_INDEX_OUT VIX_ERRCODE(0x6B) /* 宏定义索引超出范围 */
 #define VIX_ERROR_GROUP_INDEX_OUT VIX_ERRCODE(0x6C) /* 宏定义组索引超出范围 */
 #define VIX_ERROR_GROUP_FULL VIX_ERRCODE(0x6D)      /* 宏定义组已满 */
-#define VIX_ERROR_PLATFORM                                                                                                                          \
-  VIX_ERRCODE(0x6E) /* 生成元数据库文件的系统平台与生成vix库的系统平台不一致，请注意32位平台与64位平台的区别 \
-                     */
+#define VIX_ERROR_PLATFORM                                                                                                                  \
+  VIX_ERRCODE(                                                                                                                              \
+      0x6E) /* 生成元数据库文件的系统平台与生成vix库的系统平台不一致，请注意32位平台与64位平台的区别 \
+             */
 #define VIX_ERROR_OFFSET_NOT_FOUND VIX_ERRCODE(0x6F) /* 指定的偏移处没有成员 */
 #define VIX_ERROR_PATH_TOO_LONG VIX_ERRCODE(0x70)    /* 成员路径太长 */
 #define VIX_ERROR_ARRAY_INDEX_OUT VIX_ERRCODE(0x71)  /* 数组下标超出范围 */

@@ -975,8 +975,8 @@ VIX_WUR int vix_sizeinfo_to_off(VIXSIZEINFO* pstSizeInfo, const VIXMETA* pstMeta
  *  - VIX_XML_UNCOMPATIBLE otherwise.
  * Descriptions, display names, defaults, macros and indexes do not take part. Null arguments or
  * a library failing the format check give VIX_ERROR_INVALID_PARAM. */
-int vix_compare_metalib(const VIXMETALIB* pstOld, const VIXMETALIB* pstNew);
-int vix_compare_meta(const VIXMETA* pstOld, const VIXMETA* pstNew);
+VIX_WUR int vix_compare_metalib(const VIXMETALIB* pstOld, const VIXMETALIB* pstNew);
+VIX_WUR int vix_compare_meta(const VIXMETA* pstOld, const VIXMETA* pstNew);
 
 #ifdef __cplusplus
 }
