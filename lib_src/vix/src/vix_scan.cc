@@ -261,7 +261,9 @@ class Reader {
   }
 
   bool at_sep(const char* p) const {
-    return sepLen_ > 0 && static_cast<size_t>(te_ - p) >= sepLen_ && memcmp(p, sep_, sepLen_) == 0;
+    if (sepLen_ == 0 || p >= te_ || *p != sep_[0]) return false;
+    return sepLen_ == 1 ||
+           (static_cast<size_t>(te_ - p) >= sepLen_ && memcmp(p + 1, sep_ + 1, sepLen_ - 1) == 0);
   }
 
   // Skips separators, blanks and indent characters.
@@ -295,8 +297,8 @@ class Reader {
     }
     // A name holds no blanks and no separator, and is not endless; blanks may follow it.
     const char* pName = q;
-    while (q < te_ && *q != '=' && *q != '[' && *q != ']' && !is_blank_i(*q) &&
-           !(*q == sep_[0] && at_sep(q)) && q - pName < kMaxName) {
+    while (q < te_ && *q != '=' && *q != '[' && *q != ']' && !is_blank_i(*q) && !at_sep(q) &&
+           q - pName < kMaxName) {
       ++q;
     }
     const char* pNameEnd = q;
