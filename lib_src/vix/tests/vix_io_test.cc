@@ -371,9 +371,10 @@ std::vector<char> all_record(const VIXMETA* all) {
   put<int16_t>(&h, all, "inners[0].a", 1);
   put<uint8_t>(&h, all, "inners[0].cmd", 1);
   put<uint8_t>(&h, all, "inners[1].cmd", 7);
-  put<int8_t>(&h, all, "cnt", 3);
+  put<int8_t>(&h, all, "cnt", 5);  // every element counts
   put<int32_t>(&h, all, "var[0]", 1);
   put<int32_t>(&h, all, "var[2]", -3);
+  put<int32_t>(&h, all, "var[4]", 5);
   put<uint8_t>(&h, all, "sel", 2);
   put<int32_t>(&h, all, "br.code", -9);
   return h;
