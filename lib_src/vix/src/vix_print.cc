@@ -224,10 +224,12 @@ class Printer {
     return true;
   }
 
-  int fail_output(const VIXMETAENTRY* e, const char* pFrom, const char* pTo, int iCode) {
+  // The value's bytes are [iFrom, iTo) of the host buffer (iTo may lie past its end).
+  int fail_output(const VIXMETAENTRY* e, uint64_t iFrom, uint64_t iTo, int iCode) {
+    const uintptr_t iHost = reinterpret_cast<uintptr_t>(host_);
     vix_set_error_detail_i(
         "; failed to output value of entry<%s>, consume input buffer from %p to %p", name_of(e),
-        static_cast<const void*>(pFrom), static_cast<const void*>(pTo));
+        reinterpret_cast<const void*>(iHost + iFrom), reinterpret_cast<const void*>(iHost + iTo));
     return out_.error() != 0 ? out_.error() : iCode;
   }
   int fail_short(const VIXMETA* m, const VIXMETAENTRY* e) {
@@ -237,7 +239,8 @@ class Printer {
   }
   int fail_budget() {
     vix_set_error_detail_i("; meta<%s> is too complex: more than %llu members to visit",
-                           name_of(top_), static_cast<unsigned long long>(budget_));
+                           name_of(top_),
+                           static_cast<unsigned long long>(vix_io::visit_budget(hostSize_)));
     return VIX_ERROR_TOO_COMPLEX_META;
   }
 
@@ -318,8 +321,7 @@ class Printer {
           bool bOk = line(iLevel) && out_.put('[') && out_.put(pszName, iNameLen);
           if (bArray) bOk = bOk && out_.put('[') && out_.put_int(i) && out_.put(']');
           if (!(bOk && out_.put(']'))) {
-            return fail_output(e, host_ + iOff, host_ + iOff + e->iHUnitSize,
-                               VIX_ERROR_PRINT_FAILED);
+            return fail_output(e, iOff, iOff + e->iHUnitSize, VIX_ERROR_PRINT_FAILED);
           }
         }
         iRet = meta(pstNested, iOff, iLevel + 1, iBranch);
@@ -348,7 +350,7 @@ class Printer {
       }
       const char* p = host_ + iOff;
       iRet = bOk ? value(e, t, p, iValueSize) : VIX_ERROR_PRINT_FAILED;
-      if (iRet != 0) return fail_output(e, p, p + iValueSize, iRet);
+      if (iRet != 0) return fail_output(e, iOff, iOff + iValueSize, iRet);
     }
     return 0;
   }
