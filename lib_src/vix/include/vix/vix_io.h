@@ -176,7 +176,7 @@ VIX_WUR int vix_sscanf_ex(const VIXMETA* pstMeta, LPVIXDATA pstHost, const VIXDA
  *   macro[0] name="CMD_LOGIN" value=1 desc="d"
  *   group[0] name="Cmd" macros=3 desc=""
  *     macro name="CMD_LOGIN" value=1            (members in value order)
- *   meta[4] name="Pkg" type=struct id=5 version=0..3 hsize=88 nsize=83 align=8 entries=5
+ *   meta[4] name="Pkg" type=struct id=5 version=0..0 hsize=88 nsize=84 align=8 entries=5
  *       indexes=1 keys=2 desc="a package" cname="" attr="attr1" attr2=""
  *     entry[0] name="head" type=Head id=- version=0 count=1 refer=- select=- hoff=0 hunit=8
  *         hsize=8 noff=0 nunit=7 nsize=7 range=- group=- default=- desc="" cname="" io=0
@@ -184,10 +184,12 @@ VIX_WUR int vix_sscanf_ex(const VIXMETA* pstMeta, LPVIXDATA pstHost, const VIXDA
  *     index[0] name="byCount" id=11 version=0 type=0 unique=0 columns=count
  *     primarykey head.magic, count
  *
- * (An entry is one line; it is wrapped here.) Strings are quoted as they are; "-" stands for
- * absent values: no identifier (wFlag without 0x0008), no refer or selector member, no union
- * range, no macro group, no default. A refer or selector names its member by entry name; a range
- * is [min,max]. Write failures give VIX_ERROR_WRITE_FILE. */
+ * (A meta and an entry are one line each; they are wrapped here.) Strings are quoted as they
+ * are; "-" stands for absent values: no identifier (wFlag without 0x0008), no refer or selector
+ * member, no union range, no macro group, no default. Refer and selector members, index columns
+ * and keys are named by their path from the meta ("head.cmd"); a range is [min,max]; type is a
+ * base type name or the nested meta's name; flag is wFlag. Write failures give
+ * VIX_ERROR_WRITE_FILE. */
 VIX_WUR int vix_dump_metalib(const VIXMETALIB* pstLib, FILE* fp);
 VIX_WUR int vix_dump_metalib_file(const VIXMETALIB* pstLib, const char* pszPath);
 
