@@ -93,9 +93,11 @@ const char* vix_get_metalib_name(const VIXMETALIB* pstLib) {
 }
 
 // Both binary searches narrow [pstBase, pstBase + iLen) to the last row not above the key and
-// prefetch the two rows the next step may read while the current comparison runs. The search
-// by identifier chooses the next half by arithmetic on the comparison (no jump to mispredict);
-// the search by name keeps the jump, so the next string load can start speculatively.
+// prefetch what the next steps may read while the current comparison runs: by identifier the
+// two rows of the next step; by name the two names of the next step and the four rows of the
+// step after it. The search by identifier chooses the next half by arithmetic on the
+// comparison (no jump to mispredict); the search by name keeps the jump, so the next string
+// load can start speculatively.
 
 const VIXMETA* vix_get_meta_by_name(const VIXMETALIB* pstLib, const char* pszName) {
   if (pszName == nullptr || !vix_lib_usable_i(pstLib)) return nullptr;
@@ -105,8 +107,12 @@ const VIXMETA* vix_get_meta_by_name(const VIXMETALIB* pstLib, const char* pszNam
   const VIXNAMEENTRY* pstBase = vix_lib_at_i<VIXNAMEENTRY>(pstLib, pstLib->ptrName);
   while (iLen > 1) {
     const size_t iHalf = iLen / 2;
-    __builtin_prefetch(&pstBase[iHalf / 2]);
-    __builtin_prefetch(&pstBase[iHalf + iHalf / 2]);
+    __builtin_prefetch(pszData + pstBase[iHalf / 2].ptrName);
+    __builtin_prefetch(pszData + pstBase[iHalf + iHalf / 2].ptrName);
+    __builtin_prefetch(&pstBase[iHalf / 4]);
+    __builtin_prefetch(&pstBase[iHalf / 2 + iHalf / 4]);
+    __builtin_prefetch(&pstBase[iHalf + iHalf / 4]);
+    __builtin_prefetch(&pstBase[iHalf + iHalf / 2 + iHalf / 4]);
     if (name_cmp_i(pszData + pstBase[iHalf].ptrName, pszName) <= 0) pstBase += iHalf;
     iLen -= iHalf;
   }

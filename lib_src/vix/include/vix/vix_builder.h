@@ -141,7 +141,9 @@ void vix_entry_desc_init(VIXENTRYDESC* pstDesc);
 void vix_index_desc_init(VIXINDEXDESC* pstDesc);
 
 /* A builder over a library just laid out by vix_init_lib (empty, caller-owned, must outlive
- * the builder). VIX_ERROR_INVALID_PARAM when it is not an empty 64-bit library. */
+ * the builder). VIX_ERROR_INVALID_PARAM when it is not an empty 64-bit library, or when it has
+ * macro-group capacity but its meta area and string buffer sizes are not multiples of 8 (the
+ * group records would not be aligned; vix_lib_param_for_counts rounds them). */
 VIX_WUR int vix_builder_open(LPVIXBUILDER* ppstBuilder, LPVIXMETALIB pstLib);
 
 /* A builder with a block of its own. The record gives the identifier, version, tag-set version,
@@ -187,8 +189,8 @@ VIX_WUR int vix_builder_end_meta(LPVIXBUILDER pstBuilder);
 
 /* Completes the library: no meta may be open; sets the checksum and checks the whole block
  * as the loaders do. Fixed mode: *ppstLib is the caller's library. Growing mode: *ppstLib is a
- * new heap block holding exactly what was written (capacities equal to the counts), released
- * with vix_free_lib. No further changes are accepted afterwards. */
+ * new heap block holding exactly what was written (capacities equal to the counts, at least
+ * one meta slot), released with vix_free_lib. No further changes are accepted afterwards. */
 VIX_WUR int vix_builder_finish(LPVIXBUILDER pstBuilder, LPVIXMETALIB* ppstLib);
 
 #ifdef __cplusplus

@@ -798,7 +798,8 @@ void vix_update_checksum(LPVIXMETALIB pstLib);
 void vix_update_checksum32(LPVIXMETALIB32 pstLib);
 
 /* Compares the library's MD5 digest, written as 32 lower-case hexadecimal digits, with
- * pszDigest (33 bytes including the terminator); VIX_ERROR_DIGEST_MISMATCH when they differ. */
+ * pszDigest (33 bytes including the terminator); VIX_ERROR_DIGEST_MISMATCH when they differ,
+ * VIX_ERROR_BUILD_VERSION for a library failing the format check. */
 VIX_WUR int vix_verify_metalib(const VIXMETALIB* pstLib, const char* pszDigest);
 
 /* vix_load_metalib then vix_verify_metalib; on a mismatch the block is freed and the handle
