@@ -73,9 +73,8 @@ class InfoLog {
     if (ctx_ != nullptr && wlog_init(ctx_, conf_.get()) == 0) cat_ = wlog_get_category(ctx_, "zq");
   }
   ~InfoLog() {
-    if (ctx_ != nullptr) {
-      wlog_fini(ctx_);
-      wlog_free(&ctx_);
+    if (ctx_ != nullptr && (wlog_fini(ctx_) != 0 || wlog_free(&ctx_) != 0)) {
+      fprintf(stderr, "wlog teardown failed\n");
     }
     std::error_code ec;
     if (dir_ != "/tmp") std::filesystem::remove_all(dir_, ec);

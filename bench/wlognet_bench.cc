@@ -10,6 +10,7 @@
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -51,7 +52,7 @@ struct UdpPair {
     ok = wlognet_init(&net, &dev) == 0;
   }
   ~UdpPair() {
-    wlognet_fini(&net);
+    if (wlognet_fini(&net) != 0) fprintf(stderr, "wlognet_fini failed\n");
     close(collector);
   }
 };
@@ -100,7 +101,8 @@ void BM_Interleaved(benchmark::State& state) {
   double appender_ns = 0, bare_ns = 0;
   for (auto _ : state) {
     auto t0 = Clock::now();
-    for (int i = 0; i < kBlock; ++i) wlognet_write(&p.net, p.record, kRecord);
+    for (int i = 0; i < kBlock; ++i)
+      benchmark::DoNotOptimize(wlognet_write(&p.net, p.record, kRecord));
     auto t1 = Clock::now();
     for (int i = 0; i < kBlock; ++i) {
       benchmark::DoNotOptimize(send(p.net.stInst.s, p.record, kRecord, 0));

@@ -2,7 +2,10 @@
 
 #include <dirent.h>
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,8 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <vector>
+
+#include "tool_input.h"
 
 namespace quelld_sim {
 
@@ -36,8 +40,7 @@ bool PluginLibrary::Open(const std::string& path, std::string* err) {
   dlerror();
   // A bare file name would make dlopen search the library path; a file given on the command line
   // is meant relative to the current directory.
-  std::string file =
-      path.find('/') == std::string::npos && access(path.c_str(), F_OK) == 0 ? "./" + path : path;
+  std::string file = path.find('/') == std::string::npos ? "./" + path : path;
   handle_ = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle_ == nullptr) {
     *err = "cannot load plug-in " + path + ": " + DlError();
@@ -97,6 +100,67 @@ void SdkHandle::Close() {
   double_ = SdkDouble();
 }
 
+namespace {
+
+volatile sig_atomic_t g_stop_signal = 0;
+// The work directory a forced stop removes; g_forced_dir_set guards it against a half-written
+// path (it is cleared before and set after every change).
+char g_forced_dir[4096];
+volatile sig_atomic_t g_forced_dir_set = 0;
+
+void RegisterForcedDir(const std::string& dir) {
+  g_forced_dir_set = 0;
+  if (dir.size() >= sizeof(g_forced_dir)) return;
+  memcpy(g_forced_dir, dir.c_str(), dir.size() + 1);
+  g_forced_dir_set = 1;
+}
+
+// Async-signal-safe removal of the files in a directory and the directory itself: raw
+// getdents64, unlinkat and rmdir, no allocation.
+void RemoveDirInSignal(const char* dir) {
+  int fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd >= 0) {
+    alignas(8) char buf[4096];
+    for (;;) {
+      long n = syscall(SYS_getdents64, fd, buf, sizeof(buf));
+      if (n <= 0) break;
+      for (long off = 0; off < n;) {
+        // struct linux_dirent64: ino (8), off (8), reclen (2), type (1), name.
+        unsigned short reclen;
+        memcpy(&reclen, buf + off + 16, sizeof(reclen));
+        const char* name = buf + off + 19;
+        if (strcmp(name, ".") != 0 && strcmp(name, "..") != 0) unlinkat(fd, name, 0);
+        off += reclen;
+      }
+    }
+    close(fd);
+  }
+  rmdir(dir);
+}
+
+void OnStopSignal(int sig) {
+  if (g_stop_signal == 0) {
+    g_stop_signal = sig;
+    return;
+  }
+  if (g_forced_dir_set) RemoveDirInSignal(g_forced_dir);
+  _exit(128 + sig);
+}
+
+}  // namespace
+
+void InstallStopHandlers() {
+  struct sigaction sa;
+  memset(&sa, 0, sizeof(sa));
+  sa.sa_handler = OnStopSignal;
+  sigemptyset(&sa.sa_mask);
+  sa.sa_flags = SA_RESTART;  // calls inside the plug-in or SDK are not cut short
+  sigaction(SIGINT, &sa, nullptr);
+  sigaction(SIGTERM, &sa, nullptr);
+}
+
+int StopSignal() { return g_stop_signal; }
+
 bool MakeWorkDir(std::string* dir, std::string* err) {
   const char* tmp = getenv("TMPDIR");
   std::string base = (tmp != nullptr && tmp[0] != '\0') ? tmp : "/tmp";
@@ -108,17 +172,13 @@ bool MakeWorkDir(std::string* dir, std::string* err) {
     return false;
   }
   *dir = buf.data();
+  RegisterForcedDir(*dir);
   return true;
 }
 
 bool ReadFile(const std::string& path, std::string* content) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  std::ostringstream buf;
-  buf << in.rdbuf();
-  if (in.bad()) return false;
-  *content = buf.str();
-  return true;
+  std::string err;
+  return zq_tools::ReadInput(path, SIZE_MAX, content, &err);
 }
 
 namespace {
@@ -137,18 +197,18 @@ bool WriteFile(const std::string& path, const std::string& content, std::string*
 }  // namespace
 
 bool CopyFile(const std::string& from, const std::string& to, std::string* err) {
-  std::string content;
-  if (!ReadFile(from, &content)) {
-    *err = "cannot read " + from + ": " + strerror(errno);
+  std::string content, why;
+  if (!zq_tools::ReadInput(from, SIZE_MAX, &content, &why)) {
+    *err = "cannot read " + why;
     return false;
   }
   return WriteFile(to, content, err);
 }
 
 bool ChangeFile(const std::string& path, const std::string& marker, std::string* err) {
-  std::string content;
-  if (!ReadFile(path, &content)) {
-    *err = "cannot read " + path + ": " + strerror(errno);
+  std::string content, why;
+  if (!zq_tools::ReadInput(path, SIZE_MAX, &content, &why)) {
+    *err = "cannot read " + why;
     return false;
   }
   content += marker;
@@ -173,6 +233,7 @@ void RemoveWorkDir(const std::string& dir) {
     for (const std::string& n : names) unlink((dir + "/" + n).c_str());
   }
   rmdir(dir.c_str());
+  if (g_forced_dir_set && dir == g_forced_dir) g_forced_dir_set = 0;
 }
 
 }  // namespace quelld_sim

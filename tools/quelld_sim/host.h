@@ -71,17 +71,26 @@ class SdkHandle {
   SdkDouble double_;
 };
 
-// A fresh directory under $TMPDIR (or /tmp), made with mkdtemp.
+// A fresh directory under $TMPDIR (or /tmp), made with mkdtemp. It is also registered for
+// removal by a forced stop (see InstallStopHandlers) until RemoveWorkDir.
 bool MakeWorkDir(std::string* dir, std::string* err);
-// Copies a file byte for byte.
+// Copies a regular file byte for byte.
 bool CopyFile(const std::string& from, const std::string& to, std::string* err);
 // Gives `path` new content (its bytes followed by `marker`) by writing a new file beside it and
 // renaming it over the old one, so that a mapping of the old file is never disturbed.
 bool ChangeFile(const std::string& path, const std::string& marker, std::string* err);
 // Removes the plain files in `dir`, then `dir` itself.
 void RemoveWorkDir(const std::string& dir);
-// The whole content of a file; false when it cannot be read.
+// The whole content of a regular file; false when it cannot be read.
 bool ReadFile(const std::string& path, std::string* content);
+
+// Stop requests. SIGINT and SIGTERM set a flag that the simulation checks between events, so it
+// can quit the plug-in and remove its work directory before exiting with 128 + the signal. A
+// second signal while that is under way removes the work directory from the handler and exits at
+// once (for a plug-in or SDK call that does not return).
+void InstallStopHandlers();
+// The signal that asked for a stop, or 0.
+int StopSignal();
 
 }  // namespace quelld_sim
 

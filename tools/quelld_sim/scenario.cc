@@ -1,33 +1,18 @@
 #include "scenario.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
-#include <sstream>
+
+#include "tool_input.h"
 
 namespace quelld_sim {
 
 namespace {
 
-std::vector<std::string> Words(const std::string& line) {
-  std::vector<std::string> words;
-  std::istringstream in(line);
-  std::string w;
-  while (in >> w) words.push_back(w);
-  return words;
-}
-
-bool ToInt(const std::string& text, int64_t min, int64_t max, int64_t* out) {
-  if (text.empty()) return false;
-  errno = 0;
-  char* end = nullptr;
-  long long v = strtoll(text.c_str(), &end, 0);
-  if (errno != 0 || end == text.c_str() || *end != '\0' || v < min || v > max) return false;
-  *out = v;
-  return true;
-}
+using zq_tools::ParseDecimal;
+using zq_tools::Printable;
+using zq_tools::Word;
 
 const char* const kSlotNames[] = {"add_user", "del_user", "recv_anti_data", "tick_user"};
 
@@ -41,78 +26,115 @@ bool SlotByName(const std::string& name, int* slot) {
   return false;
 }
 
-// One parsed line before repeat blocks are expanded.
-struct Line {
-  int lineno = 0;
-  bool repeat = false;  // "repeat N": opens a block
-  bool end = false;     // "end": closes it
-  long count = 0;
-  Command cmd;
-};
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// Bytes of a DATA word into `c`: hex:.., size:N, empty, or the word itself (always the word
+// itself when it was quoted).
+bool ParseData(const Word& w, Command* c, std::string* why) {
+  const std::string& t = w.text;
+  const std::string limit = std::to_string(kMaxDataSize);
+  if (!w.quoted && t == "empty") return true;
+  if (!w.quoted && t.compare(0, 4, "hex:") == 0) {
+    const size_t digits = t.size() - 4;
+    if (digits % 2 != 0) {
+      *why = "hex data needs an even number of digits";
+      return false;
+    }
+    if (digits / 2 > kMaxDataSize) {
+      *why = "hex data longer than " + limit + " bytes";
+      return false;
+    }
+    for (size_t i = 4; i < t.size(); i += 2) {
+      int hi = HexDigit(t[i]), lo = HexDigit(t[i + 1]);
+      if (hi < 0 || lo < 0) {
+        *why = "bad hex digit in '" + Printable(t) + "'";
+        return false;
+      }
+      c->data.push_back(static_cast<char>(hi * 16 + lo));
+    }
+    return true;
+  }
+  if (!w.quoted && t.compare(0, 5, "size:") == 0) {
+    int64_t n;
+    if (!ParseDecimal(t.substr(5), 0, static_cast<int64_t>(kMaxDataSize), &n)) {
+      *why = "size:N needs N from 0 to " + limit + ", got '" + Printable(t) + "'";
+      return false;
+    }
+    c->generated = static_cast<size_t>(n);
+    return true;
+  }
+  if (t.size() > kMaxDataSize) {
+    *why = "DATA longer than " + limit + " bytes";
+    return false;
+  }
+  c->data = t;
+  return true;
+}
+
+std::string Figure(uint64_t v) {
+  return v == UINT64_MAX ? std::string("more than 10^19") : std::to_string(v);
+}
+
+uint64_t Mul(uint64_t a, uint64_t b) {
+  uint64_t r;
+  return __builtin_mul_overflow(a, b, &r) ? UINT64_MAX : r;
+}
+
+uint64_t Add(uint64_t a, uint64_t b) { return a + b < a ? UINT64_MAX : a + b; }
 
 class Parser {
  public:
   explicit Parser(Scenario* out) : out_(out) {}
 
   bool Parse(const std::string& text, std::string* err) {
-    std::istringstream in(text);
-    std::string raw;
-    int lineno = 0;
-    std::vector<Line> lines;
-    while (std::getline(in, raw)) {
-      ++lineno;
-      size_t hash = raw.find('#');
-      if (hash != std::string::npos) raw.erase(hash);
-      std::vector<std::string> w = Words(raw);
-      if (w.empty()) continue;
-      Line line;
-      line.lineno = lineno;
+    size_t pos = 0;
+    for (int lineno = 1; pos < text.size(); ++lineno) {
+      size_t nl = text.find('\n', pos);
+      if (nl == std::string::npos) nl = text.size();
+      std::vector<Word> w;
       std::string why;
-      if (!ParseLine(w, &line, &why)) {
+      bool ok = zq_tools::SplitWords(text.substr(pos, nl - pos), &w, &why) &&
+                (w.empty() || ParseLine(w, lineno, &why));
+      pos = nl + 1;
+      if (!ok) {
         *err = "line " + std::to_string(lineno) + ": " + why;
         return false;
       }
-      if (line.cmd.line != 0 || line.repeat || line.end) lines.push_back(line);
     }
-    size_t pos = 0;
-    bool closed = false;
-    if (!Block(lines, &pos, &out_->commands, &closed, err)) return false;
-    if (closed) {
-      *err = "line " + std::to_string(lines[pos - 1].lineno) + ": 'end' without 'repeat'";
+    if (!open_.empty()) {
+      *err =
+          "line " + std::to_string(out_->program[open_.back()].line) + ": 'repeat' without 'end'";
       return false;
     }
-    return true;
+    return Cost(err);
   }
 
  private:
-  int FindUser(const std::string& name) const {
-    auto it = index_.find(name);
-    return it == index_.end() ? -2 : it->second;
-  }
-
   bool Who(const std::string& name, Command* cmd, std::string* why) {
     if (name == "*") {
       cmd->user = kAllUsers;
       return true;
     }
-    int idx = FindUser(name);
-    if (idx < 0) {
-      *why = "unknown user '" + name + "' (define it with 'user' first)";
+    auto it = index_.find(name);
+    if (it == index_.end()) {
+      *why = "unknown user '" + Printable(name) + "' (define it with 'user' first)";
       return false;
     }
-    cmd->user = idx;
+    cmd->user = it->second;
     return true;
   }
 
-  bool Times(const std::vector<std::string>& w, size_t at, Command* cmd, std::string* why) {
+  static bool Times(const std::vector<Word>& w, size_t at, Command* cmd, std::string* why) {
     if (w.size() <= at) return true;
-    if (w.size() > at + 1) {
-      *why = "too many words";
-      return false;
-    }
     int64_t n;
-    if (!ToInt(w[at], 0, static_cast<int64_t>(kMaxCommands), &n)) {
-      *why = "TIMES must be a number from 0 to " + std::to_string(kMaxCommands);
+    if (!ParseDecimal(w[at].text, 0, static_cast<int64_t>(kMaxEventsPerCommand), &n)) {
+      *why = "TIMES must be a number from 0 to " + std::to_string(kMaxEventsPerCommand) +
+             ", got '" + Printable(w[at].text) + "'";
       return false;
     }
     cmd->times = static_cast<long>(n);
@@ -120,84 +142,74 @@ class Parser {
   }
 
   // Fills one user from key=value words.
-  bool UserKeys(const std::vector<std::string>& w, size_t from, quelld::User* u, bool* has_ip,
-                std::string* why) {
+  static bool UserKeys(const std::vector<Word>& w, size_t from, quelld::User* u, bool* has_ip,
+                       std::string* why) {
     for (size_t i = from; i < w.size(); ++i) {
-      size_t eq = w[i].find('=');
+      size_t eq = w[i].text.find('=');
       if (eq == std::string::npos) {
-        *why = "expected key=value, got '" + w[i] + "'";
+        *why = "expected key=value, got '" + Printable(w[i].text) + "'";
         return false;
       }
-      std::string key = w[i].substr(0, eq), value = w[i].substr(eq + 1);
-      int64_t n = 0;
-      auto number = [&](int64_t max) {
-        if (ToInt(value, 0, max, &n)) return true;
-        *why = key + ": expected a number from 0 to " + std::to_string(max);
+      const std::string key = w[i].text.substr(0, eq), value = w[i].text.substr(eq + 1);
+      auto text = [&](char* field, size_t size) {
+        if (value.size() >= size) {
+          *why = key + " longer than " + std::to_string(size - 1) + " characters";
+          return false;
+        }
+        snprintf(field, size, "%s", value.c_str());
+        return true;
+      };
+      uint64_t n = 0;
+      auto id = [&](uint64_t max) {
+        if (zq_tools::ParseId(value, max, &n)) return true;
+        *why = key + ": expected a number from 0 to " + std::to_string(max) +
+               " (decimal or 0x hexadecimal), got '" + Printable(value) + "'";
         return false;
       };
       if (key == "openid") {
-        if (value.size() >= sizeof(u->openid)) {
-          *why = "openid longer than " + std::to_string(sizeof(u->openid) - 1) + " characters";
-          return false;
-        }
-        snprintf(u->openid, sizeof(u->openid), "%s", value.c_str());
+        if (!text(u->openid, sizeof(u->openid))) return false;
       } else if (key == "ip") {
-        if (value.size() >= sizeof(u->client_ip)) {
-          *why = "ip longer than " + std::to_string(sizeof(u->client_ip) - 1) + " characters";
-          return false;
-        }
-        snprintf(u->client_ip, sizeof(u->client_ip), "%s", value.c_str());
+        if (!text(u->client_ip, sizeof(u->client_ip))) return false;
         *has_ip = true;
-      } else if (key == "account_type") {
-        if (!number(UINT32_MAX)) return false;
-        u->account_type = static_cast<uint32_t>(n);
       } else if (key == "auth_type") {
-        if (!number(UINT16_MAX)) return false;
+        if (!id(UINT16_MAX)) return false;
         u->auth_type = static_cast<uint16_t>(n);
-      } else if (key == "platid") {
-        if (!number(UINT32_MAX)) return false;
-        u->platid = static_cast<uint32_t>(n);
-      } else if (key == "world") {
-        if (!number(UINT32_MAX)) return false;
-        u->world_id = static_cast<uint32_t>(n);
-      } else if (key == "channel") {
-        if (!number(UINT32_MAX)) return false;
-        u->channel_id = static_cast<uint32_t>(n);
+      } else if (key == "account_type" || key == "platid" || key == "world" || key == "channel") {
+        if (!id(UINT32_MAX)) return false;
+        uint32_t& f = key == "account_type" ? u->account_type
+                      : key == "platid"     ? u->platid
+                      : key == "world"      ? u->world_id
+                                            : u->channel_id;
+        f = static_cast<uint32_t>(n);
       } else {
-        *why = "unknown user key '" + key + "'";
+        *why = "unknown user key '" + Printable(key) + "'";
         return false;
       }
     }
     return true;
   }
 
-  bool AddUser(const std::string& name, const quelld::User& u, std::string* why) {
-    if (name == "*" || FindUser(name) >= 0) {
-      *why = name == "*" ? "'*' cannot be a user name" : "user '" + name + "' defined twice";
-      return false;
-    }
-    index_[name] = static_cast<int>(out_->users.size());
-    out_->names.push_back(name);
-    out_->users.push_back(u);
-    return true;
-  }
-
-  bool DefineUsers(const std::vector<std::string>& w, bool many, std::string* why) {
+  bool DefineUsers(const std::vector<Word>& w, bool many, std::string* why) {
     if (w.size() < (many ? 3u : 2u)) {
       *why =
           many ? "usage: users COUNT PREFIX [key=value ...]" : "usage: user NAME [key=value ...]";
       return false;
     }
     int64_t count = 1;
-    if (many && !ToInt(w[1], 1, 100000, &count)) {
-      *why = "COUNT must be a number from 1 to 100000";
+    if (many && !ParseDecimal(w[1].text, 1, static_cast<int64_t>(kMaxUsers), &count)) {
+      *why = "COUNT must be a number from 1 to " + std::to_string(kMaxUsers) + ", got '" +
+             Printable(w[1].text) + "'";
       return false;
     }
-    const std::string& base = many ? w[2] : w[1];
+    if (out_->users.size() + static_cast<size_t>(count) > kMaxUsers) {
+      *why = "more than " + std::to_string(kMaxUsers) + " users";
+      return false;
+    }
+    const std::string& base = w[many ? 2 : 1].text;
     for (int64_t i = 0; i < count; ++i) {
       quelld::User u;
       memset(&u, 0, sizeof(u));
-      std::string name = many ? base + std::to_string(i) : base;
+      const std::string name = many ? base + std::to_string(i) : base;
       snprintf(u.openid, sizeof(u.openid), "%s", name.c_str());
       bool has_ip = false;
       if (!UserKeys(w, many ? 3 : 2, &u, &has_ip, why)) return false;
@@ -206,197 +218,226 @@ class Parser {
         snprintf(u.client_ip, sizeof(u.client_ip), "10.%u.%u.%u", (n >> 16) & 255, (n >> 8) & 255,
                  n & 255);
       }
-      if (!AddUser(name, u, why)) return false;
+      if (name == "*" || index_.count(name) != 0) {
+        *why = name == "*" ? std::string("'*' cannot be a user name")
+                           : "user '" + Printable(name) + "' defined twice";
+        return false;
+      }
+      index_[name] = static_cast<int>(out_->users.size());
+      out_->names.push_back(name);
+      out_->users.push_back(u);
     }
     return true;
   }
 
-  bool ParseLine(const std::vector<std::string>& w, Line* line, std::string* why) {
-    const std::string& op = w[0];
-    Command& c = line->cmd;
-    c.line = line->lineno;
+  // One command line into the program (user definitions go to the user table).
+  bool ParseLine(const std::vector<Word>& w, int lineno, std::string* why) {
+    const std::string& op = w[0].text;
+    Command c;
+    c.line = lineno;
     auto want = [&](size_t min, size_t max, const char* usage) {
       if (w.size() >= min && w.size() <= max) return true;
       *why = std::string("usage: ") + usage;
       return false;
     };
+    auto value32 = [&](const Word& v) {
+      if (ParseDecimal(v.text, INT32_MIN, INT32_MAX, &c.value)) return true;
+      *why = "VALUE must be a 32-bit number, got '" + Printable(v.text) + "'";
+      return false;
+    };
+    bool ok;
     if (op == "user" || op == "users") {
-      c.line = 0;  // a definition, not a command
       return DefineUsers(w, op == "users", why);
-    }
-    if (op == "repeat") {
-      int64_t n;
-      if (!want(2, 2, "repeat N")) return false;
-      if (!ToInt(w[1], 0, static_cast<int64_t>(kMaxCommands), &n)) {
-        *why = "N must be a number from 0 to " + std::to_string(kMaxCommands);
-        return false;
+    } else if (op == "repeat") {
+      c.op = Op::kRepeat;
+      int64_t n = 0;
+      ok = want(2, 2, "repeat N");
+      if (ok && !ParseDecimal(w[1].text, 0, static_cast<int64_t>(kMaxSteps), &n)) {
+        *why = "N must be a number from 0 to " + std::to_string(kMaxSteps) + ", got '" +
+               Printable(w[1].text) + "'";
+        ok = false;
       }
-      line->repeat = true;
-      line->count = static_cast<long>(n);
-      c.line = 0;
-      return true;
-    }
-    if (op == "end") {
-      if (!want(1, 1, "end")) return false;
-      line->end = true;
-      c.line = 0;
-      return true;
-    }
-    if (op == "login" || op == "logout") {
+      if (ok && open_.size() >= static_cast<size_t>(kMaxRepeatDepth)) {
+        *why = "repeat blocks nested more than " + std::to_string(kMaxRepeatDepth) + " deep";
+        ok = false;
+      }
+      c.times = static_cast<long>(n);
+      if (ok) open_.push_back(out_->program.size());
+    } else if (op == "end") {
+      c.op = Op::kEnd;
+      ok = want(1, 1, "end");
+      if (ok && open_.empty()) {
+        *why = "'end' without 'repeat'";
+        ok = false;
+      }
+      if (ok) {
+        c.jump = open_.back();
+        out_->program[open_.back()].jump = out_->program.size() + 1;
+        open_.pop_back();
+      }
+    } else if (op == "login" || op == "logout") {
       c.op = op == "login" ? Op::kLogin : Op::kLogout;
-      return want(2, 2, "login|logout WHO") && Who(w[1], &c, why);
-    }
-    if (op == "tick") {
+      ok = want(2, 2, "login|logout WHO") && Who(w[1].text, &c, why);
+    } else if (op == "tick") {
       c.op = Op::kTick;
-      return want(2, 3, "tick WHO [TIMES]") && Who(w[1], &c, why) && Times(w, 2, &c, why);
-    }
-    if (op == "msg" || op == "send") {
+      ok = want(2, 3, "tick WHO [TIMES]") && Who(w[1].text, &c, why) && Times(w, 2, &c, why);
+    } else if (op == "msg" || op == "send") {
       c.op = op == "msg" ? Op::kMsg : Op::kSend;
-      return want(3, 4, "msg|send WHO DATA [TIMES]") && Who(w[1], &c, why) &&
-             ParseData(w[2], &c.data, why) && Times(w, 3, &c, why);
-    }
-    if (op == "host_tick") {
+      ok = want(3, 4, "msg|send WHO DATA [TIMES]") && Who(w[1].text, &c, why) &&
+           ParseData(w[2], &c, why) && Times(w, 3, &c, why);
+    } else if (op == "host_tick") {
       c.op = Op::kHostTick;
-      return want(1, 2, "host_tick [TIMES]") && Times(w, 1, &c, why);
-    }
-    if (op == "sdk_result") {
+      ok = want(1, 2, "host_tick [TIMES]") && Times(w, 1, &c, why);
+    } else if (op == "sdk_result") {
       c.op = Op::kSdkResult;
-      if (!want(3, 3, "sdk_result SLOT VALUE")) return false;
-      if (!SlotByName(w[1], &c.slot)) {
-        *why = "unknown slot '" + w[1] + "' (add_user, del_user, recv_anti_data, tick_user)";
-        return false;
+      ok = want(3, 3, "sdk_result SLOT VALUE");
+      if (ok && !SlotByName(w[1].text, &c.slot)) {
+        *why = "unknown slot '" + Printable(w[1].text) +
+               "' (add_user, del_user, recv_anti_data, tick_user)";
+        ok = false;
       }
-      if (!ToInt(w[2], INT32_MIN, INT32_MAX, &c.value)) {
-        *why = "VALUE must be a 32-bit number";
-        return false;
-      }
-      return true;
-    }
-    if (op == "host_send_result") {
+      ok = ok && value32(w[2]);
+    } else if (op == "host_send_result") {
       c.op = Op::kHostSendResult;
-      if (!want(2, 2, "host_send_result VALUE")) return false;
-      if (!ToInt(w[1], INT32_MIN, INT32_MAX, &c.value)) {
-        *why = "VALUE must be a 32-bit number";
-        return false;
-      }
-      return true;
-    }
-    if (op == "sdk_version") {
+      ok = want(2, 2, "host_send_result VALUE") && value32(w[1]);
+    } else if (op == "sdk_version") {
       c.op = Op::kSdkVersion;
-      if (!want(2, 2, "sdk_version TEXT|none")) return false;
-      c.null_text = w[1] == "none";
-      c.data = c.null_text ? "" : w[1];
-      return true;
-    }
-    if (op == "reload" || op == "reload_changed") {
+      ok = want(2, 2, "sdk_version TEXT|none");
+      if (ok) {
+        c.null_text = !w[1].quoted && w[1].text == "none";
+        c.data = c.null_text ? "" : w[1].text;
+      }
+    } else if (op == "reload" || op == "reload_changed") {
       c.op = op == "reload" ? Op::kReload : Op::kReloadChanged;
-      return want(1, 1, "reload | reload_changed");
-    }
-    if (op == "expect") {
+      ok = want(1, 1, "reload | reload_changed");
+    } else if (op == "expect") {
       c.op = Op::kExpect;
-      if (!want(3, 3, "expect COUNTER VALUE")) return false;
-      if (!IsKnownCounter(w[1])) {
-        *why = "unknown counter '" + w[1] + "' (see --help)";
-        return false;
+      ok = want(3, 3, "expect COUNTER VALUE");
+      if (ok && !IsKnownCounter(w[1].text)) {
+        *why = "unknown counter '" + Printable(w[1].text) + "' (see --help)";
+        ok = false;
       }
-      c.data = w[1];
-      if (!ToInt(w[2], 0, INT64_MAX, &c.value)) {
-        *why = "VALUE must be a number of 0 or more";
-        return false;
+      c.data = w[1].text;
+      if (ok && !ParseDecimal(w[2].text, 0, INT64_MAX, &c.value)) {
+        *why = "VALUE must be a number of 0 or more, got '" + Printable(w[2].text) + "'";
+        ok = false;
       }
-      return true;
+    } else {
+      *why = "unknown command '" + Printable(op) + "'";
+      return false;
     }
-    *why = "unknown command '" + op + "'";
-    return false;
-  }
-
-  // Appends the commands of lines[*pos..] to `dst` until an "end" (consumed; *closed = true) or
-  // the end of the text, expanding nested repeat blocks.
-  bool Block(const std::vector<Line>& lines, size_t* pos, std::vector<Command>* dst, bool* closed,
-             std::string* err) {
-    *closed = false;
-    while (*pos < lines.size()) {
-      const Line& l = lines[(*pos)++];
-      if (l.end) {
-        *closed = true;
-        return true;
-      }
-      if (!l.repeat) {
-        if (!Push(dst, l.cmd, err)) return false;
-        continue;
-      }
-      std::vector<Command> body;
-      bool body_closed = false;
-      if (!Block(lines, pos, &body, &body_closed, err)) return false;
-      if (!body_closed) {
-        *err = "line " + std::to_string(l.lineno) + ": 'repeat' without 'end'";
-        return false;
-      }
-      for (long k = 0; k < l.count && !body.empty(); ++k) {
-        for (const Command& c : body) {
-          if (!Push(dst, c, err)) return false;
-        }
-      }
+    if (!ok) return false;
+    if (out_->program.size() >= kMaxProgram) {
+      *why = "more than " + std::to_string(kMaxProgram) + " commands";
+      return false;
     }
+    out_->program.push_back(std::move(c));
     return true;
   }
 
-  static bool Push(std::vector<Command>* dst, const Command& c, std::string* err) {
-    if (dst->size() >= kMaxCommands) {
-      *err = "line " + std::to_string(c.line) + ": more than " + std::to_string(kMaxCommands) +
-             " commands after expanding repeat blocks";
-      return false;
+  // Adds up what one play of the program does, refusing it at the first line that takes a total
+  // past its limit. Products saturate, so any nesting is computed safely.
+  bool Cost(std::string* err) {
+    ScenarioCost& t = out_->cost;
+    std::vector<uint64_t> mults;  // runs of each enclosing block, outermost first
+    uint64_t mult = 1;            // runs of the current line
+    const uint64_t all = out_->users.size();
+    for (const Command& c : out_->program) {
+      const std::string at = "line " + std::to_string(c.line) + ": ";
+      t.steps = Add(t.steps, mult);
+      if (c.op == Op::kRepeat) {
+        mults.push_back(mult);
+        mult = Mul(mult, static_cast<uint64_t>(c.times));
+      } else if (c.op == Op::kEnd) {
+        mult = mults.back();
+        mults.pop_back();
+      }
+      if (t.steps > kMaxSteps) {
+        *err = at + "by this line the scenario plays " + Figure(t.steps) +
+               " commands (repeat blocks unrolled), more than the limit of " +
+               std::to_string(kMaxSteps);
+        return false;
+      }
+      const bool user_op = c.op <= Op::kSend;
+      if (!user_op && c.op != Op::kHostTick) continue;
+      const uint64_t users = user_op && c.user == kAllUsers ? all : 1;
+      const uint64_t times = static_cast<uint64_t>(c.times);
+      if (Mul(times, users) > kMaxEventsPerCommand) {
+        *err = at + "TIMES " + std::to_string(times) + " x users " + std::to_string(users) + " = " +
+               Figure(Mul(times, users)) + " events from one command, more than the limit of " +
+               std::to_string(kMaxEventsPerCommand);
+        return false;
+      }
+      const uint64_t events = Mul(mult, Mul(times, users));
+      const uint64_t size = c.generated != 0 ? c.generated : c.data.size();
+      const uint64_t bytes = c.op == Op::kMsg || c.op == Op::kSend ? Mul(events, size) : 0;
+      t.events = Add(t.events, events);
+      t.bytes = Add(t.bytes, bytes);
+      const std::string alone = "repeated " + Figure(mult) + " x TIMES " + std::to_string(times) +
+                                " x users " + std::to_string(users) + " = " + Figure(events) +
+                                " events";
+      if (t.events > kMaxEvents) {
+        *err = at + "by this line the scenario plays " + Figure(t.events) +
+               " events, more than the limit of " + std::to_string(kMaxEvents) +
+               " (this line: " + alone + ")";
+        return false;
+      }
+      if (t.bytes > kMaxBytes) {
+        *err = at + "by this line the scenario relays " + Figure(t.bytes) +
+               " bytes of message data, more than the limit of " + std::to_string(kMaxBytes) +
+               " (this line: " + alone + " of " + std::to_string(size) + " bytes)";
+        return false;
+      }
     }
-    dst->push_back(c);
     return true;
   }
 
   Scenario* out_;
   std::map<std::string, int> index_;
+  std::vector<size_t> open_;  // program indexes of the repeat lines not yet closed
 };
-
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 }  // namespace
 
-bool ParseData(const std::string& word, std::string* bytes, std::string* err) {
-  bytes->clear();
-  if (word == "empty") return true;
-  if (word.compare(0, 4, "hex:") == 0) {
-    std::string hex = word.substr(4);
-    if (hex.size() % 2 != 0) {
-      *err = "hex data needs an even number of digits";
-      return false;
-    }
-    for (size_t i = 0; i < hex.size(); i += 2) {
-      int hi = HexDigit(hex[i]), lo = HexDigit(hex[i + 1]);
-      if (hi < 0 || lo < 0) {
-        *err = "bad hex digit in '" + word + "'";
-        return false;
+bool PlayProgram(const Scenario& scenario, const std::function<bool(const Command&)>& play) {
+  const std::vector<Command>& p = scenario.program;
+  std::vector<long> left;  // runs still to go of each open block
+  for (size_t pc = 0; pc < p.size();) {
+    const Command& c = p[pc];
+    if (c.op == Op::kRepeat) {
+      if (c.times == 0) {
+        pc = c.jump;
+        continue;
       }
-      bytes->push_back(static_cast<char>(hi * 16 + lo));
+      left.push_back(c.times);
+      ++pc;
+    } else if (c.op == Op::kEnd) {
+      if (--left.back() > 0) {
+        pc = c.jump + 1;
+      } else {
+        left.pop_back();
+        ++pc;
+      }
+    } else {
+      if (!play(c)) return false;
+      ++pc;
     }
-    return true;
   }
-  if (word.compare(0, 5, "size:") == 0) {
-    int64_t n;
-    if (!ToInt(word.substr(5), 0, static_cast<int64_t>(kMaxDataSize), &n)) {
-      *err = "size:N needs N from 0 to " + std::to_string(kMaxDataSize);
-      return false;
-    }
-    bytes->resize(static_cast<size_t>(n));
-    for (size_t i = 0; i < bytes->size(); ++i) {
-      (*bytes)[i] = static_cast<char>((i * 131 + 17) & 0xFF);
-    }
-    return true;
-  }
-  *bytes = word;
   return true;
+}
+
+const char* GeneratedData() {
+  static const std::string data = [] {
+    std::string d(kMaxDataSize, '\0');
+    for (size_t i = 0; i < d.size(); ++i) d[i] = static_cast<char>((i * 131 + 17) & 0xFF);
+    return d;
+  }();
+  return data.data();
+}
+
+std::string_view CommandData(const Command& c) {
+  if (c.generated != 0) return std::string_view(GeneratedData(), c.generated);
+  return c.data;
 }
 
 bool IsKnownCounter(const std::string& name) {

@@ -1,37 +1,26 @@
 #include "sim_options.h"
 
-#include <cerrno>
-#include <cstdlib>
+#include <strings.h>
+
+#include <cstddef>
 #include <cstring>
-#include <fstream>
-#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "scenario.h"
+#include "tool_input.h"
 
 namespace quelld_sim {
 
 namespace {
+
+using zq_tools::Printable;
 
 std::string Trim(const std::string& s) {
   size_t b = s.find_first_not_of(" \t\r\n");
   if (b == std::string::npos) return std::string();
   size_t e = s.find_last_not_of(" \t\r\n");
   return s.substr(b, e - b + 1);
-}
-
-std::string NormalKey(std::string key) {
-  for (char& c : key) {
-    if (c == '-') c = '_';
-  }
-  return key;
-}
-
-bool ParseUint(const std::string& text, uint64_t max, uint64_t* out) {
-  if (text.empty() || text[0] == '-' || text[0] == '+') return false;
-  errno = 0;
-  char* end = nullptr;
-  unsigned long long v = strtoull(text.c_str(), &end, 0);
-  if (errno != 0 || end == text.c_str() || *end != '\0' || v > max) return false;
-  *out = v;
-  return true;
 }
 
 bool ParseBool(const std::string& text, bool* out) {
@@ -46,79 +35,134 @@ bool ParseBool(const std::string& text, bool* out) {
   return false;
 }
 
-// Sets one field; each key keeps its own limits here.
-bool Apply(SimOptions* o, const std::string& key, const std::string& value, std::string* err) {
-  auto text = [&](std::string* field, size_t max) {
-    if (max != 0 && value.size() > max) {
-      *err = key + ": text longer than " + std::to_string(max) + " characters";
-      return false;
-    }
-    *field = value;
-    return true;
-  };
-  auto u32 = [&](uint32_t* field) {
-    uint64_t v;
-    if (!ParseUint(value, UINT32_MAX, &v)) {
-      *err = key + ": expected an unsigned 32-bit number, got '" + value + "'";
-      return false;
-    }
-    *field = static_cast<uint32_t>(v);
-    return true;
-  };
-  auto count = [&](int* field, int min, int max) {
-    uint64_t v;
-    if (!ParseUint(value, static_cast<uint64_t>(max), &v) || static_cast<int>(v) < min) {
-      *err = key + ": expected a number from " + std::to_string(min) + " to " +
-             std::to_string(max) + ", got '" + value + "'";
-      return false;
-    }
-    *field = static_cast<int>(v);
-    return true;
-  };
-  auto flag = [&](bool* field) {
-    if (!ParseBool(value, field)) {
-      *err = key + ": expected 1/0, true/false, yes/no or on/off, got '" + value + "'";
-      return false;
-    }
-    return true;
-  };
+enum class Kind { kText, kCount, kId, kFlag, kLevel };
 
-  const std::string k = NormalKey(key);
-  if (k == "plugin") return text(&o->plugin, 4095);
-  if (k == "sdk_dir") return text(&o->sdk_dir, 4095);
-  if (k == "scenario") return text(&o->scenario, 4095);
-  if (k == "log_file") return text(&o->log_file, 127);  // file pattern field of the logger
-  if (k == "log_level") {
-    if (!ParseLogLevel(value, &o->log_level)) {
-      *err = key + ": unknown priority '" + value + "'";
-      return false;
-    }
-    return true;
+// One setting: its key, how its value is read, and where it goes. `max` is the longest text, the
+// largest count; `min` the smallest count.
+struct Setting {
+  const char* key;
+  Kind kind;
+  int64_t min, max;
+  std::string SimOptions::*text;
+  int SimOptions::*count;
+  uint32_t SimOptions::*id;
+  bool SimOptions::*flag;
+};
+
+constexpr Setting Text(const char* key, std::string SimOptions::*f, int64_t max) {
+  return {key, Kind::kText, 0, max, f, nullptr, nullptr, nullptr};
+}
+constexpr Setting Count(const char* key, int SimOptions::*f, int64_t min, int64_t max) {
+  return {key, Kind::kCount, min, max, nullptr, f, nullptr, nullptr};
+}
+constexpr Setting Id(const char* key, uint32_t SimOptions::*f) {
+  return {key, Kind::kId, 0, UINT32_MAX, nullptr, nullptr, f, nullptr};
+}
+constexpr Setting Flag(const char* key, bool SimOptions::*f) {
+  return {key, Kind::kFlag, 0, 0, nullptr, nullptr, nullptr, f};
+}
+
+// Text limits are those of the fields the values end up in (the host options, the logger's file
+// pattern).
+const Setting kSettings[] = {
+    Text("plugin", &SimOptions::plugin, 4095),
+    Text("sdk_dir", &SimOptions::sdk_dir, 4095),
+    Text("scenario", &SimOptions::scenario, 4095),
+    Text("log_file", &SimOptions::log_file, 127),
+    Text("json", &SimOptions::json, 4095),
+    {"log_level", Kind::kLevel, 0, 1000, nullptr, &SimOptions::log_level, nullptr, nullptr},
+    Flag("verbose", &SimOptions::verbose),
+    Flag("reload", &SimOptions::reload),
+    Flag("verify", &SimOptions::verify),
+    Flag("keep", &SimOptions::keep),
+    Count("users", &SimOptions::users, 1, 100000),
+    Count("rounds", &SimOptions::rounds, 0, 100000),
+    Count("msg_size", &SimOptions::msg_size, 0, 1 << 20),
+    Count("sends", &SimOptions::sends, 0, 100000),
+    Id("pluginid", &SimOptions::pluginid),
+    Id("gameid", &SimOptions::gameid),
+    Text("gamekey", &SimOptions::gamekey, 63),
+    Id("network_type", &SimOptions::network_type),
+    Id("backend_env", &SimOptions::backend_env),
+    Text("data_proxy", &SimOptions::data_proxy, 511),
+    Text("busi_proxy", &SimOptions::busi_proxy, 511),
+    Text("test_data_proxy", &SimOptions::test_data_proxy, 511),
+    Text("test_busi_proxy", &SimOptions::test_busi_proxy, 511),
+};
+
+const Setting* Find(std::string key) {
+  for (char& c : key) {
+    if (c == '-') c = '_';
   }
-  if (k == "verbose") return flag(&o->verbose);
-  if (k == "reload") return flag(&o->reload);
-  if (k == "verify") return flag(&o->verify);
-  if (k == "keep") return flag(&o->keep);
-  if (k == "users") return count(&o->users, 1, 100000);
-  if (k == "rounds") return count(&o->rounds, 0, 100000);
-  if (k == "msg_size") return count(&o->msg_size, 0, 1 << 20);
-  if (k == "sends") return count(&o->sends, 0, 100000);
-  if (k == "pluginid") return u32(&o->pluginid);
-  if (k == "gameid") return u32(&o->gameid);
-  if (k == "gamekey") return text(&o->gamekey, 63);
-  if (k == "network_type") return u32(&o->network_type);
-  if (k == "backend_env") return u32(&o->backend_env);
-  if (k == "data_proxy") return text(&o->data_proxy, 511);
-  if (k == "busi_proxy") return text(&o->busi_proxy, 511);
-  if (k == "test_data_proxy") return text(&o->test_data_proxy, 511);
-  if (k == "test_busi_proxy") return text(&o->test_busi_proxy, 511);
-  *err = "unknown setting '" + key + "'";
+  for (const Setting& s : kSettings) {
+    if (key == s.key) return &s;
+  }
+  return nullptr;
+}
+
+// Sets one known setting; the message names the key as the user wrote it.
+bool Apply(SimOptions* o, const Setting& s, const std::string& key, const std::string& value,
+           std::string* err) {
+  const std::string shown = "'" + Printable(value) + "'";
+  switch (s.kind) {
+    case Kind::kText:
+      if (value.size() > static_cast<size_t>(s.max)) {
+        *err = key + ": text longer than " + std::to_string(s.max) + " characters";
+        return false;
+      }
+      o->*s.text = value;
+      return true;
+    case Kind::kCount: {
+      int64_t v;
+      if (!zq_tools::ParseDecimal(value, s.min, s.max, &v)) {
+        *err = key + ": expected a number from " + std::to_string(s.min) + " to " +
+               std::to_string(s.max) + ", got " + shown;
+        return false;
+      }
+      o->*s.count = static_cast<int>(v);
+      return true;
+    }
+    case Kind::kId: {
+      uint64_t v;
+      if (!zq_tools::ParseId(value, UINT32_MAX, &v)) {
+        *err =
+            key + ": expected an unsigned 32-bit number (decimal or 0x hexadecimal), got " + shown;
+        return false;
+      }
+      o->*s.id = static_cast<uint32_t>(v);
+      return true;
+    }
+    case Kind::kFlag:
+      if (!ParseBool(value, &(o->*s.flag))) {
+        *err = key + ": expected 1/0, true/false, yes/no or on/off, got " + shown;
+        return false;
+      }
+      return true;
+    case Kind::kLevel:
+      if (!ParseLogLevel(value, &(o->*s.count))) {
+        *err = key + ": unknown priority " + shown +
+               " (FATAL ALERT CRIT ERROR WARN NOTICE INFO DEBUG TRACE, or 0 to 1000)";
+        return false;
+      }
+      return true;
+  }
   return false;
 }
 
-bool IsBoolKey(const std::string& key) {
-  const std::string k = NormalKey(key);
-  return k == "verbose" || k == "reload" || k == "verify" || k == "keep";
+// The value of a configuration line: a value in double quotes is taken as one word without them.
+bool ConfigValue(const std::string& raw, std::string* value, std::string* err) {
+  if (raw.empty() || raw[0] != '"') {
+    *value = raw;
+    return true;
+  }
+  std::vector<zq_tools::Word> words;
+  if (!zq_tools::SplitWords(raw, &words, err)) return false;
+  if (words.size() != 1) {
+    *err = "a quoted value must be followed by nothing but a comment";
+    return false;
+  }
+  *value = words[0].text;
+  return true;
 }
 
 }  // namespace
@@ -132,43 +176,51 @@ bool ParseLogLevel(const std::string& text, int* level) {
       return true;
     }
   }
-  uint64_t v;
-  if (ParseUint(text, 1000, &v)) {
+  int64_t v;
+  if (zq_tools::ParseDecimal(text, 0, 1000, &v)) {
     *level = static_cast<int>(v);
     return true;
   }
   return false;
 }
 
-bool SetOption(SimOptions* opts, const std::string& key, const std::string& value,
-               std::string* err) {
-  return Apply(opts, key, value, err);
-}
-
 bool LoadConfigText(SimOptions* opts, const std::string& text, std::string* err) {
-  std::istringstream in(text);
-  std::string line;
-  int lineno = 0;
-  while (std::getline(in, line)) {
-    ++lineno;
-    size_t hash = line.find('#');
-    if (hash != std::string::npos) line.erase(hash);
-    line = Trim(line);
-    if (line.empty()) continue;
-    size_t eq = line.find('=');
+  size_t pos = 0;
+  for (int lineno = 1; pos < text.size(); ++lineno) {
+    size_t nl = text.find('\n', pos);
+    if (nl == std::string::npos) nl = text.size();
+    const std::string raw = text.substr(pos, nl - pos);
+    pos = nl + 1;
+    const std::string at = "line " + std::to_string(lineno) + ": ";
+    std::string code, why;
+    if (!zq_tools::StripComment(raw, &code, &why)) {
+      *err = at + why;
+      return false;
+    }
+    code = Trim(code);
+    if (code.empty()) continue;
+    size_t eq = code.find('=');
     if (eq == std::string::npos) {
-      *err = "line " + std::to_string(lineno) + ": expected key = value";
+      *err = at + "expected key = value, got '" + Printable(code) + "'";
       return false;
     }
-    std::string key = Trim(line.substr(0, eq));
-    std::string value = Trim(line.substr(eq + 1));
-    std::string why;
+    const std::string key = Trim(code.substr(0, eq));
+    std::string value;
+    if (!ConfigValue(Trim(code.substr(eq + 1)), &value, &why)) {
+      *err = at + key + ": " + why;
+      return false;
+    }
     if (key == "config") {
-      *err = "line " + std::to_string(lineno) + ": a configuration file cannot include another";
+      *err = at + "a configuration file cannot include another";
       return false;
     }
-    if (!Apply(opts, key, value, &why)) {
-      *err = "line " + std::to_string(lineno) + ": " + why;
+    const Setting* s = Find(key);
+    if (s == nullptr) {
+      *err = at + "unknown setting '" + Printable(key) + "' (quelld_sim --help lists them)";
+      return false;
+    }
+    if (!Apply(opts, *s, key, value, &why)) {
+      *err = at + why;
       return false;
     }
   }
@@ -176,25 +228,24 @@ bool LoadConfigText(SimOptions* opts, const std::string& text, std::string* err)
 }
 
 bool LoadConfigFile(SimOptions* opts, const std::string& path, std::string* err) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    *err = "cannot read configuration file " + path + ": " + strerror(errno);
+  std::string text, why;
+  if (!zq_tools::ReadInput(path, kMaxInputFileBytes, &text, &why)) {
+    *err = "cannot read configuration file " + why;
     return false;
   }
-  std::stringstream buf;
-  buf << in.rdbuf();
-  std::string why;
-  if (!LoadConfigText(opts, buf.str(), &why)) {
-    *err = path + ": " + why;
+  if (!LoadConfigText(opts, text, &why)) {
+    *err = (path == "-" ? std::string("standard input") : path) + ": " + why;
     return false;
   }
   return true;
 }
 
 bool ParseArgs(SimOptions* opts, int argc, const char* const* argv, std::string* err) {
+  const std::string see = " (see quelld_sim --help)";
   // First pass: the configuration file, so that every flag can override it.
+  bool config_from_stdin = false;
   for (int i = 1; i < argc; ++i) {
-    std::string a = argv[i];
+    const std::string a = argv[i];
     std::string path;
     if (a == "--config") {
       if (i + 1 >= argc) {
@@ -208,9 +259,10 @@ bool ParseArgs(SimOptions* opts, int argc, const char* const* argv, std::string*
       continue;
     }
     if (!LoadConfigFile(opts, path, err)) return false;
+    config_from_stdin = config_from_stdin || path == "-";
   }
   for (int i = 1; i < argc; ++i) {
-    std::string a = argv[i];
+    const std::string a = argv[i];
     if (a == "--help" || a == "-h") {
       opts->help = true;
       continue;
@@ -220,7 +272,9 @@ bool ParseArgs(SimOptions* opts, int argc, const char* const* argv, std::string*
       continue;
     }
     if (a.size() < 3 || a.compare(0, 2, "--") != 0) {
-      *err = "unexpected argument '" + a + "' (see --help)";
+      *err = (a.size() > 1 && a[0] == '-' ? "unknown option " + Printable(a)
+                                          : "unexpected argument '" + Printable(a) + "'") +
+             see;
       return false;
     }
     std::string key = a.substr(2);
@@ -236,49 +290,68 @@ bool ParseArgs(SimOptions* opts, int argc, const char* const* argv, std::string*
       if (!has_value) ++i;  // already loaded
       continue;
     }
-    if (!has_value && IsBoolKey(key)) {
+    const Setting* s = Find(key);
+    if (s == nullptr && !has_value && key.compare(0, 3, "no-") == 0) {
+      s = Find(key.substr(3));
+      if (s != nullptr && s->kind == Kind::kFlag) {
+        key.erase(0, 3);
+        value = "0";
+        has_value = true;
+      } else {
+        s = nullptr;
+      }
+    }
+    if (s == nullptr) {
+      *err = "unknown option --" + Printable(key) + see;
+      return false;
+    }
+    if (!has_value && s->kind == Kind::kFlag) {
       value = "1";
-      has_value = true;
-    } else if (!has_value && key.compare(0, 3, "no-") == 0 && IsBoolKey(key.substr(3))) {
-      key = key.substr(3);
-      value = "0";
       has_value = true;
     }
     if (!has_value) {
       if (i + 1 >= argc) {
-        *err = "--" + key + " needs a value";
+        *err = "--" + key + " needs a value" + see;
         return false;
       }
       value = argv[++i];
     }
     std::string why;
-    if (!Apply(opts, key, value, &why)) {
-      *err = "--" + why;
+    if (!Apply(opts, *s, "--" + key, value, &why)) {
+      *err = why;
       return false;
     }
+  }
+  if (config_from_stdin && opts->scenario == "-") {
+    *err = "--config - and --scenario - cannot both read standard input";
+    return false;
   }
   return true;
 }
 
-const char* UsageText() {
-  return R"(usage: quelld_sim [options]
+std::string UsageText(const SimOptions& d) {
+  std::string s = R"(usage: quelld_sim [options]
 
 Loads the zq plug-in the way the quelld connection server does, starts it with a copy of the
 security SDK, plays a scenario of user events through it, reloads it with the SDK file unchanged
 and changed, quits it, and prints a summary. Exit code 0: every step and check passed; 1: a check
-failed; 2: the simulator could not run (bad options, plug-in or SDK not loadable, start failed).
+failed; 2: the simulator could not run (bad options or input, plug-in or SDK not loadable, start
+failed); 128 + N: stopped by signal N (130 for Ctrl-C), with the work directory removed.
 
 Options (every option is also a key of the --config file, written key = value):
-  --config FILE          read settings from FILE first; later flags override them
-  --plugin PATH          plug-in library (default: libzq_plugin.so of this build)
-  --sdk-dir DIR          directory holding libkry_sdk.so (default: the SDK test double); the
-                         library is copied into a fresh work directory, which is what the
+  --config FILE          read settings from FILE first (- for standard input); later flags win
+  --plugin PATH          plug-in library; default:
+                           @PLUGIN@
+  --sdk-dir DIR          directory holding libkry_sdk.so; default (the SDK test double):
+                           @SDK@
+                         the library is copied into a fresh work directory, which is what the
                          plug-in loads, so the original is never changed
-  --scenario FILE        scenario to run (default: the built-in scenario below)
+  --scenario FILE        scenario to run (- for standard input; default: the built-in scenario)
   --dump-scenario        print the scenario text that would run, then stop
+  --json FILE            also write the run's summary to FILE as JSON
   --log-file PATH        log file (default: quelld_sim.log in the work directory)
   --log-level NAME       least severe priority logged: FATAL ALERT CRIT ERROR WARN NOTICE
-                         INFO DEBUG TRACE, or a number (default INFO)
+                         INFO DEBUG TRACE, or a number from 0 to 1000 (default INFO)
   --verbose              also write the log to standard output
   --no-reload            skip the reload phase after the scenario
   --no-verify            do not compare the SDK double's records with the events sent
@@ -288,21 +361,25 @@ Options (every option is also a key of the --config file, written key = value):
                          every user ticks and sends a security message of msg-size bytes, the
                          SDK sends `sends` messages to every client, and all users log out
                          (defaults 1000, 60, 64, 3)
-  --gameid N --gamekey TEXT --pluginid N --network-type N --backend-env N
+  --gameid ID --gamekey TEXT --pluginid ID --network-type ID --backend-env ID
   --data-proxy TEXT --busi-proxy TEXT --test-data-proxy TEXT --test-busi-proxy TEXT
                          host options handed to the plug-in
   --help                 this text
+Numbers are decimal (010 is ten); an ID may also be hexadecimal with 0x.
 
-Scenario files: one command per line, words separated by blanks, '#' starts a comment.
+Scenario files: one command per line, words separated by blanks, '#' starts a comment. A word
+may be put in double quotes to hold blanks or '#' ("a b#c"; \" and \\ inside quotes).
   user NAME [key=value ...]       define a user; keys: openid (default NAME), account_type,
-                                  auth_type, platid, world, channel, ip (default 10.0.0.1)
+                                  auth_type, platid, world, channel (IDs), ip (default
+                                  10.0.0.1)
   users COUNT PREFIX [key=value ...]
                                   define users PREFIX0 .. PREFIX<COUNT-1> (ip 10.x.y.z by index
                                   unless ip= is given)
   login WHO | logout WHO          WHO is a user name or * for every defined user
   tick WHO [TIMES]                heartbeat tick
-  msg WHO DATA [TIMES]            client security message; DATA is text without blanks,
-                                  hex:00ff.. for bytes, size:N for N generated bytes, or empty
+  msg WHO DATA [TIMES]            client security message; DATA is a word of text, hex:00ff..
+                                  for bytes, size:N for N generated bytes, or empty (a quoted
+                                  word is always text); at most 1 MiB
   send WHO DATA [TIMES]           the SDK sends DATA to the client (SDK test double only)
   host_tick [TIMES]               OnTick and OnUpdate
   sdk_result SLOT VALUE           result the SDK double returns from now on for SLOT: add_user,
@@ -311,15 +388,32 @@ Scenario files: one command per line, words separated by blanks, '#' starts a co
   sdk_version TEXT|none           version text the SDK double reports
   reload                          OnReload with the SDK file unchanged
   reload_changed                  change the SDK copy (new MD5), then OnReload
-  repeat N ... end                run the enclosed lines N times (may nest)
+  repeat N ... end                run the enclosed lines N times (nested at most @DEPTH@ deep)
   expect COUNTER VALUE            fail the run unless COUNTER equals VALUE now; counters:
                                   logins logouts ticks msgs sends send_failures host_sends
                                   reloads sdk.init sdk.quit sdk.add_user sdk.del_user
                                   sdk.recv_anti_data sdk.tick_user sdk.fail.<slot>
                                   (sdk.* need the SDK test double; sends = requests to the
                                   double, host_sends = data that reached the host)
+Limits, checked before anything runs: TIMES x users of one command at most @PER_CMD@;
+in all at most @EVENTS@ events, @BYTES@ bytes of message data and @STEPS@ commands
+played (repeat blocks unrolled).
 See tools/quelld_sim/example.scenario and example.conf for commented examples.
 )";
+  const std::pair<const char*, std::string> fill[] = {
+      {"@PLUGIN@", d.plugin},
+      {"@SDK@", d.sdk_dir},
+      {"@DEPTH@", std::to_string(kMaxRepeatDepth)},
+      {"@PER_CMD@", std::to_string(kMaxEventsPerCommand)},
+      {"@EVENTS@", std::to_string(kMaxEvents)},
+      {"@BYTES@", std::to_string(kMaxBytes)},
+      {"@STEPS@", std::to_string(kMaxSteps)},
+  };
+  for (const auto& f : fill) {
+    size_t at = s.find(f.first);
+    if (at != std::string::npos) s.replace(at, strlen(f.first), f.second);
+  }
+  return s;
 }
 
 }  // namespace quelld_sim

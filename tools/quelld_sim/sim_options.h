@@ -12,6 +12,7 @@ struct SimOptions {
   std::string sdk_dir;   // directory whose libkry_sdk.so is copied and loaded
   std::string scenario;  // scenario file; empty runs the built-in scenario
   std::string log_file;  // empty: quelld_sim.log in the work directory
+  std::string json;      // file for the run's summary as JSON; empty: none
   int log_level = 600;   // least severe priority written (INFO)
   bool verbose = false;  // log also to standard output
   bool reload = true;    // run the reload phase after the scenario
@@ -38,24 +39,26 @@ struct SimOptions {
   std::string test_busi_proxy = "test.busi.proxy.sim:7102";
 };
 
-// Sets one setting by its key (the long flag name without dashes; '-' and '_' are the same).
-// Boolean keys take 1/0, true/false, yes/no, on/off. Returns false with a message in `err`.
-bool SetOption(SimOptions* opts, const std::string& key, const std::string& value,
-               std::string* err);
-
-// Reads "key = value" lines ('#' starts a comment, blank lines are skipped).
+// Reads "key = value" lines: '#' starts a comment, blank lines are skipped, and a value in
+// double quotes keeps blanks and '#'. Keys are the long flag names without dashes ('-' and '_'
+// are the same). Counts are decimal; ids (gameid, pluginid, network_type, backend_env) may also
+// be 0x hexadecimal; booleans take 1/0, true/false, yes/no, on/off.
 bool LoadConfigText(SimOptions* opts, const std::string& text, std::string* err);
+// The same from a file, or from standard input for "-".
 bool LoadConfigFile(SimOptions* opts, const std::string& path, std::string* err);
 
 // Applies the command line: a --config file first, then every flag in order, so flags win.
 // Flags are --key value, --key=value, --flag for booleans and --no-flag to clear them.
 bool ParseArgs(SimOptions* opts, int argc, const char* const* argv, std::string* err);
 
+// Largest scenario or configuration file read.
+constexpr size_t kMaxInputFileBytes = 64u << 20;
+
 // Priority by name (ERROR, INFO, DEBUG, ...) or number; false when neither.
 bool ParseLogLevel(const std::string& text, int* level);
 
-// The --help text.
-const char* UsageText();
+// The --help text, naming the default plug-in and SDK directory.
+std::string UsageText(const SimOptions& defaults);
 
 }  // namespace quelld_sim
 

@@ -1,19 +1,26 @@
 #include "simulator.h"
 
 #include <arpa/inet.h>
+#include <signal.h>
+#include <sys/stat.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host.h"
+#include "json_writer.h"
 #include "kry_sdk_double.h"
 #include "latency.h"
+#include "tool_input.h"
 #include "wlog/wlog.h"
 #include "zq/kry_sdk.h"
 
@@ -100,6 +107,48 @@ int HostSendToClient(const char* account, uint32_t arg1, uint32_t arg2, const ch
   return h->answer;
 }
 
+// What one OnReload did to the SDK (known only with the test double).
+struct ReloadOutcome {
+  bool changed = false;  // the SDK file was changed before the reload
+  bool known = false;
+  long quits = 0, starts = 0;
+};
+
+// A result of the logging library as the simulator reports it: the call, the code in decimal
+// and hexadecimal, and the library's text for it.
+std::string WlogResult(const char* call, int rc) {
+  return Format("%s returned %d (0x%08X): %s", call, rc, static_cast<unsigned>(rc),
+                wlog_error_string(rc));
+}
+
+// Every path the run reads or writes, checked before anything starts.
+bool CheckPaths(const SimOptions& o, std::string* err) {
+  std::string why;
+  if (!zq_tools::CheckRegularFile(o.plugin, &why)) {
+    *err = "plug-in " + why;
+    return false;
+  }
+  if (!zq_tools::CheckDirectory(o.sdk_dir, &why)) {
+    *err = "SDK directory " + why;
+    return false;
+  }
+  const std::string sdk = o.sdk_dir + "/" KRY_SDK_LIB_BASE_NAME "." KRY_SDK_LIB_EXT_NAME;
+  if (!zq_tools::CheckRegularFile(sdk, &why)) {
+    *err = "SDK library " + why;
+    return false;
+  }
+  struct stat st;
+  if (!o.log_file.empty() && stat(o.log_file.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+    *err = "log file " + o.log_file + ": is not a regular file";
+    return false;
+  }
+  if (!o.json.empty() && !zq_tools::CheckOutputFile(o.json, &why)) {
+    *err = "JSON summary " + why;
+    return false;
+  }
+  return true;
+}
+
 class Simulation {
  public:
   Simulation(const SimOptions& opts, const Scenario& sc, std::ostream& out, std::ostream& errs)
@@ -120,16 +169,25 @@ class Simulation {
   }
 
   int Run() {
+    std::string err;
+    if (!CheckPaths(opts_, &err)) {
+      Fail(err);
+      return kExitSetupFailed;
+    }
     if (!Setup()) {
       AbandonStart();
-      return kExitSetupFailed;
+      return Stopped() ? Interrupted() : kExitSetupFailed;
     }
     Log("quelld_sim: scenario started");
     auto t0 = std::chrono::steady_clock::now();
-    for (const Command& c : sc_.commands) Play(c);
+    PlayProgram(sc_, [this](const Command& c) {
+      Play(c);
+      return !Stopped();
+    });
     wall_ns_ = Ns(t0);
     Log("quelld_sim: scenario finished");
-    if (opts_.reload) ReloadPhase();
+    if (opts_.reload && !Stopped()) ReloadPhase();
+    if (Stopped()) return Interrupted();
     Quit();
     CheckLog();
     if (double_seen_ && host_.unexpected > 0) {
@@ -137,6 +195,10 @@ class Simulation {
                      host_.unexpected));
     }
     Summary();
+    if (!opts_.json.empty() && !WriteJson(opts_.json, &err)) {
+      errs_ << "quelld_sim: error: " << err << "\n";
+      if (problems_ == 0) ++problems_;
+    }
     if (!workdir_.empty() && !opts_.keep) {
       RemoveWorkDir(workdir_);
       workdir_.clear();
@@ -157,7 +219,38 @@ class Simulation {
   void Timed(Kind kind, F f) {
     auto t0 = std::chrono::steady_clock::now();
     f();
-    lat_[kind].push_back(Ns(t0));
+    lat_[kind].Add(Ns(t0));
+  }
+
+  static bool Stopped() { return StopSignal() != 0; }
+
+  // After SIGINT or SIGTERM: quit and unload the plug-in, close the log, remove the work
+  // directory (unless kept), and say so.
+  int Interrupted() {
+    const int sig = StopSignal();
+    if (plugin_ != nullptr) {
+      plugin_->OnQuit();
+      delete plugin_;
+      plugin_ = nullptr;
+    }
+    sdk_.Close();
+    lib_.Close();
+    StopLogging();
+    long events = 0;
+    for (int k = 0; k < kKinds; ++k) events += count_[k];
+    std::string what = "work directory removed";
+    if (!workdir_.empty() && opts_.keep) {
+      what = "work directory kept: " + workdir_;
+    } else if (!workdir_.empty()) {
+      RemoveWorkDir(workdir_);
+      workdir_.clear();
+    }
+    errs_ << Format("quelld_sim: stopped by %s after %ld events; %s\n",
+                    sig == SIGINT    ? "SIGINT"
+                    : sig == SIGTERM ? "SIGTERM"
+                                     : Format("signal %d", sig).c_str(),
+                    events, what.c_str());
+    return 128 + sig;
   }
 
   const SdkDouble* Double() const {
@@ -188,8 +281,11 @@ class Simulation {
     if (!lib_.Open(opts_.plugin, &err)) return Fail(err);
     plugin_ = lib_.Create();
     if (plugin_ == nullptr) return Fail("CreateQuelldPlugin returned null");
-    out_ << "plug-in: " << opts_.plugin << "\n  version " << plugin_->Version() << ", id "
-         << plugin_->GetPluginID() << ", host interface " << lib_.api_version() << "\n";
+    const char* version = plugin_->Version();
+    plugin_version_ = version != nullptr ? version : "";
+    plugin_id_ = plugin_->GetPluginID();
+    out_ << "plug-in: " << opts_.plugin << "\n  version " << plugin_version_ << ", id "
+         << plugin_id_ << ", host interface " << lib_.api_version() << "\n";
 
     quelld::Options o;
     memset(&o, 0, sizeof(o));
@@ -335,20 +431,20 @@ class Simulation {
     if (ctx_ == nullptr) return Fail("out of memory for the logging context");
     int rc = wlog_init(ctx_, conf_);
     if (rc != 0) {
-      wlog_free(&ctx_);
-      return Fail(Format("logging could not start (wlog_init returned %d) with log file %s", rc,
-                         log_path_.c_str()));
+      if (wlog_free(&ctx_) != 0) ctx_ = nullptr;  // cannot fail: ctx_ is not null
+      return Fail("logging could not start: " + WlogResult("wlog_init", rc) + "; log file " +
+                  log_path_);
     }
-    wlog_set_module_name(ctx_, "quelld_sim");
+    rc = wlog_set_module_name(ctx_, "quelld_sim");
+    if (rc != 0) return Fail("logging: " + WlogResult("wlog_set_module_name", rc));
     cat_ = wlog_get_category(ctx_, "zq");
     if (cat_ == nullptr) return Fail("logging context has no category zq");
     return true;
   }
 
   void StopLogging() {
-    if (ctx_ != nullptr) {
-      wlog_fini(ctx_);
-      wlog_free(&ctx_);
+    if (ctx_ != nullptr && (wlog_fini(ctx_) != 0 || wlog_free(&ctx_) != 0)) {
+      fprintf(stderr, "wlog teardown failed\n");
     }
     cat_ = nullptr;
     free(conf_);
@@ -374,17 +470,19 @@ class Simulation {
           skipped_ += c.times * (c.user == kAllUsers ? static_cast<long>(sc_.users.size()) : 1);
           return;
         }
-        for (long t = 0; t < c.times; ++t) {
+        for (long t = 0; t < c.times && !Stopped(); ++t) {
           if (c.user != kAllUsers) {
-            UserEvent(kind, static_cast<size_t>(c.user), c.data);
+            UserEvent(kind, static_cast<size_t>(c.user), CommandData(c));
             continue;
           }
-          for (size_t u = 0; u < sc_.users.size(); ++u) UserEvent(kind, u, c.data);
+          for (size_t u = 0; u < sc_.users.size() && !Stopped(); ++u) {
+            UserEvent(kind, u, CommandData(c));
+          }
         }
         return;
       }
       case Op::kHostTick:
-        for (long t = 0; t < c.times; ++t) {
+        for (long t = 0; t < c.times && !Stopped(); ++t) {
           Timed(kHostTick, [this] {
             plugin_->OnTick();
             plugin_->OnUpdate();
@@ -413,6 +511,9 @@ class Simulation {
       case Op::kReloadChanged:
         Reload(c.op == Op::kReloadChanged);
         return;
+      case Op::kRepeat:
+      case Op::kEnd:
+        return;  // PlayProgram unrolls the blocks
       case Op::kExpect: {
         int64_t got = 0;
         if (!Counter(c.data, &got)) {
@@ -468,7 +569,7 @@ class Simulation {
     return true;
   }
 
-  void UserEvent(Kind kind, size_t idx, const std::string& data) {
+  void UserEvent(Kind kind, size_t idx, std::string_view data) {
     const quelld::User& u = sc_.users[idx];
     const SdkDouble* d = opts_.verify ? Double() : nullptr;
     if (kind == kSend) {
@@ -502,7 +603,7 @@ class Simulation {
 
   // The record the SDK received for the event must carry the user's fields.
   void VerifyRecord(const SdkDouble& d, Kind kind, int slot, long before, const quelld::User& u,
-                    const std::string& data) {
+                    std::string_view data) {
     const char* what = kKindNames[kind];
     if (d.call_count(slot) != before + 1) {
       Problem(Format("%s of %s: the SDK was called %ld times instead of once", what,
@@ -569,11 +670,11 @@ class Simulation {
     }
   }
 
-  void Send(const quelld::User& u, const std::string& data) {
+  void Send(const quelld::User& u, std::string_view data) {
     const SdkDouble& d = *Double();
     host_.expecting = true;
     host_.want_account = SdkAccount(u);
-    host_.want_data = data;
+    host_.want_data.assign(data.data(), data.size());
     host_.problem.clear();
     const long calls = host_.calls;
     const int want = host_.answer == 0 ? KRY_SDK_PROC_OK : KRY_SDK_PROC_FAIL;
@@ -611,8 +712,13 @@ class Simulation {
     ++count_[kReloadKind];
     ++(changed ? changed_reloads_ : unchanged_reloads_);
     std::string outcome = "done";
+    ReloadOutcome r;
+    r.changed = changed;
     if (d != nullptr) {
       long inits = d->init_count() - init0, quits = d->quit_count() - quit0;
+      r.known = true;
+      r.quits = quits;
+      r.starts = inits;
       bool running = d->is_running() == 1;
       outcome =
           Format("SDK %s (%ld quit, %ld start)", inits > 0 ? "restarted" : "kept", quits, inits);
@@ -626,6 +732,7 @@ class Simulation {
                        quits, inits));
       }
     }
+    reloads_.push_back(r);
     out_ << "reload with the SDK file " << (changed ? "changed" : "unchanged") << ": " << outcome
          << "\n";
   }
@@ -672,7 +779,7 @@ class Simulation {
           plugin_->OnUserLogout(u);
       });
       ++count_[step.kind];
-      if (d != nullptr) VerifyRecord(*d, step.kind, step.slot, before, u, std::string());
+      if (d != nullptr) VerifyRecord(*d, step.kind, step.slot, before, u, std::string_view());
     }
   }
 
@@ -732,6 +839,104 @@ class Simulation {
 
   // ---- summary ----
 
+  // The summary as JSON, for a team's own tracking; latencies in nanoseconds.
+  bool WriteJson(const std::string& path, std::string* err) const {
+    static const char* const kSlots[] = {"add_user", "del_user", "recv_anti_data", "tick_user"};
+    const LatencySummary total = AllUserEvents().Summary();
+    const Throughput tp = Rates(total);
+    long relayed = 0;
+    for (int k = 0; k < kUserKinds; ++k) relayed += count_[k];
+    JsonWriter j;
+    j.BeginObject().Int("format", 1).Str("result", problems_ == 0 ? "ok" : "failed");
+    j.Int("problem_count", problems_).BeginArray("problems");
+    for (const std::string& p : shown_) j.Str(nullptr, p);
+    j.EndArray();
+    j.BeginObject("plugin").Str("path", opts_.plugin).Str("version", plugin_version_);
+    j.Int("id", plugin_id_).Str("host_interface", lib_.api_version()).EndObject();
+    j.BeginObject("sdk").Str("dir", opts_.sdk_dir).Bool("test_double", double_seen_).EndObject();
+    j.BeginObject("scenario")
+        .Str("file", opts_.scenario.empty()  ? "(built-in)"
+                     : opts_.scenario == "-" ? "(standard input)"
+                                             : opts_.scenario);
+    j.Int("users", static_cast<int64_t>(sc_.users.size()));
+    j.Int("planned_events", static_cast<int64_t>(sc_.cost.events));
+    j.Int("planned_bytes", static_cast<int64_t>(sc_.cost.bytes)).EndObject();
+    j.BeginObject("events").Int("relayed", relayed);
+    for (int k = 0; k < kKinds; ++k) j.Int(kKindNames[k], count_[k]);
+    j.Int("skipped", skipped_).EndObject();
+    if (double_seen_) {
+      j.BeginObject("sdk_results");
+      for (int s = 0; s < 4; ++s) {
+        j.BeginObject(kSlots[s]).Int("calls", sdk_calls_[s]).Int("failures", sdk_fails_[s]);
+        j.EndObject();
+      }
+      j.Int("started", sdk_inits_).Int("released", sdk_quits_).EndObject();
+    } else {
+      j.Null("sdk_results");
+    }
+    j.BeginObject("sends").Int("reached_host", host_.calls).Int("bytes", host_.bytes);
+    j.Int("refused", send_failures_).Int("unexpected", host_.unexpected).EndObject();
+    j.BeginObject("throughput").Num("wall_seconds", tp.wall_s);
+    j.Num("events_per_second", tp.per_wall_s).Num("plugin_seconds", tp.plugin_s);
+    j.Num("events_per_plugin_second", tp.per_plugin_s).EndObject();
+    j.Num("init_ms", static_cast<double>(init_ns_) / 1e6);
+    j.Num("quit_ms", static_cast<double>(quit_ns_) / 1e6);
+    j.BeginObject("latency_ns").Num("relative_error", LatencyHistogram::kRelativeError);
+    auto row = [&j](const char* name, const LatencySummary& s) {
+      j.BeginObject(name).Int("count", static_cast<int64_t>(s.count));
+      j.Int("p50", static_cast<int64_t>(s.p50)).Int("p90", static_cast<int64_t>(s.p90));
+      j.Int("p99", static_cast<int64_t>(s.p99)).Int("max", static_cast<int64_t>(s.max));
+      j.EndObject();
+    };
+    for (int k = 0; k < kKinds; ++k) {
+      if (lat_[k].count() != 0) row(kKindNames[k], lat_[k].Summary());
+    }
+    row("all", total);
+    j.EndObject();
+    j.BeginArray("reloads");
+    for (const ReloadOutcome& r : reloads_) {
+      j.BeginObject().Bool("sdk_file_changed", r.changed);
+      if (r.known) {
+        j.Str("outcome", r.starts > 0 ? "restarted" : "kept").Int("sdk_quits", r.quits);
+        j.Int("sdk_starts", r.starts);
+      } else {
+        j.Str("outcome", "done");
+      }
+      j.EndObject();
+    }
+    j.EndArray();
+    j.BeginObject("log").Str("path", log_path_).Int("lines", log_lines_);
+    j.Int("sdk_failure_lines", log_errors_).EndObject();
+    j.EndObject();
+    std::ofstream f(path, std::ios::binary | std::ios::trunc);
+    f << j.text();
+    f.close();
+    if (!f) {
+      *err = "cannot write the JSON summary to " + path + ": " + strerror(errno);
+      return false;
+    }
+    return true;
+  }
+
+  struct Throughput {
+    double wall_s, plugin_s, per_wall_s, per_plugin_s;
+  };
+
+  LatencyHistogram AllUserEvents() const {
+    LatencyHistogram all;
+    for (int k = 0; k < kUserKinds; ++k) all.Merge(lat_[k]);
+    return all;
+  }
+
+  Throughput Rates(const LatencySummary& total) const {
+    Throughput t;
+    t.wall_s = static_cast<double>(wall_ns_) / 1e9;
+    t.plugin_s = static_cast<double>(total.total) / 1e9;
+    t.per_wall_s = t.wall_s > 0 ? static_cast<double>(total.count) / t.wall_s : 0.0;
+    t.per_plugin_s = t.plugin_s > 0 ? static_cast<double>(total.count) / t.plugin_s : 0.0;
+    return t;
+  }
+
   void Summary() {
     long relayed = 0;
     for (int k = 0; k < kUserKinds; ++k) relayed += count_[k];
@@ -759,32 +964,24 @@ class Simulation {
         log_errors_,
         (opts_.log_file.empty() && !opts_.keep) ? " (removed with the work directory)" : "");
     if (skipped_ > 0) out_ << Format("  skipped: %ld double-only steps\n", skipped_);
-    uint64_t inside = 0;
-    std::vector<uint64_t> all;
-    for (int k = 0; k < kUserKinds; ++k) {
-      all.insert(all.end(), lat_[k].begin(), lat_[k].end());
-    }
-    LatencySummary total = Summarize(all);
-    inside = total.total;
-    double wall_s = static_cast<double>(wall_ns_) / 1e9;
-    double in_s = static_cast<double>(inside) / 1e9;
+    const LatencySummary total = AllUserEvents().Summary();
+    const Throughput tp = Rates(total);
     out_ << Format(
         "  events per second: %.0f over the scenario's %.3f s wall time; %.0f counting "
         "only time inside the plug-in (%.3f s)\n",
-        wall_s > 0 ? static_cast<double>(total.count) / wall_s : 0.0, wall_s,
-        in_s > 0 ? static_cast<double>(total.count) / in_s : 0.0, in_s);
+        tp.per_wall_s, tp.wall_s, tp.per_plugin_s, tp.plugin_s);
     out_ << Format("  OnInit %.3f ms, OnQuit %.3f ms\n", static_cast<double>(init_ns_) / 1e6,
                    static_cast<double>(quit_ns_) / 1e6);
     out_ << "  latency per event in microseconds (plug-in and SDK together; the test double copies "
-            "every record):\n";
+            "every record; percentiles within 0.8 %):\n";
     out_ << Format("    %-10s %9s %9s %9s %9s %9s\n", "event", "count", "p50", "p90", "p99", "max");
     auto row = [&](const char* name, const LatencySummary& s) {
-      out_ << Format("    %-10s %9zu %9.2f %9.2f %9.2f %9.2f\n", name, s.count,
+      out_ << Format("    %-10s %9" PRIu64 " %9.2f %9.2f %9.2f %9.2f\n", name, s.count,
                      static_cast<double>(s.p50) / 1e3, static_cast<double>(s.p90) / 1e3,
                      static_cast<double>(s.p99) / 1e3, static_cast<double>(s.max) / 1e3);
     };
     for (int k = 0; k < kKinds; ++k) {
-      if (!lat_[k].empty()) row(kKindNames[k], Summarize(lat_[k]));
+      if (lat_[k].count() != 0) row(kKindNames[k], lat_[k].Summary());
     }
     row("all", total);
     for (const std::string& p : shown_) out_ << "  problem: " << p << "\n";
@@ -815,7 +1012,7 @@ class Simulation {
   uint32_t seq_ = 0;
   long changes_ = 0;
   long count_[kKinds] = {};
-  std::vector<uint64_t> lat_[kKinds];
+  std::vector<LatencyHistogram> lat_ = std::vector<LatencyHistogram>(kKinds);
   long send_failures_ = 0, skipped_ = 0;
   long unchanged_reloads_ = 0, changed_reloads_ = 0;
   bool double_seen_ = false;  // the SDK was the test double: its counts below are known
@@ -825,6 +1022,9 @@ class Simulation {
   long problems_ = 0;
   std::vector<std::string> shown_;
   uint64_t wall_ns_ = 0, init_ns_ = 0, quit_ns_ = 0;
+  std::vector<ReloadOutcome> reloads_;
+  std::string plugin_version_;
+  uint32_t plugin_id_ = 0;
 };
 
 }  // namespace

@@ -1,6 +1,6 @@
 // wlog_example: a logging context built in code with two categories, "app" writing to a file
-// (under a fresh temporary directory, or the directory given as the first argument) and
-// "console" writing to standard output; "app" forwards everything to "console" as well.
+// (under a fresh temporary directory, or the directory given as the argument) and "console"
+// writing to standard output; "app" forwards everything to "console" as well.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,17 +11,41 @@
 
 #include "wlog/wlog.h"
 
+namespace {
+
+const char kUsage[] =
+    "usage: wlog_example [DIR]\n"
+    "\n"
+    "Logs a few lines through a file category (DIR/app_YYYYMMDD.log; DIR is created when\n"
+    "missing, and defaults to a fresh directory under $TMPDIR or /tmp) that forwards to a\n"
+    "terminal category, then prints the log file's path.\n";
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  if (argc > 1 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
+    fputs(kUsage, stdout);
+    return 0;
+  }
+  if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
+    fprintf(stderr, "wlog_example: %s %s (see wlog_example --help)\n",
+            argc > 2 ? "unexpected argument" : "unknown option", argv[argc > 2 ? 2 : 1]);
+    return 2;
+  }
   char dir[256];
   if (argc > 1) {
+    if (strlen(argv[1]) > 100) {
+      fprintf(stderr, "wlog_example: directory name longer than 100 characters\n");
+      return 2;
+    }
     snprintf(dir, sizeof(dir), "%s", argv[1]);
   } else {
-    char tmpl[] = "/tmp/wlog_example_XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) {
-      perror("mkdtemp");
+    const char* tmp = getenv("TMPDIR");
+    snprintf(dir, sizeof(dir), "%.80s/wlog_example_XXXXXX", tmp != nullptr && *tmp ? tmp : "/tmp");
+    if (mkdtemp(dir) == nullptr) {
+      perror("wlog_example: mkdtemp");
       return 1;
     }
-    snprintf(dir, sizeof(dir), "%s", tmpl);
   }
 
   // The configuration must outlive the context: the library keeps pointers into it.
@@ -57,12 +81,13 @@ int main(int argc, char** argv) {
   if (ctx == nullptr) return 1;
   const int ret = wlog_init(ctx, conf.get());
   if (ret != 0) {
-    fprintf(stderr, "wlog_init failed: %d\n", ret);
-    wlog_free(&ctx);
+    fprintf(stderr, "wlog_init failed: %d (%s)\n", ret, wlog_error_string(ret));
+    if (wlog_free(&ctx) != 0) fprintf(stderr, "wlog_example: wlog_free failed\n");
     return 1;
   }
-  wlog_set_module_name(ctx, "wlog_example");
-  wlog_set_host_name(ctx, "127.0.0.1");
+  if (wlog_set_module_name(ctx, "wlog_example") != 0 || wlog_set_host_name(ctx, "127.0.0.1") != 0) {
+    fprintf(stderr, "wlog_example: cannot set the module or host name\n");
+  }
 
   WLOGCATEGORYINST* log = wlog_get_category(ctx, "app");
   WLOG_LOG_INFO(log, "example started, pid %d", static_cast<int>(getpid()));
@@ -75,8 +100,10 @@ int main(int argc, char** argv) {
   char path[WLOGFILE_PATH_LEN];
   const WLOGCATEGORYINNERINST* inner = reinterpret_cast<WLOGCATEGORYINNERINST*>(log);
   snprintf(path, sizeof(path), "%s", inner->stWlogAnyInst.stInst.stAny.stFile.stInst.szPath);
-  wlog_fini(ctx);
-  wlog_free(&ctx);
+  if (wlog_fini(ctx) != 0 || wlog_free(&ctx) != 0) {
+    fprintf(stderr, "wlog teardown failed\n");
+    return 1;
+  }
   printf("log file: %s\n", path);
   return 0;
 }

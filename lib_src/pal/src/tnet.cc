@@ -56,9 +56,12 @@ int endpoint_addr_i(const TNETOPT* opt, int id, struct sockaddr_storage* ss, int
   return 0;
 }
 
+// Closes fd after a failure and reports that failure (-1 with its errno).
 int close_fail_i(int fd) {
   int saved = errno;
-  tsocket_close(fd);
+  if (tsocket_close(fd) != 0) {
+    // The call has failed already; a failed close adds nothing the caller could act on.
+  }
   errno = saved;
   return -1;
 }
@@ -165,12 +168,9 @@ int tnet_open_by_proto(const TNETOPT* opt, const TNETPROTODEF* proto) {
     case TNET_ID_UDP:
       return tsocket_open_udp();
     case TNET_ID_UNIX: {
-      // The type argument is checked but a local endpoint is always a stream socket.
-      const char* type = tnet_find_arg(opt, "type");
-      if (type != nullptr && tnet_find_type(type) == nullptr) {
-        errno = EINVAL;
-        return -1;
-      }
+      // The type argument is looked up, but a local endpoint is always a stream socket,
+      // whatever it names (an unknown name included).
+      (void)tnet_find_type(tnet_find_arg(opt, "type"));
       return tsocket_open_unix(SOCK_STREAM);
     }
     default:
@@ -239,7 +239,8 @@ int tnet_listen(const char* str, int backlog) {
       if (bind(fd, sa, static_cast<socklen_t>(len)) != 0) return close_fail_i(fd);
       return fd;
     case TNET_ID_UNIX:
-      if (tfexist(opt.szAddr) == 0) tfdelete(opt.szAddr);
+      // A stale socket file would make bind fail: it must go.
+      if (tfexist(opt.szAddr) == 0 && tfdelete(opt.szAddr) != 0) return close_fail_i(fd);
       break;
     default:
       break;
@@ -264,9 +265,11 @@ int tnet_str2inet(const char* str, struct sockaddr_in* addr) {
     errno = ENAMETOOLONG;
     return -1;
   }
+  unsigned short port = 0;
+  if (colon != nullptr && tnet_str2port(colon + 1, &port) != 0) return -1;
   memset(addr, 0, sizeof(*addr));
   addr->sin_family = AF_INET;
-  addr->sin_port = colon ? htons(static_cast<uint16_t>(strtol(colon + 1, nullptr, 10))) : 0;
+  addr->sin_port = htons(port);
   if (tnet_is_number(host)) {
     if (inet_aton(host, &addr->sin_addr) == 0) {
       errno = EINVAL;
@@ -291,6 +294,27 @@ int tnet_str2inet(const char* str, struct sockaddr_in* addr) {
   }
   free(scratch);
   return ret;
+}
+
+int tnet_str2port(const char* str, unsigned short* port) {
+  if (str == nullptr || port == nullptr || *str == '\0') {
+    errno = EINVAL;
+    return -1;
+  }
+  unsigned long value = 0;
+  for (const char* p = str; *p != '\0'; ++p) {
+    if (*p < '0' || *p > '9') {
+      errno = EINVAL;
+      return -1;
+    }
+    value = value * 10 + static_cast<unsigned long>(*p - '0');
+    if (value > 65535) {
+      errno = EINVAL;
+      return -1;
+    }
+  }
+  *port = static_cast<unsigned short>(value);
+  return 0;
 }
 
 int tnet_str2unix(const char* path, struct sockaddr_un* addr) {

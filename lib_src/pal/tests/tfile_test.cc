@@ -1,6 +1,8 @@
+// File wrappers: open flags, offsets and sizes, path queries, whole-file loads, copies, locks.
 #include "pal/tfile.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,27 +11,26 @@
 
 #include <gtest/gtest.h>
 
-#include "pal_test_util.h"
+#include "zq_test/support.h"
 
 namespace {
 
-using pal_test::ReadText;
-using pal_test::TempDir;
-using pal_test::WriteText;
+using zq_test::ReadFile;
+using zq_test::TempDir;
+using zq_test::WriteFile;
 
-TEST(TfOpen, ModeFlags) {
+TEST(TfOpen, FlagsModesAndCloseOnExec) {
   TempDir dir;
-  std::string f = dir.file("a");
-  EXPECT_EQ(tfopen(f.c_str(), 0), -1);
-  EXPECT_EQ(tfopen(f.c_str(), TF_MODE_CREATE), -1);  // neither read nor write
-  EXPECT_EQ(tfopen(f.c_str(), TF_MODE_READ), -1);
-  mode_t old = umask(0);
+  const std::string f = dir.file("a");
+  for (int bad : {0, TF_MODE_CREATE, TF_MODE_READ}) EXPECT_EQ(tfopen(f.c_str(), bad), -1) << bad;
+  const mode_t old = umask(0);
   int fd = tfopen(f.c_str(), TF_MODE_WRITE | TF_MODE_CREATE);
   umask(old);
   ASSERT_GE(fd, 0);
   struct stat st;
   ASSERT_EQ(tfstat(fd, &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0666u);
+  EXPECT_EQ(fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
   char c;
   EXPECT_EQ(tfread(fd, &c, 1), -1);  // write-only
   EXPECT_EQ(tfwrite(fd, "hello", 5), 5);
@@ -38,37 +39,29 @@ TEST(TfOpen, ModeFlags) {
 
   fd = tfopen(f.c_str(), TF_MODE_READ);
   EXPECT_EQ(tfwrite(fd, "x", 1), -1);  // read-only
-  tfclose(fd);
+  EXPECT_EQ(tfclose(fd), 0);
   EXPECT_EQ(tfopen(f.c_str(), TF_MODE_WRITE | TF_MODE_CREATE | TF_MODE_EXCL), -1);
   EXPECT_EQ(errno, EEXIST);
   fd = tfopen(f.c_str(), TF_MODE_READ | TF_MODE_WRITE);
   EXPECT_EQ(tfread(fd, &c, 1), 1);
   EXPECT_EQ(tfwrite(fd, "E", 1), 1);
-  tfclose(fd);
-  EXPECT_EQ(ReadText(f), "hEllo");
-  tfclose(tfopen(f.c_str(), TF_MODE_WRITE | TF_MODE_TRUNCATE));
-  EXPECT_EQ(tflsize(f.c_str()), 0);
-}
-
-TEST(TfSeek, TruncateMovesOffsetAndCutsFile) {
-  TempDir dir;
-  int fd = tfopen(dir.file("t").c_str(), TF_MODE_READ | TF_MODE_WRITE | TF_MODE_CREATE);
-  ASSERT_EQ(tfwrite(fd, "0123456789", 10), 10);
-  EXPECT_EQ(tfseek(fd, 2, SEEK_SET), 2);
   EXPECT_EQ(tfseek(fd, 3, SEEK_CUR), 5);
-  EXPECT_EQ(tftruncate(fd, 4), 0);
+  EXPECT_EQ(tftruncate(fd, 4), 0);  // moves the offset, then cuts
   EXPECT_EQ(tfseek(fd, 0, SEEK_CUR), 4);
   EXPECT_EQ(tfsize(fd), 4);
   EXPECT_EQ(tftruncate(fd, -1), -1);
   EXPECT_EQ(tfsync(fd), 0);
-  tfclose(fd);
+  EXPECT_EQ(tfclose(fd), 0);
   EXPECT_EQ(tfsize(fd), -1);
+  EXPECT_EQ(ReadFile(f), "hEll");
+  EXPECT_EQ(tfclose(tfopen(f.c_str(), TF_MODE_WRITE | TF_MODE_TRUNCATE)), 0);
+  EXPECT_EQ(tflsize(f.c_str()), 0);
 }
 
-TEST(TfStat, PathQueriesFollowLinks) {
+TEST(TfPath, QueriesFollowLinksAndMkdirMakesOneLevel) {
   TempDir dir;
-  std::string f = dir.file("s"), link = dir.file("l");
-  WriteText(f, "12345");
+  const std::string f = dir.file("s"), link = dir.file("l");
+  ASSERT_TRUE(WriteFile(f, "12345"));
   ASSERT_EQ(symlink(f.c_str(), link.c_str()), 0);
   struct stat st;
   ASSERT_EQ(tflstat(link.c_str(), &st), 0);
@@ -81,67 +74,53 @@ TEST(TfStat, PathQueriesFollowLinks) {
   EXPECT_EQ(tfdelete(f.c_str()), -1);
   EXPECT_EQ(tfexist(nullptr), -1);
 
-  mode_t old = umask(0);
+  const mode_t old = umask(0);
   EXPECT_EQ(tfmkdir(dir.file("d").c_str()), 0);
   umask(old);
   ASSERT_EQ(tflstat(dir.file("d").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0770u);
-  EXPECT_EQ(tfmkdir(dir.file("x/y").c_str()), -1);  // one level only
+  EXPECT_EQ(tfmkdir(dir.file("x/y").c_str()), -1);
 }
 
-TEST(TfLoad, WholeEmptyAndShortFiles) {
+TEST(TfLoad, WholeEmptyShortAndCopies) {
   TempDir dir;
-  std::string f = dir.file("f");
-  std::string data(10000, 'q');
-  data[5000] = '\0';
-  WriteText(f, data);
+  const std::string f = dir.file("f"), dst = dir.file("dst");
+  std::string data;
+  for (int i = 0; i < 3 * TF_COPY_BLOCK + 123; ++i) data.push_back(static_cast<char>(i * 7));
+  ASSERT_TRUE(WriteFile(f, data));
   char* buf = nullptr;
   int len = 0;
   ASSERT_EQ(tflload(f.c_str(), &buf, &len), 0);
-  ASSERT_EQ(len, 10000);
-  EXPECT_EQ(std::string(buf, 10000), data);
-  EXPECT_EQ(buf[10000], '\0');
+  ASSERT_EQ(len, static_cast<int>(data.size()));
+  EXPECT_EQ(std::string(buf, data.size()), data);
+  EXPECT_EQ(buf[len], '\0');
   free(buf);
-
   int fd = tfopen(f.c_str(), TF_MODE_READ);
-  tfseek(fd, 3, SEEK_SET);  // fewer bytes remain than the file's size
+  EXPECT_EQ(tfseek(fd, 3, SEEK_SET), 3);  // fewer bytes remain than the file's size
   EXPECT_EQ(tfload(fd, &buf, &len), -1);
   EXPECT_EQ(buf, nullptr);
-  tfclose(fd);
+  EXPECT_EQ(tfclose(fd), 0);
 
-  WriteText(f, "");
-  buf = reinterpret_cast<char*>(&len);
-  len = 7;
-  EXPECT_EQ(tflload(f.c_str(), &buf, &len), 0);
+  ASSERT_EQ(tfcopy(dst.c_str(), f.c_str(), 0), 0);
+  EXPECT_EQ(ReadFile(dst), data);
+  ASSERT_TRUE(WriteFile(f, ""));
+  EXPECT_EQ(tfcopy(dst.c_str(), f.c_str(), 0), -1);  // no overwrite
+  EXPECT_EQ(ReadFile(dst), data);
+  EXPECT_EQ(tfcopy(dst.c_str(), f.c_str(), 1), 0);  // truncated, not overlaid
+  EXPECT_EQ(tflload(dst.c_str(), &buf, &len), 0);   // empty: no buffer
   EXPECT_EQ(buf, nullptr);
   EXPECT_EQ(len, 0);
+  EXPECT_EQ(tfcopy(dst.c_str(), dir.file("missing").c_str(), 1), -1);
+  EXPECT_EQ(tfcopy(dir.file("no/dir").c_str(), f.c_str(), 1), -1);
   EXPECT_EQ(tflload(dir.file("missing").c_str(), &buf, &len), -1);
   EXPECT_EQ(tflload(f.c_str(), nullptr, &len), -1);
 }
 
-TEST(TfCopy, BlocksAndOverwrite) {
-  TempDir dir;
-  std::string src = dir.file("src"), dst = dir.file("dst");
-  std::string data;
-  for (int i = 0; i < 3 * TF_COPY_BLOCK + 123; ++i) data.push_back(static_cast<char>(i * 7));
-  WriteText(src, data);
-  ASSERT_EQ(tfcopy(dst.c_str(), src.c_str(), 0), 0);
-  EXPECT_EQ(ReadText(dst), data);
-
-  WriteText(src, "new");
-  EXPECT_EQ(tfcopy(dst.c_str(), src.c_str(), 0), -1);
-  EXPECT_EQ(ReadText(dst), data);
-  EXPECT_EQ(tfcopy(dst.c_str(), src.c_str(), 1), 0);
-  EXPECT_EQ(ReadText(dst), "new");  // truncated, not overlaid
-  EXPECT_EQ(tfcopy(dst.c_str(), dir.file("missing").c_str(), 1), -1);
-  EXPECT_EQ(tfcopy(dir.file("no/dir").c_str(), src.c_str(), 1), -1);
-}
-
 // Record locks belong to a process, so the contender is a forked child.
 int ChildTryLock(const std::string& path, long start, long length) {
-  pid_t pid = fork();
+  const pid_t pid = fork();
   if (pid == 0) {
-    int fd = tfopen(path.c_str(), TF_MODE_READ | TF_MODE_WRITE);
+    const int fd = tfopen(path.c_str(), TF_MODE_READ | TF_MODE_WRITE);
     _exit(fd >= 0 && tflock(fd, start, length, 0) == 0 ? 0 : 1);
   }
   int status = 0;
@@ -151,16 +130,16 @@ int ChildTryLock(const std::string& path, long start, long length) {
 
 TEST(TfLock, WriteLockExcludesOtherProcesses) {
   TempDir dir;
-  std::string f = dir.file("lock");
-  WriteText(f, std::string(100, 'x'));
-  int fd = tfopen(f.c_str(), TF_MODE_READ | TF_MODE_WRITE);
+  const std::string f = dir.file("lock");
+  ASSERT_TRUE(WriteFile(f, std::string(100, 'x')));
+  const int fd = tfopen(f.c_str(), TF_MODE_READ | TF_MODE_WRITE);
   ASSERT_EQ(tflock(fd, 10, 10, 1), 0);
   EXPECT_EQ(ChildTryLock(f, 15, 1), 1);
   EXPECT_EQ(ChildTryLock(f, 0, 10), 0);
   EXPECT_EQ(ChildTryLock(f, 20, 5), 0);
   ASSERT_EQ(tfunlock(fd, 10, 10), 0);
   EXPECT_EQ(ChildTryLock(f, 15, 1), 0);
-  tfclose(fd);
+  EXPECT_EQ(tfclose(fd), 0);
 }
 
 }  // namespace

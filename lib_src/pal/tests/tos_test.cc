@@ -1,3 +1,4 @@
+// Processes, directories and time.
 #include "pal/tos.h"
 
 #include <errno.h>
@@ -20,13 +21,13 @@
 #include <gtest/gtest.h>
 
 #include "pal/tfile.h"
-#include "pal_test_util.h"
+#include "zq_test/support.h"
 
 namespace {
 
-using pal_test::ReadText;
-using pal_test::TempDir;
-using pal_test::WriteText;
+using zq_test::ReadFile;
+using zq_test::TempDir;
+using zq_test::WriteFile;
 
 bool IsDir(const std::string& p) {
   struct stat st;
@@ -36,8 +37,8 @@ bool IsDir(const std::string& p) {
 // The base name of this test program, which occurs in its executable path.
 std::string SelfName() {
   char buf[PATH_MAX];
-  ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf));
-  std::string exe(buf, n > 0 ? static_cast<size_t>(n) : 0);
+  const ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf));
+  const std::string exe(buf, n > 0 ? static_cast<size_t>(n) : 0);
   return exe.substr(exe.rfind('/') + 1);
 }
 
@@ -62,44 +63,37 @@ pid_t SpawnSleeper(bool ignore_quit) {
 
 bool Alive(pid_t pid) { return kill(pid, 0) == 0; }
 
-TEST(TosMkdir, CreatesMissingParents) {
+TEST(TosMkdir, RecursiveByPathAndTheirFailures) {
   TempDir dir;
-  std::string deep = dir.file("a/b/c/d");
-  mode_t old = umask(0);
-  EXPECT_EQ(tos_mkdir(deep.c_str()), 0);
+  const mode_t old = umask(0);
+  EXPECT_EQ(tos_mkdir(dir.file("a/b/c").c_str()), 0);
   umask(old);
-  EXPECT_TRUE(IsDir(deep));
   struct stat st;
   ASSERT_EQ(stat(dir.file("a").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0755u);
-  EXPECT_EQ(tos_mkdir(deep.c_str()), 0);  // existing
+  EXPECT_EQ(tos_mkdir(dir.file("a/b/c").c_str()), 0);  // existing
   EXPECT_EQ(tos_mkdir(dir.file("x/y/").c_str()), 0);
   EXPECT_TRUE(IsDir(dir.file("x/y")));
-
-  WriteText(dir.file("file"), "x");
-  EXPECT_EQ(tos_mkdir(dir.file("file/sub/deeper").c_str()), -1);
-  EXPECT_EQ(tos_mkdir(""), -1);
-  std::string too_long = dir.path() + "/" + std::string(TOS_MAX_PATH, 'a');
-  EXPECT_EQ(tos_mkdir(too_long.c_str()), -1);
-  EXPECT_EQ(errno, ENAMETOOLONG);
-  EXPECT_EQ(tos_mkdir_by_path(too_long.c_str()), -1);
-}
-
-TEST(TosMkdir, ByPathCreatesOnlyTheDirectories) {
-  TempDir dir;
-  EXPECT_EQ(tos_mkdir_by_path(dir.file("a/b/c.log").c_str()), 0);
-  EXPECT_TRUE(IsDir(dir.file("a/b")));
-  EXPECT_EQ(tfexist(dir.file("a/b/c.log").c_str()), -1);
+  EXPECT_EQ(tos_mkdir_by_path(dir.file("p/q/c.log").c_str()), 0);
+  EXPECT_TRUE(IsDir(dir.file("p/q")));
+  EXPECT_EQ(tfexist(dir.file("p/q/c.log").c_str()), -1);
 
   char cwd[PATH_MAX];
   ASSERT_EQ(tos_getcwd(cwd, sizeof(cwd)), cwd);
   EXPECT_EQ(tos_getcwd(nullptr, 10), nullptr);
   ASSERT_EQ(tos_chdir(dir.path().c_str()), 0);
-  EXPECT_EQ(tos_mkdir_by_path("c.log"), 0);
-  EXPECT_EQ(tfexist("c.log"), -1);
+  EXPECT_EQ(tos_mkdir_by_path("c.log"), 0);  // no directory part: nothing to do
   EXPECT_EQ(tos_mkdir_by_path("rel/x.log"), 0);
   EXPECT_TRUE(IsDir(dir.file("rel")));
   ASSERT_EQ(tos_chdir(cwd), 0);
+
+  ASSERT_TRUE(WriteFile(dir.file("file"), "x"));
+  EXPECT_EQ(tos_mkdir(dir.file("file/sub/deeper").c_str()), -1);
+  EXPECT_EQ(tos_mkdir(""), -1);
+  const std::string too_long = dir.path() + "/" + std::string(TOS_MAX_PATH, 'a');
+  EXPECT_EQ(tos_mkdir(too_long.c_str()), -1);
+  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(tos_mkdir_by_path(too_long.c_str()), -1);
 }
 
 TEST(TosText, FileToMacroAndTime) {
@@ -126,20 +120,24 @@ TEST(TosText, FileToMacroAndTime) {
   EXPECT_EQ(out[5], '#');
 }
 
-TEST(TosPid, FilesAndExecutableChecks) {
+TEST(TosPid, FilesExecutablesSignalsAndWaits) {
   TempDir dir;
-  std::string f = dir.file("pid");
+  const std::string f = dir.file("pid");
   ASSERT_EQ(tos_write_pid(f.c_str()), 0);
-  EXPECT_EQ(ReadText(f), std::to_string(getpid()) + "\n");
+  EXPECT_EQ(ReadFile(f), std::to_string(getpid()) + "\n");
   EXPECT_EQ(tos_read_pid(f.c_str()), static_cast<int>(getpid()));
-  WriteText(f, "  42 trailing");
-  EXPECT_EQ(tos_read_pid(f.c_str()), 42);
-  WriteText(f, "none");
-  EXPECT_EQ(tos_read_pid(f.c_str()), -1);
+  const struct {
+    const char* text;
+    int pid;
+  } files[] = {{"  42 trailing", 42}, {"none", -1}};
+  for (const auto& c : files) {
+    ASSERT_TRUE(WriteFile(f, c.text));
+    EXPECT_EQ(tos_read_pid(f.c_str()), c.pid) << c.text;
+  }
   EXPECT_EQ(tos_read_pid(dir.file("missing").c_str()), -1);
 
   char exe[PATH_MAX];
-  int n = tos_get_exe(getpid(), exe, sizeof(exe));
+  const int n = tos_get_exe(getpid(), exe, sizeof(exe));
   ASSERT_GT(n, 0);
   EXPECT_EQ(std::string(exe, static_cast<size_t>(n)).rfind(SelfName()), n - SelfName().size());
   EXPECT_EQ(tos_check_pid(getpid(), SelfName().c_str()), 0);
@@ -147,32 +145,37 @@ TEST(TosPid, FilesAndExecutableChecks) {
   EXPECT_EQ(tos_check_pid(getpid(), "no-such-program"), -1);
   EXPECT_EQ(errno, 0);
   EXPECT_EQ(tos_check_pid(INT_MAX, "x"), -1);
-}
 
-TEST(TosTimedWait, GoneOrTimeout) {
-  pid_t pid = SpawnSleeper(false);
-  ASSERT_GT(pid, 0);
-  EXPECT_EQ(tos_timed_wait(pid, 0), -1);
+  const pid_t child = SpawnSleeper(false);
+  ASSERT_GT(child, 0);
+  ASSERT_TRUE(WriteFile(f, std::to_string(child)));
+  pid_t got = 0;
+  EXPECT_EQ(tos_send_signal(f.c_str(), "no-such-program", SIGUSR1, &got), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(got, child);
+  EXPECT_EQ(tos_timed_wait(child, 0), -1);
   EXPECT_EQ(errno, ETIMEDOUT);
-  kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
-  EXPECT_EQ(tos_timed_wait(pid, 5), 0);
+  EXPECT_EQ(tos_send_signal(f.c_str(), SelfName().c_str(), SIGUSR1, &got), 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGUSR1);
+  EXPECT_EQ(tos_timed_wait(child, 5), 0);
 }
 
 // Runs in a forked test process that ignores SIGCHLD, so stopped children do not linger
 // as zombies (which kill(pid, 0) would still see).
 TEST(TosKillPrev, StopsOnlyAMatchingProcess) {
+  TempDir dir;  // made here: the child ends with _exit and removes nothing
   EXPECT_EXIT(
       {
         signal(SIGCHLD, SIG_IGN);
-        TempDir dir;
-        std::string pidfile = dir.file("p.pid");
-        pid_t pid = SpawnSleeper(false);
-        WriteText(pidfile, std::to_string(pid) + "\n");
-        bool ok = tos_kill_prev(pidfile.c_str(), "no-such-program", 1) == 0 && Alive(pid);
+        const std::string pidfile = dir.file("p.pid");
+        const pid_t pid = SpawnSleeper(false);
+        bool ok = WriteFile(pidfile, std::to_string(pid) + "\n");
+        ok = ok && tos_kill_prev(pidfile.c_str(), "no-such-program", 1) == 0 && Alive(pid);
         ok = ok && tos_kill_prev(pidfile.c_str(), SelfName().c_str(), 10) == 0 && !Alive(pid);
-        pid_t stubborn = SpawnSleeper(true);
-        WriteText(pidfile, std::to_string(stubborn));
+        const pid_t stubborn = SpawnSleeper(true);
+        ok = ok && WriteFile(pidfile, std::to_string(stubborn));
         ok = ok && tos_kill_prev(pidfile.c_str(), SelfName().c_str(), 1) == -1 &&
              errno == ETIMEDOUT && Alive(stubborn);
         kill(stubborn, SIGKILL);
@@ -182,36 +185,21 @@ TEST(TosKillPrev, StopsOnlyAMatchingProcess) {
       ::testing::ExitedWithCode(0), "");
 }
 
-TEST(TosSendSignal, SignalsOnlyTheNamedProgram) {
-  TempDir dir;
-  std::string pidfile = dir.file("p");
-  pid_t child = SpawnSleeper(false);
-  WriteText(pidfile, std::to_string(child));
-  pid_t got = 0;
-  EXPECT_EQ(tos_send_signal(pidfile.c_str(), "no-such-program", SIGUSR1, &got), -1);
-  EXPECT_EQ(errno, EINVAL);
-  EXPECT_EQ(got, child);
-  EXPECT_EQ(tos_send_signal(pidfile.c_str(), SelfName().c_str(), SIGUSR1, &got), 0);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGUSR1);
-}
-
 // Runs tos_make_daemon(path) in a child with the test process as reaper of every descendant;
 // the daemon writes what it observes to "daemon.out" in its working directory. Returns the
 // sorted exit statuses collected. The middle process ignores SIGCHLD, so a daemon that ends
 // before it does is reaped silently: the daemon therefore waits until it has been handed
 // over to the test process (a daemon that exits in tos_make_daemon cannot wait).
 std::vector<int> RunDaemon(const std::string& path) {
-  pid_t reaper = getpid();
+  const pid_t reaper = getpid();
   if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) return {};
   if (fork() == 0) {
-    pid_t sid_before = getsid(0);
+    const pid_t sid_before = getsid(0);
     if (tos_make_daemon(path.c_str()) != 0) _exit(3);
     for (int i = 0; i < 5000 && getppid() != reaper; ++i) usleep(1000);
     struct sigaction sa;
     sigaction(SIGTERM, nullptr, &sa);
-    WriteText("daemon.out",
+    WriteFile("daemon.out",
               std::to_string(getsid(0) != sid_before) + std::to_string(getsid(0) != getpid()) +
                   std::to_string(sa.sa_handler == SIG_IGN) + std::to_string(umask(0)));
     _exit(0);
@@ -223,18 +211,14 @@ std::vector<int> RunDaemon(const std::string& path) {
   return codes;
 }
 
-TEST(TosMakeDaemon, DetachesIntoTheDirectory) {
+TEST(TosMakeDaemon, DetachesIntoTheDirectoryOrExitsWithTwo) {
   TempDir dir;
   EXPECT_EQ(RunDaemon(dir.path()), (std::vector<int>{0, 0, 0}));
   // new session, not its leader, SIGTERM ignored, umask 0
-  EXPECT_EQ(ReadText(dir.file("daemon.out")), "1110");
-}
-
-TEST(TosMakeDaemon, ExitsWithTwoWhenTheDirectoryIsMissing) {
-  TempDir dir;
+  EXPECT_EQ(ReadFile(dir.file("daemon.out")), "1110");
   bool seen = false;
   for (int i = 0; i < 20 && !seen; ++i) {
-    std::vector<int> codes = RunDaemon(dir.file("missing"));
+    const std::vector<int> codes = RunDaemon(dir.file("missing"));
     if (codes == std::vector<int>{0, 0}) continue;  // exited before the hand-over; try again
     EXPECT_EQ(codes, (std::vector<int>{0, 0, 2}));
     seen = true;
@@ -245,7 +229,7 @@ TEST(TosMakeDaemon, ExitsWithTwoWhenTheDirectoryIsMissing) {
 TEST(TosMisc, OsInfoSleepAndPipe) {
   struct utsname un;
   ASSERT_EQ(uname(&un), 0);
-  std::string info = tos_get_osinfo();
+  const std::string info = tos_get_osinfo();
   EXPECT_EQ(info.rfind(std::string(un.sysname) + " " + un.nodename + " " + un.release, 0), 0u);
   EXPECT_LT(info.size(), static_cast<size_t>(TOS_OSINFO_SIZE));
   struct timespec a, b;
@@ -253,7 +237,6 @@ TEST(TosMisc, OsInfoSleepAndPipe) {
   EXPECT_EQ(tos_usleep(30000), 0);
   clock_gettime(CLOCK_MONOTONIC, &b);
   EXPECT_GE((b.tv_sec - a.tv_sec) * 1000000000LL + (b.tv_nsec - a.tv_nsec), 30000000LL);
-
   EXPECT_EXIT(
       {
         int fds[2];

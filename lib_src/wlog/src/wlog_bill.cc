@@ -77,11 +77,11 @@ int wlog_bill_fini(WLOGFILE** ppstBill) {
   if (ppstBill == nullptr || *ppstBill == nullptr) return -1;
   WLOGFILE* file = *ppstBill;
   WLOGDEVFILE* dev = file->pstDev;
-  wlogfile_fini(file);
+  const int ret = wlogfile_fini(file);  // the last flush
   free(file);
   free(dev);
   *ppstBill = nullptr;
-  return 0;
+  return ret < 0 ? -1 : 0;
 }
 
 }  // extern "C"

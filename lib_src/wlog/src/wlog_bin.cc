@@ -1,6 +1,7 @@
 // The 40-byte binary record head: big-endian encoding, decoding, packing and filtering.
 
 #include <errno.h>
+#include <limits.h>
 #include <string.h>
 
 #include "wlog/wlog.h"
@@ -23,6 +24,13 @@ inline uint32_t get_u32(const char* p) {
 }
 
 inline int32_t get_i32(const char* p) { return static_cast<int32_t>(get_u32(p)); }
+
+// Head length + body length of a packet, or -1 when the body length read is negative or the
+// sum does not fit an int (bytes that are no packet head must not overflow the sum).
+int pkg_len(int head, int32_t body) {
+  if (body < 0 || body > INT_MAX - head) return -1;
+  return head + body;
+}
 
 }  // namespace
 
@@ -68,14 +76,15 @@ int wlogbin_ntoh_head(WLOGBINHEAD* pstHead, const char* pszBuff, size_t iLen) {
 int wlogbin_get_head(WLOGBINHEAD* pstHead, int* piPkgLen, const char* pszBuff, size_t iLen) {
   const int head = wlogbin_ntoh_head(pstHead, pszBuff, iLen);
   if (head < 0) return -1;
-  if (piPkgLen != nullptr) *piPkgLen = head + pstHead->iBodyLen;
-  return head;
+  const int pkg = pkg_len(head, pstHead->iBodyLen);
+  if (piPkgLen != nullptr) *piPkgLen = pkg;
+  return pkg < 0 ? -1 : head;
 }
 
 int wlogbin_get_pkgsize(const char* pszBuff, size_t iLen) {
   if (pszBuff == nullptr || iLen < WLOGBIN_HEAD_LEN) return -1;
   const unsigned char head = static_cast<unsigned char>(pszBuff[WLOGBIN_OFF_HEADLEN]);
-  return static_cast<int>(head) + get_i32(pszBuff + WLOGBIN_OFF_BODYLEN);
+  return pkg_len(head, get_i32(pszBuff + WLOGBIN_OFF_BODYLEN));
 }
 
 int wlogbin_make_pkg(char* pszBuff, size_t iSpace, WLOGBINHEAD* pstHead, const char* pszBody,

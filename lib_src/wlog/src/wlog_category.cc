@@ -37,29 +37,12 @@ inline bool can_write_filter(const WLOGCATEGORYINNERINST* c, unsigned id, unsign
          (c->pstCat->stFilter.iCount < 1 || wlogfilter_match_vec(&c->pstCat->stFilter, id, cls));
 }
 
-// The device's own message space when it builds records itself (memory ring), else the
-// category buffer.
-char* get_buffer(WLOGCATEGORYINNERINST* c) {
-  WLOGCATEGORY* cat = c->pstCat;
-  const WLOGANYOPS* ops = wlogany_find_ops_i(cat->stDevice.iType);
-  if (ops != nullptr && ops->pfnOwnsRecord != nullptr && ops->pfnGetMsgBuff != nullptr &&
-      ops->pfnOwnsRecord(&cat->stDevice)) {
-    char* slot = nullptr;
-    if (ops->pfnGetMsgBuff(&c->stWlogAnyInst, static_cast<size_t>(cat->iMaxMsgSize), &slot) == 0 &&
-        slot != nullptr) {
-      return slot;
-    }
-  }
-  return c->pszBuff;
-}
-
 // The buffer a log call formats into, with its size in *max; null when the category has no
 // configuration, no buffer or a size below 1.
 char* message_buffer(WLOGCATEGORYINNERINST* c, int* max) {
   if (c->pstCat == nullptr) return nullptr;
   *max = c->pstCat->iMaxMsgSize;
-  char* buf = get_buffer(c);
-  return *max < 1 ? nullptr : buf;
+  return *max < 1 ? nullptr : c->pszBuff;
 }
 
 // Hands the record to one category's appender (initialising it on first use).
@@ -73,16 +56,23 @@ int append(WLOGCATEGORYINNERINST* a, WLOGEVENTBASE* e) {
   const size_t msg_len = e->evt_msg_len > 0 ? static_cast<size_t>(e->evt_msg_len) : 0;
   const size_t pre_len = e->evt_msg_prefix_len > 0 ? static_cast<size_t>(e->evt_msg_prefix_len) : 0;
   const size_t suf_len = e->evt_msg_sufix_len > 0 ? static_cast<size_t>(e->evt_msg_sufix_len) : 0;
-  if (ops != nullptr && ops->iJoinPieces && pre_len + msg_len + suf_len <= WLOG_JOIN_PIECES_MAX) {
+  const size_t total = pre_len + msg_len + suf_len;
+  if (ops != nullptr && ops->iJoinPieces && total <= WLOG_JOIN_PIECES_MAX) {
     // A byte-stream device gets a short record as one piece: one call into stdio, not three.
+    // It is assembled behind the prefix in the prefix buffer when it fits there (the prefix
+    // itself stays as it is for the next category of the chain), else on the stack.
     char joined[WLOG_JOIN_PIECES_MAX];
-    memcpy(joined, e->evt_msg_prefix_buffer, pre_len);
-    if (msg_len > 0) memcpy(joined + pre_len, e->evt_msg, msg_len);
-    memcpy(joined + pre_len + msg_len, e->evt_msg_sufix_buffer, suf_len);
+    char* rec = e->evt_msg_prefix_buffer;
+    if (total > sizeof(e->evt_msg_prefix_buffer)) {
+      rec = joined;
+      memcpy(rec, e->evt_msg_prefix_buffer, pre_len);
+    }
+    if (msg_len > 0) memcpy(rec + pre_len, e->evt_msg, msg_len);
+    memcpy(rec + pre_len + msg_len, e->evt_msg_sufix_buffer, suf_len);
     WLOGIOVEC one;
-    one.iov_base = joined;
-    one.iov_len = pre_len + msg_len + suf_len;
-    return ops->pfnWritev(&a->stWlogAnyInst, e->evt_id, e->evt_cls, &one, 1);
+    one.iov_base = rec;
+    one.iov_len = total;
+    return wlogany_writev(&a->stWlogAnyInst, e->evt_id, e->evt_cls, &one, 1);
   }
   WLOGIOVEC vec[3];
   int n = 0;
@@ -133,20 +123,15 @@ int log_in(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e) {
   e->evt_msg_prefix_len = 0;
   e->evt_msg_sufix_len = 0;
 
-  const WLOGANYOPS* ops = wlogany_find_ops_i(cat->stDevice.iType);
-  if (ops != nullptr && ops->pfnOwnsRecord != nullptr && ops->pfnMakeRecord != nullptr &&
-      ops->pfnOwnsRecord(&cat->stDevice)) {
-    ops->pfnMakeRecord(&c->stWlogAnyInst, e);
-    return 0;
-  }
-
   e->evt_category = cat->szName;
   WLOGCTX* ctx = wlog_get_context_i(c);
   e->evt_hostName = ctx->szHostName;
   e->evt_moduleName = ctx->szModuleName;
 
   if (e->evt_is_msg_binary) {
-    if (!(cat->stDevice.iType == WLOG_DEV_FILE && cat->stDevice.stDevice.stFile.iDropBinaryHead)) {
+    const WLOGANYOPS* ops = wlogany_find_ops_i(cat->stDevice.iType);
+    if (ops == nullptr || ops->pfnDropsBinaryHead == nullptr ||
+        !ops->pfnDropsBinaryHead(&cat->stDevice)) {
       build_binary_head(c, e);
     }
   } else if (cat->szFormat[0] != '\0') {
@@ -321,22 +306,9 @@ int wlog_query_net_category_status(WLOGCATEGORYINST* pstCat) {
   if (pstCat == nullptr) return -1;
   WLOGCATEGORYINNERINST* c = inner_of(pstCat);
   if (c->pstCat == nullptr) return -1;
-  const WLOGDEVANYINST& inst = c->stWlogAnyInst.stInst;
-  switch (c->pstCat->stDevice.iType) {
-    case WLOG_DEV_NET:
-      return inst.stAny.stNet.stInst.iIsSendNetSucc ? 0 : 1;
-    case WLOG_DEV_VEC: {
-      const WLOGVEC& vec = inst.stAny.stVec;
-      const int n = vec.iCount < WLOGVEC_MAX_ELEMENT ? vec.iCount : WLOGVEC_MAX_ELEMENT;
-      for (int i = 0; i < n; ++i) {
-        const WLOGELEMENT& el = vec.astElements[i];
-        if (el.iType == WLOG_DEV_NET && !el.stFileOrNet.stNet.stInst.iIsSendNetSucc) return -1;
-      }
-      return 0;
-    }
-    default:
-      return 0;
-  }
+  const WLOGANYOPS* ops = wlogany_find_ops_i(c->pstCat->stDevice.iType);
+  if (ops == nullptr || ops->pfnQueryStatus == nullptr) return 0;
+  return ops->pfnQueryStatus(&c->stWlogAnyInst);
 }
 
 }  // extern "C"

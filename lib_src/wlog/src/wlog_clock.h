@@ -19,4 +19,7 @@ typedef time_t (*WLOGFILECLOCK)(time_t* t);
 /* Installs clock as the file appender's time source; NULL restores time(). */
 void wlogfile_set_clock_i(WLOGFILECLOCK clock);
 
+/* Runs the find-latest step of wlogfile_init on an appender state (nothing is opened). */
+int wlogfile_find_latest_i(struct tagWLogFile* f);
+
 #endif /* WLOG_SRC_WLOG_CLOCK_H */

@@ -87,8 +87,14 @@ void resolve_links(WLOGCTX* ctx) {
   }
 }
 
-inline bool is_mem(const WLOGCATEGORYINNERINST* c) {
-  return c->pstCat != nullptr && c->pstCat->stDevice.iType == WLOG_DEV_MEM;
+const WLOGANYOPS* ops_of(const WLOGCATEGORY* cat) {
+  return cat != nullptr ? wlogany_find_ops_i(cat->stDevice.iType) : nullptr;
+}
+
+// A category no forward chain may reach (its device builds its own records).
+inline bool is_no_forward_target(const WLOGCATEGORYINNERINST* c) {
+  const WLOGANYOPS* ops = ops_of(c->pstCat);
+  return ops != nullptr && ops->iNoForwardTarget;
 }
 
 // 0 when the forward chain from c is finite and reaches no memory-device category, else the
@@ -99,10 +105,10 @@ int check_forward_chain(WLOGCATEGORYINNERINST* c) {
   for (;;) {
     fast = fast->pstForward;
     if (fast == nullptr) return 0;
-    if (is_mem(fast)) return kLoopMemTarget;
+    if (is_no_forward_target(fast)) return kLoopMemTarget;
     fast = fast->pstForward;
     if (fast == nullptr) return 0;
-    if (is_mem(fast)) return kLoopMemTarget;
+    if (is_no_forward_target(fast)) return kLoopMemTarget;
     slow = slow->pstForward;
     if (slow == fast) return kLoopCycle;
   }
@@ -117,34 +123,16 @@ void release_instance(WLOGCATEGORYINNERINST* c) {
   c->pszBuff = nullptr;
 }
 
-// Renames the file part of a pattern (capacity cap): "dir/app.log" with "sub.log" becomes
-// "dir/app_sub.log"; "dir/app" becomes "dir/sub.log"; "app" becomes "sub.log".
-void rename_pattern(char* pattern, size_t cap, const char* name) {
-  size_t len = strnlen(pattern, cap - 1);
-  size_t pos = 0;
-  while (len > 0) {
-    const char ch = pattern[len - 1];
-    if (ch == '.') {
-      pattern[len - 1] = '_';
-      pos = len;
-      break;
-    }
-    if (ch == '/' || ch == '\\' || ch == ':') {
-      pos = len;
-      break;
-    }
-    --len;
+// Finalises every instance from the last down, then the process-wide parts.
+void release_context(WLOGCTX* ctx) {
+  while (ctx->stInst.iCount > 0) {
+    release_instance(&ctx->stInst.astCatInsts[ctx->stInst.iCount - 1]);
+    ctx->stInst.iCount--;
   }
-  if (pos >= cap) return;
-  const size_t room = cap - 1 - pos;
-  const size_t n = strnlen(name, room);
-  memcpy(pattern + pos, name, n);
-  pattern[pos + n] = '\0';
-}
-
-bool is_bill_file(const WLOGDEVFILE* f) {
-  return f->iBuffSize == 0 && f->iMaxRotate == 0 && f->iPrecision == 1 && f->iRotateStick == 0 &&
-         f->iSyncTime == 0;
+  if (ctx->pstConf != nullptr) {
+    modules_fini();
+    ctx->pstConf = nullptr;  // a second fini does not release the modules again
+  }
 }
 
 }  // namespace
@@ -191,7 +179,7 @@ int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
     c->pstCat = cat;
     c->pszBuff = static_cast<char*>(calloc(1, static_cast<size_t>(cat->iMaxMsgSize)));
     if (c->pszBuff == nullptr) {
-      wlog_fini(pstCtx);
+      release_context(pstCtx);
       return status;
     }
     if (!pstConf->iDelayInit) {
@@ -203,7 +191,7 @@ int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
         if (!pstConf->iSuppressError || cat->iMustSucc) {
           free(c->pszBuff);
           c->pszBuff = nullptr;
-          wlog_fini(pstCtx);
+          release_context(pstCtx);
           return ret;
         }
       }
@@ -217,7 +205,7 @@ int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
     const int loop = check_forward_chain(&pstCtx->stInst.astCatInsts[i]);
     if (loop != 0) {
       printf("wlog conf forward category form loop %d\n", loop);
-      wlog_fini(pstCtx);
+      release_context(pstCtx);
       return WLOG_ERRCODE(WLOG_ERROR_LOOP);
     }
   }
@@ -226,14 +214,7 @@ int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
 
 int wlog_fini(WLOGCTX* pstCtx) {
   if (pstCtx == nullptr) return -1;
-  while (pstCtx->stInst.iCount > 0) {
-    release_instance(&pstCtx->stInst.astCatInsts[pstCtx->stInst.iCount - 1]);
-    pstCtx->stInst.iCount--;
-  }
-  if (pstCtx->pstConf != nullptr) {
-    modules_fini();
-    pstCtx->pstConf = nullptr;  // a second fini does not release the modules again
-  }
+  release_context(pstCtx);
   return 0;
 }
 
@@ -268,35 +249,14 @@ int wlog_reload(WLOGCTX* pstCtx, WLOGCONF* pstConf) {
       for (int guard = 0; root->pstCloneParent != nullptr && guard <= WLOG_MAX_CATEGORY; ++guard) {
         root = root->pstCloneParent;
       }
-      if (root != c && root->pstCat != nullptr && c->pstCat != nullptr) {
-        const WLOGCATEGORY* src = root->pstCat;
+      const WLOGANYOPS* ops = ops_of(root->pstCat);
+      if (root != c && c->pstCat != nullptr && ops != nullptr) {
         WLOGCATEGORY* dst = c->pstCat;
+        const WLOGCATEGORY* src = root->pstCat;
         dst->iPriorityHigh = src->iPriorityHigh;
         dst->iPriorityLow = src->iPriorityLow;
         dst->stFilter = src->stFilter;
-        switch (src->stDevice.iType) {
-          case WLOG_DEV_MEM:
-            dst->stDevice.stDevice.stMem.iEnable = src->stDevice.stDevice.stMem.iEnable;
-            break;
-          case WLOG_DEV_NET:
-            dst->stDevice.stDevice.stNet = src->stDevice.stDevice.stNet;
-            break;
-          case WLOG_DEV_VEC: {
-            const WLOGDEVVEC& sv = src->stDevice.stDevice.stVec;
-            WLOGDEVVEC& dv = dst->stDevice.stDevice.stVec;
-            int n = sv.iCount < 0 ? 0 : sv.iCount;
-            if (n > WLOGVEC_MAX_ELEMENT) n = WLOGVEC_MAX_ELEMENT;
-            dv.iCount = n;
-            for (int k = 0; k < n; ++k) {
-              if (sv.astElements[k].iType == WLOG_DEV_NET) {
-                dv.astElements[k].stDevice.stNet = sv.astElements[k].stDevice.stNet;
-              }
-            }
-            break;
-          }
-          default:
-            break;  // file names stay the clone's own
-        }
+        if (ops->pfnCloneRefresh != nullptr) ops->pfnCloneRefresh(&dst->stDevice, &src->stDevice);
       }
     }
     if (c->pstCat != nullptr && c->pstCat->iMaxMsgSize < 1) {
@@ -320,21 +280,10 @@ WLOGCATEGORYINST* wlog_get_bill_category(WLOGCTX* pstCtx, const char* pszName) {
   if (pub == nullptr) return nullptr;
   const WLOGCATEGORY* cat = inner_of(pub)->pstCat;
   if (cat == nullptr || cat->stFilter.iCount != 0) return nullptr;
-  if (cat->stDevice.iType == WLOG_DEV_FILE) {
-    return is_bill_file(&cat->stDevice.stDevice.stFile) ? pub : nullptr;
-  }
-  if (cat->stDevice.iType == WLOG_DEV_VEC) {
-    const WLOGDEVVEC& vec = cat->stDevice.stDevice.stVec;
-    const int n = vec.iCount < WLOGVEC_MAX_ELEMENT ? vec.iCount : WLOGVEC_MAX_ELEMENT;
-    for (int i = 0; i < n; ++i) {
-      const WLOGDEVELEMENT& el = vec.astElements[i];
-      if (el.stFilterVec.iCount == 0 && el.iType == WLOG_DEV_FILE &&
-          is_bill_file(&el.stDevice.stFile)) {
-        return pub;
-      }
-    }
-  }
-  return nullptr;
+  const WLOGANYOPS* ops = ops_of(cat);
+  if (ops == nullptr || ops->pfnIsBill == nullptr || !ops->pfnIsBill(&cat->stDevice))
+    return nullptr;
+  return pub;
 }
 
 int wlog_get_category_size(WLOGCTX* pstCtx) {
@@ -349,8 +298,9 @@ WLOGCATEGORYINST* wlog_get_category_by_index(WLOGCTX* pstCtx, int iIndex) {
 const char* wlog_get_category_pattern(WLOGCATEGORYINST* pstCat) {
   if (pstCat == nullptr) return nullptr;
   const WLOGCATEGORY* cat = inner_of(pstCat)->pstCat;
-  if (cat == nullptr || cat->stDevice.iType != WLOG_DEV_FILE) return nullptr;
-  return cat->stDevice.stDevice.stFile.szPattern;
+  const WLOGANYOPS* ops = ops_of(cat);
+  if (ops == nullptr || ops->pfnFilePattern == nullptr) return nullptr;
+  return ops->pfnFilePattern(&cat->stDevice);
 }
 
 WLOGCTX* wlog_get_context(WLOGCATEGORYINST* pstCat) {
@@ -380,7 +330,8 @@ int wlog_set_category_forward(WLOGCATEGORYINST* pstCat, WLOGCATEGORYINST* pstFor
   // Refuse what wlog_init refuses: a cycle, or a memory-device category as a target.
   int guard = 0;
   for (WLOGCATEGORYINNERINST* p = f; p != nullptr; p = p->pstForward) {
-    if (p == c || is_mem(p) || ++guard > WLOG_MAX_CATEGORY) return WLOG_ERRCODE(WLOG_ERROR_LOOP);
+    if (p == c || is_no_forward_target(p) || ++guard > WLOG_MAX_CATEGORY)
+      return WLOG_ERRCODE(WLOG_ERROR_LOOP);
   }
   copy_text(c->pstCat->szForwardCat, sizeof(c->pstCat->szForwardCat), f->pstCat->szName);
   c->pstForward = f;
@@ -404,8 +355,7 @@ int wlog_clone_category_i(WLOGCATEGORYINST* pstParent, const WLOGCLONEOPTION* ps
   WLOGCATEGORYINNERINST* c = &ctx->stInst.astCatInsts[idx];
   *c = *parent;
   memset(&c->stWlogAnyInst, 0, sizeof(c->stWlogAnyInst));  // the parent's appender is not shared
-  c->iInited = 0;
-  c->iSeq = 0;
+  c->iInited = 0;  // the binary-record sequence (iSeq) goes on from the parent's
   c->pszBuff = nullptr;
   c->pstCloneParent = parent;
   c->iIndex = idx;
@@ -420,34 +370,9 @@ int wlog_clone_category_i(WLOGCATEGORYINST* pstParent, const WLOGCLONEOPTION* ps
   copy_text(c->szName, sizeof(c->szName), pstOption->pszCategoryName);
   copy_text(cat->szName, sizeof(cat->szName), pstOption->pszCategoryName);
 
-  char name[2 * WLOGMEM_STRING_LEN];
-  snprintf(name, sizeof(name), "%s.%s", pstOption->pszPatternPrefix, pstOption->pszPatternSuffix);
-  WLOGDEVSELECTOR& dev = cat->stDevice.stDevice;
-  switch (cat->stDevice.iType) {
-    case WLOG_DEV_FILE:
-      rename_pattern(dev.stFile.szPattern, sizeof(dev.stFile.szPattern), name);
-      break;
-    case WLOG_DEV_VEC: {
-      const int n = dev.stVec.iCount < WLOGVEC_MAX_ELEMENT ? dev.stVec.iCount : WLOGVEC_MAX_ELEMENT;
-      int k = 0;
-      for (int i = 0; i < n; ++i) {
-        WLOGDEVELEMENT& el = dev.stVec.astElements[i];
-        if (el.iType != WLOG_DEV_FILE) continue;
-        char el_name[sizeof(name) + 16];
-        snprintf(el_name, sizeof(el_name), "%s_%d.%s", pstOption->pszPatternPrefix, k++,
-                 pstOption->pszPatternSuffix);
-        rename_pattern(el.stDevice.stFile.szPattern, sizeof(el.stDevice.stFile.szPattern), el_name);
-      }
-      break;
-    }
-    case WLOG_DEV_MEM: {
-      rename_pattern(dev.stMem.szPattern, sizeof(dev.stMem.szPattern), name);
-      const size_t used = strnlen(dev.stMem.szUri, sizeof(dev.stMem.szUri) - 1);
-      snprintf(dev.stMem.szUri + used, sizeof(dev.stMem.szUri) - used, "%s", name);
-      break;
-    }
-    default:
-      break;
+  const WLOGANYOPS* ops = ops_of(cat);
+  if (ops != nullptr && ops->pfnCloneRename != nullptr) {
+    ops->pfnCloneRename(&cat->stDevice, pstOption->pszPatternPrefix, pstOption->pszPatternSuffix);
   }
 
   if (wlogany_init(&c->stWlogAnyInst, &cat->stDevice) >= 0) {

@@ -10,6 +10,7 @@
 
 #include "wlog/wlog_file.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -24,6 +25,7 @@
 #include "pal/tos.h"
 #include "wlog/wlog.h"
 #include "wlog_clock.h"
+#include "wlog_internal.h"
 
 namespace {
 
@@ -52,14 +54,14 @@ void format_path(char* out, const char* base, int index) {
 // A new period resets the index (0 when rotating, 1 in bill mode); bill mode then settles
 // on the newest existing file of the sequence. Returns 0, or -1 when the pattern expands to
 // nothing (empty or too long).
-int make_path(WLOGFILE* f, char* out) {
+// The pattern expanded for the period of tLastMsg into base (kPathLen bytes); its length, 0
+// when it expands to nothing (empty or too long).
+size_t make_base(const WLOGFILE* f, char* base) {
   const WLOGDEVFILE* dev = f->pstDev;
-  WLOGDEVFILEINST* st = &f->stInst;
-
-  time_t t = st->tLastMsg;
+  time_t t = f->stInst.tLastMsg;
   if (dev->iPrecision > 0) t = (t / dev->iPrecision) * dev->iPrecision;
   struct tm tm;
-  if (localtime_r(&t, &tm) == nullptr) return -1;
+  if (localtime_r(&t, &tm) == nullptr) return 0;
 
   // The pattern field is fixed-size; copy it so a missing terminator cannot be overrun.
   char pattern[sizeof(dev->szPattern) + 1];
@@ -67,9 +69,14 @@ int make_path(WLOGFILE* f, char* out) {
   pattern[sizeof(dev->szPattern)] = '\0';
   const char* pat = pattern;
   if (strncmp(pat, kUrlPrefix, kUrlPrefixLen) == 0) pat += kUrlPrefixLen;
+  return strftime(base, kPathLen, pat, &tm);
+}
 
+int make_path(WLOGFILE* f, char* out) {
+  const WLOGDEVFILE* dev = f->pstDev;
+  WLOGDEVFILEINST* st = &f->stInst;
   char base[kPathLen];
-  size_t n = strftime(base, sizeof(base), pat, &tm);
+  const size_t n = make_base(f, base);
   if (n == 0) return -1;
 
   if (strncmp(base, st->szPath, n) != 0) st->iCurRotate = is_bill_mode(dev) ? 1 : 0;
@@ -95,31 +102,75 @@ void store_path(WLOGDEVFILEINST* st, const char* path) {
   st->szPath[n] = '\0';
 }
 
-// Rotating mode: move to the numbered file with the newest modification time, searching
-// from the current index up; a later index wins a tie. -1 in bill mode.
+// The index N of a numbered file name "<name>.N" as format_path writes it (decimal, no sign, no
+// leading zero, at least 1), or -1.
+long numbered_index(const char* entry, const char* name, size_t name_len) {
+  if (strncmp(entry, name, name_len) != 0 || entry[name_len] != '.') return -1;
+  const char* digits = entry + name_len + 1;
+  if (digits[0] < '1' || digits[0] > '9') return -1;
+  long n = 0;
+  for (const char* p = digits; *p != '\0'; ++p) {
+    if (*p < '0' || *p > '9' || n > (INT32_MAX - (*p - '0')) / 10) return -1;
+    n = n * 10 + (*p - '0');
+  }
+  return n;
+}
+
+// Keeps (index, mtime) of path as the best so far when it exists and is newer, or as new and a
+// later index.
+void consider(const char* path, int index, int* best, struct timespec* best_mtime) {
+  struct stat sb;
+  if (tflstat(path, &sb) != 0) return;
+  const struct timespec m = sb.st_mtim;
+  const bool newer = *best < 0 || m.tv_sec > best_mtime->tv_sec ||
+                     (m.tv_sec == best_mtime->tv_sec && m.tv_nsec > best_mtime->tv_nsec);
+  const bool tie = m.tv_sec == best_mtime->tv_sec && m.tv_nsec == best_mtime->tv_nsec;
+  if (newer || (tie && index > *best)) {
+    *best = index;
+    *best_mtime = m;
+  }
+}
+
+// Rotating mode: move to the file with the newest modification time among the indices from the
+// current one up to iMaxRotate - 1 (a later index wins a tie), else stay. One directory scan
+// finds the numbered files, however large iMaxRotate is. -1 in bill mode.
 int find_latest(WLOGFILE* f) {
   const WLOGDEVFILE* dev = f->pstDev;
   WLOGDEVFILEINST* st = &f->stInst;
   if (dev->iMaxRotate < 1) return -1;
 
-  const int start = st->iCurRotate;
+  const int start = st->iCurRotate < 0 ? 0 : st->iCurRotate;
+  char base[kPathLen];
+  if (make_base(f, base) == 0) return -1;
   int best = -1;
   struct timespec best_mtime = {0, 0};
   char path[kPathLen];
-  for (int i = start; i < dev->iMaxRotate; ++i) {
-    st->iCurRotate = i;
-    if (make_path(f, path) != 0) break;
-    store_path(st, path);
-    struct stat sb;
-    if (tflstat(path, &sb) != 0) continue;
-    const struct timespec m = sb.st_mtim;
-    if (best < 0 || m.tv_sec > best_mtime.tv_sec ||
-        (m.tv_sec == best_mtime.tv_sec && m.tv_nsec >= best_mtime.tv_nsec)) {
-      best = i;
-      best_mtime = m;
+  if (start == 0) consider(base, 0, &best, &best_mtime);
+
+  // The directory of base and the name in it; numbered files are "<name>.N" beside it.
+  const char* slash = strrchr(base, '/');
+  char dir[kPathLen];
+  if (slash == nullptr) {
+    memcpy(dir, ".", 2);
+  } else {
+    const size_t dlen = slash == base ? 1 : static_cast<size_t>(slash - base);
+    memcpy(dir, base, dlen);
+    dir[dlen] = '\0';
+  }
+  const char* name = slash == nullptr ? base : slash + 1;
+  const size_t name_len = strlen(name);
+  DIR* d = opendir(dir);
+  if (d != nullptr) {
+    while (const struct dirent* e = readdir(d)) {
+      const long index = numbered_index(e->d_name, name, name_len);
+      if (index < 1 || index < start || index >= dev->iMaxRotate) continue;
+      format_path(path, base, static_cast<int>(index));
+      consider(path, static_cast<int>(index), &best, &best_mtime);
     }
+    closedir(d);
   }
   st->iCurRotate = best >= 0 ? best : start;
+  store_path(st, base);  // same period: make_path keeps the index
   if (make_path(f, path) != 0) return -1;
   store_path(st, path);
   return 0;
@@ -133,8 +184,7 @@ int open_file(WLOGFILE* f, const char* mode) {
   if (st->fp != nullptr) return -1;
 
   FILE* fp = fopen64(st->szPath, mode);
-  if (fp == nullptr && errno == ENOENT) {
-    tos_mkdir_by_path(st->szPath);
+  if (fp == nullptr && errno == ENOENT && tos_mkdir_by_path(st->szPath) == 0) {
     fp = fopen64(st->szPath, mode);
   }
   if (fp == nullptr) return -1;
@@ -186,11 +236,20 @@ int sticky_shift(WLOGFILE* f) {
     format_path(from, st->szPath, i);
     if (tfexist(from) != 0) continue;
     format_path(to, st->szPath, i + 1);
-    tfdelete(to);
+    if (tfdelete(to) != 0) {
+      // Usually there is no such file yet; rename replaces one it could not delete anyway.
+    }
     rename(from, to);
   }
   st->iCurRotate = 0;
   return 0;
+}
+
+// Closes the file and frees the stdio buffer.
+void release(WLOGDEVFILEINST* st) {
+  close_file(st);
+  free(st->pszBuff);
+  st->pszBuff = nullptr;
 }
 
 int sync_i(WLOGDEVFILEINST* st, time_t now) {
@@ -243,6 +302,8 @@ int check_file(WLOGFILE* f, uint64_t len, time_t now) {
 
 void wlogfile_set_clock_i(WLOGFILECLOCK clock) { g_clock = clock; }
 
+int wlogfile_find_latest_i(WLOGFILE* f) { return find_latest(f); }
+
 int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   if (f == nullptr || dev == nullptr) return -1;
   memset(f, 0, sizeof(*f));
@@ -254,7 +315,7 @@ int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
   char path[kPathLen];
   if (make_path(f, path) != 0) {
     printf("open log file %.*s fail\n", static_cast<int>(sizeof(dev->szPattern)), dev->szPattern);
-    wlogfile_fini(f);
+    release(st);
     return WLOG_ERRCODE(WLOG_ERROR_FILE_OPEN);
   }
   store_path(st, path);
@@ -263,7 +324,7 @@ int wlogfile_init(WLOGFILE* f, WLOGDEVFILE* dev) {
 
   if (open_file(f, "ab+") != 0) {
     printf("open log file %s fail\n", st->szPath);
-    wlogfile_fini(f);
+    release(st);
     return WLOG_ERRCODE(WLOG_ERROR_FILE_OPEN);
   }
   return 0;
@@ -307,7 +368,7 @@ int wlogfile_writev(WLOGFILE* f, const WLOGIOVEC* iov, int count) {
 }
 
 int wlogfile_write(WLOGFILE* f, const char* buf, size_t len) {
-  if (buf == nullptr || len < 1) return -1;
+  if (buf == nullptr) return -1;
   WLOGIOVEC iov;
   iov.iov_base = const_cast<char*>(buf);
   iov.iov_len = len;
@@ -324,16 +385,17 @@ int wlogfile_fini(WLOGFILE* f) {
   WLOGDEVFILEINST* st = &f->stInst;
   int ret = 0;
   if (st->fp != nullptr) ret = sync_i(st, st->tLastMsg);
-  close_file(st);
-  free(st->pszBuff);
-  st->pszBuff = nullptr;
+  release(st);
   return ret;
+}
+
+int wlogfile_dev_is_bill_i(const WLOGDEVFILE* dev) {
+  const bool bill = dev->iBuffSize == 0 && dev->iMaxRotate == 0 && dev->iPrecision == 1 &&
+                    dev->iRotateStick == 0 && dev->iSyncTime == 0;
+  return bill ? 1 : 0;
 }
 
 int wlogfile_is_bill(WLOGFILE* f) {
   if (f == nullptr || f->pstDev == nullptr) return 0;
-  const WLOGDEVFILE* dev = f->pstDev;
-  const bool bill = dev->iBuffSize == 0 && dev->iMaxRotate == 0 && dev->iPrecision == 1 &&
-                    dev->iRotateStick == 0 && dev->iSyncTime == 0;
-  return bill ? 1 : 0;
+  return wlogfile_dev_is_bill_i(f->pstDev);
 }

@@ -53,6 +53,14 @@ const char* dev_url_i(const WLOGDEVNET* dev) {
 
 int url_len_i(const WLOGDEVNET* dev) { return static_cast<int>(strnlen(dev->szUrl, kUrlLen)); }
 
+// Closes a socket the appender gives up (a failed send or set-up, or fini): nothing is left to
+// report a failed close to.
+void close_socket_i(int s) {
+  if (tnet_close(s) != 0) {
+    // The descriptor is gone either way.
+  }
+}
+
 // Opens the socket named by the URL: connected, non-blocking, with its type recorded and the
 // send-buffer size applied. 0 on success, -1 on failure (the socket stays -1).
 int connect_i(WLOGNET* net) {
@@ -61,9 +69,14 @@ int connect_i(WLOGNET* net) {
   if (url == nullptr || url[0] == '\0') return -1;
   int s = tnet_connect(url, dev->iConnTimeout);
   if (s < 0) return -1;
-  tnet_set_nonblock(s, 1);
+  if (tnet_set_nonblock(s, 1) != 0) {  // a write must never block the logging thread
+    close_socket_i(s);
+    return -1;
+  }
   net->stInst.iType = tsocket_get_type(s);
-  if (dev->iSendBuff >= 1) tnet_set_sendbuff(s, dev->iSendBuff);
+  if (dev->iSendBuff >= 1 && tnet_set_sendbuff(s, dev->iSendBuff) != 0) {
+    // The size is a hint (the kernel may cap it); the default buffer still works.
+  }
   net->stInst.s = s;
   return 0;
 }
@@ -257,7 +270,9 @@ void apply_result_i(WLOGNET* net, DNSCONTEXT* ctx, ASYNCDNSREQUEST* req,
     addr = reinterpret_cast<const struct sockaddr*>(&ctx->ipv6);
     len = sizeof(ctx->ipv6);
   }
-  if (addr != nullptr && net->stInst.s >= 0) tsocket_start_connect(net->stInst.s, addr, len);
+  if (addr != nullptr && net->stInst.s >= 0 && tsocket_start_connect(net->stInst.s, addr, len) < 0) {
+    // The socket keeps the address it had; the next refresh tries again.
+  }
   ctx->last_result_time = now;
   freeaddrinfo(req->gaicb_struct.ar_result);
   req->gaicb_struct.ar_result = nullptr;
@@ -307,6 +322,16 @@ int send_record_i(int s, const char* data, size_t len, int timeout_ms) {
   return n + rest;
 }
 
+// Marks the appender's resolution context deleted, frees the buffer, closes the socket.
+void release_net_i(WLOGNET* net) {
+  DNSCONTEXT* ctx = wlognet_find_dns_ctx_i(net);
+  if (ctx != nullptr) ctx->is_deleted = 1;
+  free(net->stInst.pszBuff);
+  net->stInst.pszBuff = nullptr;
+  if (net->stInst.s >= 0) close_socket_i(net->stInst.s);
+  net->stInst.s = -1;
+}
+
 }  // namespace
 
 // --- public interface ------------------------------------------------------------------------
@@ -316,9 +341,11 @@ int wlognet_get_ip_port(const char* pszText, char* pszHost, int iHost, unsigned*
   const char* colon = strchr(pszText, ':');
   size_t len = colon != nullptr ? static_cast<size_t>(colon - pszText) : strlen(pszText);
   if (len > static_cast<size_t>(kHostLen) || len >= static_cast<size_t>(iHost)) return -1;
+  unsigned short port = 0;
+  if (colon != nullptr && tnet_str2port(colon + 1, &port) != 0) return -1;
   memcpy(pszHost, pszText, len);
   pszHost[len] = '\0';
-  *puPort = colon != nullptr ? static_cast<unsigned>(strtol(colon + 1, nullptr, 10)) & 0xFFFFu : 0;
+  *puPort = port;
   return 0;
 }
 
@@ -397,13 +424,13 @@ int wlognet_init(WLOGNET* pstNet, WLOGDEVNET* pstDev) {
 
   if (connect_i(pstNet) != 0) {
     printf("connect net url %.*s fail\n", url_len_i(pstDev), pstDev->szUrl);
-    wlognet_fini(pstNet);
+    release_net_i(pstNet);
     return kNetConnError;
   }
   if (wlognet_reload_dns_ctx(pstNet) != 0) {
     printf("wlognet init_domain_result failed, net url is [%.*s].\n", url_len_i(pstDev),
            pstDev->szUrl);
-    wlognet_fini(pstNet);
+    release_net_i(pstNet);
     return kNetConnError;
   }
   return 0;
@@ -460,7 +487,7 @@ int wlognet_writev(WLOGNET* pstNet, const WLOGIOVEC* pstIOVec, int iCount) {
     return sent;
   }
   if (inst.iType == SOCK_STREAM && errno != ENOTCONN && inst.s >= 0) {
-    tnet_close(inst.s);
+    close_socket_i(inst.s);
     inst.s = -1;  // the next write reconnects
   }
   return -1;
@@ -473,12 +500,7 @@ int wlognet_write(WLOGNET* pstNet, const char* pszBuff, size_t iBuff) {
 
 int wlognet_fini(WLOGNET* pstNet) {
   if (pstNet == nullptr) return -1;
-  DNSCONTEXT* ctx = wlognet_find_dns_ctx_i(pstNet);
-  if (ctx != nullptr) ctx->is_deleted = 1;
-  free(pstNet->stInst.pszBuff);
-  pstNet->stInst.pszBuff = nullptr;
-  if (pstNet->stInst.s >= 0) tnet_close(pstNet->stInst.s);
-  pstNet->stInst.s = -1;
+  release_net_i(pstNet);
   return 0;
 }
 

@@ -4,31 +4,47 @@
 #include <strings.h>
 
 #include "wlog/wlog.h"
+#include "wlog_internal.h"
 
 namespace {
 
+template <size_t N>
+constexpr WLOGPRIORITYNAME name_entry(const char (&name)[N]) {
+  static_assert(N <= WLOG_PRIORITY_PAD, "a name is shorter than its padded column");
+  WLOGPRIORITYNAME entry{};
+  for (size_t i = 0; i < N; ++i) entry.szName[i] = name[i];
+  entry.iLen = static_cast<int>(N - 1);
+  return entry;
+}
+
 // Index = priority / 100.
-const char* const kPriorityNames[WLOG_PRIORITY_COUNT] = {"FATAL", "ALERT",  "CRIT",   "ERROR",
-                                                         "WARN",  "NOTICE", "INFO",   "DEBUG",
-                                                         "TRACE", "NOTSET", "UNKNOWN"};
+const WLOGPRIORITYNAME kPriorityNames[WLOG_PRIORITY_COUNT] = {
+    name_entry("FATAL"), name_entry("ALERT"),  name_entry("CRIT"),   name_entry("ERROR"),
+    name_entry("WARN"),  name_entry("NOTICE"), name_entry("INFO"),   name_entry("DEBUG"),
+    name_entry("TRACE"), name_entry("NOTSET"), name_entry("UNKNOWN")};
 
 const char kHexDigits[] = "0123456789ABCDEF";
 
 }  // namespace
 
+const WLOGPRIORITYNAME* wlog_priority_name_i(int iPriority) {
+  const int idx = iPriority / 100;  // truncates toward zero: -99..-1 name FATAL
+  if (idx < 0 || idx >= WLOG_PRIORITY_COUNT) return &kPriorityNames[WLOG_PRIORITY_COUNT - 1];
+  return &kPriorityNames[idx];
+}
+
 extern "C" {
 
 const char* wlog_priority_to_string(int iPriority) {
-  const int idx = iPriority / 100;  // truncates toward zero: -99..-1 name FATAL
-  if (idx < 0 || idx >= WLOG_PRIORITY_COUNT) return kPriorityNames[WLOG_PRIORITY_COUNT - 1];
-  return kPriorityNames[idx];
+  return wlog_priority_name_i(iPriority)->szName;
 }
 
 int wlog_priority_to_int(const char* pszName) {
   if (pszName == nullptr) return WLOG_PRIORITY_UNKNOWN;
   for (int i = 0; i < WLOG_PRIORITY_COUNT; ++i) {
     // Prefix match: "errors" is ERROR, "information" is INFO.
-    if (strncasecmp(pszName, kPriorityNames[i], strlen(kPriorityNames[i])) == 0) return i * 100;
+    const WLOGPRIORITYNAME& n = kPriorityNames[i];
+    if (strncasecmp(pszName, n.szName, static_cast<size_t>(n.iLen)) == 0) return i * 100;
   }
   return WLOG_PRIORITY_UNKNOWN;
 }

@@ -12,12 +12,11 @@ int element_count(const WLOGDEVVEC* dev) {
   return dev->iCount < WLOGVEC_MAX_ELEMENT ? dev->iCount : WLOGVEC_MAX_ELEMENT;
 }
 
-void fini_element(WLOGELEMENT* el) {
-  if (el->iType == WLOG_DEV_FILE) {
-    wlogfile_fini(&el->stFileOrNet.stFile);
-  } else if (el->iType == WLOG_DEV_NET) {
-    wlognet_fini(&el->stFileOrNet.stNet);
-  }
+// Finalises one element: 0, or -1 when its finalisation failed (a file's last flush).
+int fini_element(WLOGELEMENT* el) {
+  if (el->iType == WLOG_DEV_FILE) return wlogfile_fini(&el->stFileOrNet.stFile) < 0 ? -1 : 0;
+  if (el->iType == WLOG_DEV_NET) return wlognet_fini(&el->stFileOrNet.stNet) < 0 ? -1 : 0;
+  return 0;
 }
 
 }  // namespace
@@ -46,7 +45,9 @@ int wlogvec_init(WLOGVEC* pstVec, WLOGDEVVEC* pstDev) {
     if (ret >= 0) pstVec->iCount = i + 1;
   }
   if (ret < 0) {
-    wlogvec_fini(pstVec);
+    if (wlogvec_fini(pstVec) != 0) {
+      // The element's init error is what the caller needs; the others had written nothing.
+    }
     return ret;
   }
   return 0;
@@ -73,10 +74,13 @@ int wlogvec_writev(WLOGVEC* pstVec, unsigned uId, unsigned uCls, const WLOGIOVEC
 
 int wlogvec_fini(WLOGVEC* pstVec) {
   if (pstVec == nullptr) return -1;
+  int ret = 0;
   const int n = pstVec->iCount < WLOGVEC_MAX_ELEMENT ? pstVec->iCount : WLOGVEC_MAX_ELEMENT;
-  for (int i = 0; i < n; ++i) fini_element(&pstVec->astElements[i]);
+  for (int i = 0; i < n; ++i) {
+    if (fini_element(&pstVec->astElements[i]) != 0) ret = -1;
+  }
   pstVec->iCount = 0;
-  return 0;
+  return ret;
 }
 
 int wlogvec_reload_dns_ctx(WLOGVEC* pstVec) {

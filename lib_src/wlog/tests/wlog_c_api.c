@@ -27,7 +27,7 @@ int wlog_c_api_log_line(void) {
       ret = wlog_fini(ctx);
     }
   }
-  wlog_free(&ctx);
+  if (ctx != NULL && wlog_free(&ctx) != 0) ret = -1;
   free(conf);
   return ret;
 }

@@ -1,6 +1,7 @@
 // The log call: windows, filters, forwarding, parent dispatch, the message-size rule, hex and
 // binary messages, per-category settings and the caller macros.
 #include <string.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -9,14 +10,14 @@
 #include "wlog/wlog.h"
 #include "wlog_test_util.h"
 
+using wlog_test::add_category;
 using wlog_test::add_file_category;
-using wlog_test::add_term_category;
 using wlog_test::CtxPtr;
 using wlog_test::init_ctx;
 using wlog_test::inner;
 using wlog_test::log_text;
 using wlog_test::make_conf;
-using wlog_test::StdoutCapture;
+using zq_test::StdoutCapture;
 
 namespace {
 
@@ -28,34 +29,18 @@ int counted(int v) {
 
 }  // namespace
 
-TEST(WlogCanWrite, SwitchedOffCategoryStillConsultsForward) {
+TEST(WlogCanWrite, WindowsFiltersAndTheForwardChain) {
   auto conf = make_conf();
-  WLOGCATEGORY* a = add_term_category(conf.get(), "a", "", WLOG_DEV_NO);
-  snprintf(a->szForwardCat, sizeof(a->szForwardCat), "b");
-  add_term_category(conf.get(), "b")->iPriorityLow = WLOG_PRIORITY_INFO;
-  CtxPtr ctx = init_ctx(conf.get());
-  ASSERT_TRUE(ctx);
-  WLOGCATEGORYINST* ca = wlog_get_category(ctx.get(), "a");
-  EXPECT_EQ(1, wlog_category_can_write(ca, WLOG_PRIORITY_ERROR, 0, 0));
-  EXPECT_EQ(0, wlog_category_can_write(ca, WLOG_PRIORITY_DEBUG, 0, 0));
-  EXPECT_EQ(0, wlog_category_can_write(nullptr, WLOG_PRIORITY_ERROR, 0, 0));
-  EXPECT_EQ(0, wlog_category_priority_check_chain(inner(ca), WLOG_PRIORITY_DEBUG));
-  EXPECT_EQ(1, wlog_category_filter_check_chain(inner(ca), 1, 2));
-  StdoutCapture cap;
-  EXPECT_EQ(0, log_text(ca, WLOG_PRIORITY_ERROR, "via-b"));
-  EXPECT_EQ("via-b", cap.Stop());
-}
-
-TEST(WlogCanWrite, WindowsAndFilters) {
-  auto conf = make_conf();
-  add_term_category(conf.get(), "open");
-  WLOGCATEGORY* win = add_term_category(conf.get(), "win");
+  add_category(conf.get(), "open");
+  WLOGCATEGORY* win = add_category(conf.get(), "win");
   win->iPriorityHigh = WLOG_PRIORITY_ERROR;
   win->iPriorityLow = WLOG_PRIORITY_INFO;
-  add_term_category(conf.get(), "none")->stFilter.iCount = -1;
-  WLOGCATEGORY* ids = add_term_category(conf.get(), "ids");
+  add_category(conf.get(), "none")->stFilter.iCount = -1;
+  WLOGCATEGORY* ids = add_category(conf.get(), "ids");
   ids->stFilter.iCount = 1;
   ids->stFilter.astFilters[0].stIDFilter = {100, 10, 0, 0, 0, 0};
+  WLOGCATEGORY* off = add_category(conf.get(), "off", "", WLOG_DEV_NO);  // switched off ...
+  snprintf(off->szForwardCat, sizeof(off->szForwardCat), "win");  // ... its target still counts
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   const struct {
@@ -73,32 +58,39 @@ TEST(WlogCanWrite, WindowsAndFilters) {
       {"ids", 0, 105, 1},
       {"ids", 0, 110, 0},
       {"none", 0, 0, 1},  // a negative filter count: can_write says yes ...
+      {"off", WLOG_PRIORITY_ERROR, 0, 1},
+      {"off", WLOG_PRIORITY_DEBUG, 0, 0},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(c.expect,
               wlog_category_can_write(wlog_get_category(ctx.get(), c.cat), c.prio, c.id, 0))
         << c.cat << " " << c.prio << " " << c.id;
   }
-  StdoutCapture cap;  // ... but the write path rejects
+  EXPECT_EQ(0, wlog_category_can_write(nullptr, WLOG_PRIORITY_ERROR, 0, 0));
+  WLOGCATEGORYINNERINST* o = inner(wlog_get_category(ctx.get(), "off"));
+  EXPECT_EQ(0, wlog_category_priority_check_chain(o, WLOG_PRIORITY_DEBUG));
+  EXPECT_EQ(1, wlog_category_filter_check_chain(o, 1, 2));
+  wlog_test::Capture cap;  // ... but the write path rejects
   EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "none"), 0, "dropped"));
   EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "ids"), 0, "id-out", 110));
   EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "ids"), 0, "id-in", 101));
-  EXPECT_EQ("id-in", cap.Stop());
+  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "off"), WLOG_PRIORITY_ERROR, "via-win"));
+  EXPECT_EQ("id-invia-win", cap.Take());
 }
 
 TEST(WlogLogv, MessageSizeRuleAndBadArguments) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "small")->iMaxMsgSize = 8;
+  add_category(conf.get(), "small")->iMaxMsgSize = 8;
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "small");
   WLOGEVENT evt = {0, nullptr, 0, nullptr, 0, 0, 0, 0, 0};
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   ASSERT_EQ(0, wlog_category_logv(c, &evt, "%s", "1234567"));
   EXPECT_EQ(7, evt.evt_msg_len);
   ASSERT_EQ(0, wlog_category_logv(c, &evt, "%s", "12345678"));
   EXPECT_EQ(7, evt.evt_msg_len);  // cut: loses its last kept character, counts the NUL
-  EXPECT_EQ(std::string("1234567") + std::string("123456\0", 7), cap.Stop());
+  EXPECT_EQ(std::string("1234567") + std::string("123456\0", 7), cap.Take());
 
   evt.evt_is_msg_binary = 1;  // binary events carry their own bytes
   EXPECT_EQ(-1, wlog_category_logv(c, &evt, "x"));
@@ -111,7 +103,7 @@ TEST(WlogLogv, MessageSizeRuleAndBadArguments) {
 
 TEST(WlogLog, AppenderFailureIsSwallowedExceptByHex) {
   auto conf = make_conf();
-  WLOGCATEGORY* cat = add_term_category(conf.get(), "bad");
+  WLOGCATEGORY* cat = add_category(conf.get(), "bad", "", WLOG_DEV_TERM);
   cat->stDevice.stDevice.stTerm.iStdType = 2;  // neither stream: every write fails
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
@@ -125,44 +117,44 @@ TEST(WlogLog, AppenderFailureIsSwallowedExceptByHex) {
 
 TEST(WlogDispatch, ForwardChainAndParentEachWithTheirLayout) {
   auto conf = make_conf();
-  WLOGCATEGORY* a = add_term_category(conf.get(), "a", "A[%m]");
+  WLOGCATEGORY* a = add_category(conf.get(), "a", "A[%m]");
   snprintf(a->szForwardCat, sizeof(a->szForwardCat), "B");
-  add_term_category(conf.get(), "b", "B[%m]");
-  WLOGCATEGORY* parent = add_term_category(conf.get(), "game", "P[%m]");
+  add_category(conf.get(), "b", "B[%m]");
+  WLOGCATEGORY* parent = add_category(conf.get(), "game", "P[%m]");
   parent->stFilter.iCount = -1;  // the parent's filters do not apply to dispatched records ...
   parent->iPriorityLow = WLOG_PRIORITY_ERROR;  // ... but its window does
-  add_term_category(conf.get(), "game.login", "C[%c:%m]")->iLevelDispatch = 1;
+  add_category(conf.get(), "game.login", "C[%c:%m]")->iLevelDispatch = 1;
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   log_text(wlog_get_category(ctx.get(), "a"), 0, "x");
   log_text(wlog_get_category(ctx.get(), "game.login"), 0, "y");
   log_text(wlog_get_category(ctx.get(), "game.login"), WLOG_PRIORITY_DEBUG, "d");
   log_text(wlog_get_category(ctx.get(), "game"), 0, "z");  // rejected by its own filters
-  EXPECT_EQ("A[x]B[x]C[game.login:y]C[game.login:y]C[game.login:d]", cap.Stop());
+  EXPECT_EQ("A[x]B[x]C[game.login:y]C[game.login:y]C[game.login:d]", cap.Take());
 }
 
 TEST(WlogLogHex, ConvertsAndHandlesTheBoundary) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "hex", "<%m>")->iMaxMsgSize = 8;
+  add_category(conf.get(), "hex", "<%m>")->iMaxMsgSize = 8;
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "hex");
   char three[] = "\x0a\xbc\x01", five[] = "\x01\x02\x03\x04\x05", four[] = "\xff\xff\xff\xff";
   WLOGEVENT evt = {0, three, 3, nullptr, 1, 0, 0, 0, 0};
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   EXPECT_LT(0, wlog_category_log_hex(c, &evt));
   evt.evt_msg = five;
   evt.evt_msg_len = 5;  // longer than fits: cut to (8 - 2) / 2 = 3 bytes
-  wlog_category_log_hex(c, &evt);
+  EXPECT_LT(0, wlog_category_log_hex(c, &evt));
   evt.evt_msg = four;
   evt.evt_msg_len = 4;  // exactly half the buffer: refused, buffer logged unchanged
-  wlog_category_log_hex(c, &evt);
-  EXPECT_EQ(std::string("<0ABC01><010203><010203\0\0>", 26), cap.Stop());
+  EXPECT_LT(0, wlog_category_log_hex(c, &evt));
+  EXPECT_EQ(std::string("<0ABC01><010203><010203\0\0>", 26), cap.Take());
 }
 
 TEST(WlogLog, BinaryMessageGetsHead) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   auto conf = make_conf();
   add_file_category(conf.get(), "bin", dir.file("bin.log"), "ignored %m");
   add_file_category(conf.get(), "raw", dir.file("raw.log"))
@@ -173,12 +165,12 @@ TEST(WlogLog, BinaryMessageGetsHead) {
   WLOGEVENT evt = {WLOG_PRIORITY_INFO, body, 5, nullptr, 1, 11, 22, 3, 4};
   timeval fixed = {1700000000, 250};
   WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "bin");
-  wlog_category_set_time_ptr(c, &fixed);
+  EXPECT_EQ(0, wlog_category_set_time_ptr(c, &fixed));
   ASSERT_EQ(0, wlog_category_log(c, &evt));
   ASSERT_EQ(0, wlog_category_log(c, &evt));
   ASSERT_EQ(0, wlog_category_log(wlog_get_category(ctx.get(), "raw"), &evt));
 
-  const std::string data = wlog_test::read_file(dir.file("bin.log"));
+  const std::string data = zq_test::ReadFile(dir.file("bin.log"));
   ASSERT_EQ(90u, data.size());
   const unsigned char head[40] = {
       1,    '7',  0,    40,   0, 0, 0, 5,                 // version .. body length
@@ -187,16 +179,16 @@ TEST(WlogLog, BinaryMessageGetsHead) {
       0,    0,    0,    3,    0, 0, 0, 4,   0, 0, 0, 0};  // type, body version, sum
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(head), 40), data.substr(45, 40));
   EXPECT_EQ("hello", data.substr(85));
-  EXPECT_EQ("hello", wlog_test::read_file(dir.file("raw.log")));
+  EXPECT_EQ("hello", zq_test::ReadFile(dir.file("raw.log")));
 }
 
 TEST(WlogCategorySettings, FormatPriorityAndFixedTime) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "s", "1:%m;");
+  add_category(conf.get(), "s", "1:%m;");
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "s");
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   log_text(c, 0, "a");
   ASSERT_EQ(0, wlog_category_set_format(c, "2:%m;"));
   log_text(c, 0, "b");
@@ -205,9 +197,9 @@ TEST(WlogCategorySettings, FormatPriorityAndFixedTime) {
   timeval fixed = {1700000000, 42};
   ASSERT_EQ(0, wlog_category_set_time_ptr(c, &fixed));
   fixed.tv_usec = 99;  // the value was copied, not the pointer
-  wlog_category_set_format(c, "%u|%m");
+  EXPECT_EQ(0, wlog_category_set_format(c, "%u|%m"));
   log_text(c, WLOG_PRIORITY_ERROR, "t");
-  EXPECT_EQ("1:a;2:b;000042|t", cap.Stop());
+  EXPECT_EQ("1:a;2:b;000042|t", cap.Take());
 
   ASSERT_EQ(0, wlog_category_set_format(c, std::string(200, 'x').c_str()));
   EXPECT_EQ(127u, strlen(inner(c)->pstCat->szFormat));
@@ -219,9 +211,9 @@ TEST(WlogCategorySettings, FormatPriorityAndFixedTime) {
 TEST(WlogNetStatus, ReadsAppenderState) {
   auto conf = make_conf();
   conf->iDelayInit = 1;  // appenders stay untouched; the test sets their state
-  add_term_category(conf.get(), "net", "", WLOG_DEV_NET);
-  add_term_category(conf.get(), "vec", "", WLOG_DEV_VEC);
-  add_term_category(conf.get(), "term");
+  add_category(conf.get(), "net", "", WLOG_DEV_NET);
+  add_category(conf.get(), "vec", "", WLOG_DEV_VEC);
+  add_category(conf.get(), "term");
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* n = wlog_get_category(ctx.get(), "net");
@@ -248,7 +240,7 @@ TEST(WlogMacros, BoundsSkipArgumentEvaluationAndEveryMacroHasItsPriority) {
   auto conf = make_conf();
   conf->iPriorityHigh = WLOG_PRIORITY_ERROR;
   conf->iPriorityLow = WLOG_PRIORITY_INFO;
-  add_term_category(conf.get(), "m", "%p|%f:%l %F|%m;");
+  add_category(conf.get(), "m", "%p|%f:%l %F|%m;");
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "m");
@@ -256,7 +248,7 @@ TEST(WlogMacros, BoundsSkipArgumentEvaluationAndEveryMacroHasItsPriority) {
   ASSERT_EQ(&conf->iPriorityLow, c->piPriorityLow);
 
   g_evaluations = 0;
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   WLOG_LOG_DEBUG(c, "%d", counted(1));  // below the context-wide low bound
   WLOG_LOG_CRIT(c, "%d", counted(2));   // above the high bound
   WLOG_LOG_TRACE(nullptr, "%d", counted(3));
@@ -266,11 +258,11 @@ TEST(WlogMacros, BoundsSkipArgumentEvaluationAndEveryMacroHasItsPriority) {
   EXPECT_EQ(1, g_evaluations);
   EXPECT_EQ(
       std::string("WARN    |") + __FILE__ + ":" + std::to_string(line) + " " + __func__ + "|v=4;",
-      cap.Stop());
+      cap.Take());
 
   conf->iPriorityHigh = conf->iPriorityLow = -1;
-  wlog_category_set_format(c, "%p%m");
-  StdoutCapture all;  // also the form without arguments
+  EXPECT_EQ(0, wlog_category_set_format(c, "%p%m"));
+  wlog_test::Capture all;  // also the form without arguments
   WLOG_LOG_FATAL(c, ";");
   WLOG_LOG_ALERT(c, ";");
   WLOG_LOG_CRIT(c, ";");
@@ -281,19 +273,28 @@ TEST(WlogMacros, BoundsSkipArgumentEvaluationAndEveryMacroHasItsPriority) {
   WLOG_LOG_DEBUG(c, ";");
   WLOG_LOG_TRACE(c, ";");
   EXPECT_EQ("FATAL   ;ALERT   ;CRIT    ;ERROR   ;WARN    ;NOTICE  ;INFO    ;DEBUG   ;TRACE   ;",
-            all.Stop());
+            all.Take());
 }
 
-TEST(WlogLog, LongRecordsKeepAllPieces) {
+// A byte stream gets short records joined into one piece: every length, through the parent
+// dispatch (same layout) and the forward chain (own layout).
+TEST(WlogLog, JoinedRecordsKeepAllPieces) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "long", "<%m>")->iMaxMsgSize = 10000;
+  add_category(conf.get(), "p", "P<%m>", WLOG_DEV_TERM);
+  WLOGCATEGORY* c = add_category(conf.get(), "p.c", "<%m>", WLOG_DEV_TERM);
+  c->iMaxMsgSize = 10000;
+  c->iLevelDispatch = 1;
+  snprintf(c->szForwardCat, sizeof(c->szForwardCat), "f");
+  add_category(conf.get(), "f", "F<%m>", WLOG_DEV_TERM)->iMaxMsgSize = 10000;
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
-  const std::string body(6000, 'b');  // longer than a record joined on the stack
-  StdoutCapture cap;
-  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "long"), 0, body.c_str()));
-  EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "long"), 0, ""));
-  EXPECT_EQ("<" + body + "><>", cap.Stop());
+  for (size_t len : {0, 100, 2045, 2046, 4094, 4095, 6000}) {
+    const std::string body(len, 'b');
+    StdoutCapture cap;
+    EXPECT_EQ(0, log_text(wlog_get_category(ctx.get(), "p.c"), 0, body.c_str()));
+    const std::string rec = "<" + body + ">";
+    EXPECT_EQ(rec + rec + "F" + rec, cap.Stop()) << len;
+  }
 }
 
 extern "C" int wlog_c_api_log_line(void);
@@ -305,10 +306,9 @@ TEST(WlogCApi, MacrosWorkFromC) {
 }
 
 TEST(WlogVec, ElementsFilterByIdAndStopAtABadElement) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   auto conf = make_conf();
-  WLOGDEVVEC& dev =
-      add_term_category(conf.get(), "vec", "<%U>", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
+  WLOGDEVVEC& dev = add_category(conf.get(), "vec", "<%U>", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
   dev.iCount = 2;
   for (int i = 0; i < 2; ++i) {
     dev.astElements[i].iType = WLOG_DEV_FILE;
@@ -328,11 +328,33 @@ TEST(WlogVec, ElementsFilterByIdAndStopAtABadElement) {
   EXPECT_EQ(2, wlogvec_writev(&vec, 1999, 0, &piece, 1));
   EXPECT_EQ(1, wlogvec_writev(&vec, 999, 0, &piece, 1));
   ctx.reset();
-  EXPECT_EQ("<1500>;r;", wlog_test::read_file(dir.file("e0.log")));
-  EXPECT_EQ("<1500>;<2000>;r;r;", wlog_test::read_file(dir.file("e1.log")));
+  EXPECT_EQ("<1500>;r;", zq_test::ReadFile(dir.file("e0.log")));
+  EXPECT_EQ("<1500>;<2000>;r;r;", zq_test::ReadFile(dir.file("e1.log")));
 
   dev.astElements[1].iType = WLOG_DEV_TERM;  // neither file nor network
   WLOGVEC bad;
   EXPECT_EQ(-1, wlogvec_init(&bad, &dev));
   EXPECT_EQ(0, bad.iCount);
+  dev.astElements[1].iType = WLOG_DEV_FILE;  // a file that cannot be opened: its own result
+  snprintf(dev.astElements[1].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s/e0.log/x",
+           dir.path().c_str());
+  zq_test::StdoutCapture quiet;
+  EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_FILE_OPEN), wlogvec_init(&bad, &dev));
+  EXPECT_EQ(0, bad.iCount);
+  EXPECT_EQ(nullptr, bad.astElements[0].stFileOrNet.stFile.stInst.fp);  // the first was closed
+}
+
+TEST(WlogTerm, PiecesGoToTheChosenStreamAndFailuresFollowTheRules) {
+  char a[] = "ab", b[] = "c";
+  WLOGIOVEC v[3] = {{a, 2}, {b, 0}, {b, 1}};
+  for (int type : {WLOG_TERM_STDOUT, WLOG_TERM_STDERR, 2}) {
+    WLOGDEVTERM dev = {type};
+    WLOGTERM term;
+    ASSERT_EQ(0, wlogterm_init(&term, &dev));
+    zq_test::OutputCapture cap(type == WLOG_TERM_STDERR ? STDERR_FILENO : STDOUT_FILENO);
+    EXPECT_EQ(type == 2 ? -1 : 3, wlogterm_writev(&term, v, 3)) << type;
+    EXPECT_EQ(-1, wlogterm_writev(&term, v + 1, 1)) << type;  // a record of total length 0
+    EXPECT_EQ(type == 2 ? "" : "abc", cap.Stop()) << type;
+    EXPECT_EQ(0, wlogterm_fini(&term));
+  }
 }

@@ -10,16 +10,16 @@
 #include "wlog/wlog.h"
 #include "wlog_test_util.h"
 
+using wlog_test::add_category;
 using wlog_test::add_file_category;
-using wlog_test::add_term_category;
 using wlog_test::CtxPtr;
 using wlog_test::init_ctx;
 using wlog_test::inner;
 using wlog_test::log_text;
 using wlog_test::make_conf;
-using wlog_test::read_file;
-using wlog_test::StdoutCapture;
-using wlog_test::TempDir;
+using zq_test::ReadFile;
+using zq_test::StdoutCapture;
+using zq_test::TempDir;
 
 namespace {
 
@@ -52,9 +52,9 @@ TEST(WlogInit, BadMagicLeavesContextUntouched) {
 
 TEST(WlogInit, DefaultsLinksAndLookups) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "net");
-  add_term_category(conf.get(), "net.io");
-  WLOGCATEGORY* fwd = add_term_category(conf.get(), "io.x");  // no category "io": no parent
+  add_category(conf.get(), "net");
+  add_category(conf.get(), "net.io");
+  WLOGCATEGORY* fwd = add_category(conf.get(), "io.x");  // no category "io": no parent
   snprintf(fwd->szForwardCat, sizeof(fwd->szForwardCat), "NET.IO");
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
@@ -87,10 +87,9 @@ TEST(WlogInit, ForwardLoopsAreRefused) {
   for (int kind = 1; kind <= 2; ++kind) {
     auto conf = make_conf();
     conf->iDelayInit = 1;
-    WLOGCATEGORY* a = add_term_category(conf.get(), "a");
+    WLOGCATEGORY* a = add_category(conf.get(), "a");
     snprintf(a->szForwardCat, sizeof(a->szForwardCat), "b");
-    WLOGCATEGORY* b =
-        add_term_category(conf.get(), "b", "", kind == 1 ? WLOG_DEV_TERM : WLOG_DEV_MEM);
+    WLOGCATEGORY* b = add_category(conf.get(), "b", "", kind == 1 ? WLOG_DEV_TERM : WLOG_DEV_MEM);
     if (kind == 1) snprintf(b->szForwardCat, sizeof(b->szForwardCat), "a");
     StdoutCapture cap;
     int ret = 0;
@@ -104,7 +103,7 @@ TEST(WlogInit, AppenderFailureSuppressionMustSucceedAndDelay) {
   TempDir dir;
   auto conf = make_conf();
   add_file_category(conf.get(), "ok", dir.file("ok.log"), "%m\n");
-  add_term_category(conf.get(), "odd", "", 99);  // no such device
+  add_category(conf.get(), "odd", "", 99);  // no such device
   int ret = 0;
   StdoutCapture cap;
   EXPECT_FALSE(init_ctx(conf.get(), &ret));
@@ -129,14 +128,14 @@ TEST(WlogInit, AppenderFailureSuppressionMustSucceedAndDelay) {
   ASSERT_TRUE(ctx);
   EXPECT_NE(0, access(dir.file("ok.log").c_str(), F_OK));
   log_text(wlog_get_category(ctx.get(), "ok"), 0, "first");
-  EXPECT_EQ("first\n", read_file(dir.file("ok.log")));
+  EXPECT_EQ("first\n", ReadFile(dir.file("ok.log")));
 }
 
 TEST(WlogContext, HostModuleNamesPatternAndForward) {
   TempDir dir;
   auto conf = make_conf();
-  add_term_category(conf.get(), "a", "%h/%M %m;");
-  add_term_category(conf.get(), "b", "B%m;");
+  add_category(conf.get(), "a", "%h/%M %m;");
+  add_category(conf.get(), "b", "B%m;");
   add_file_category(conf.get(), "f", dir.file("a.log"));
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
@@ -150,10 +149,10 @@ TEST(WlogContext, HostModuleNamesPatternAndForward) {
   EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_LOOP), wlog_set_category_forward(b, a));
   EXPECT_EQ(WLOG_ERRCODE(WLOG_ERROR_LOOP), wlog_set_category_forward(a, a));
   EXPECT_EQ(-1, wlog_set_category_forward(a, nullptr));
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   log_text(a, 0, "m");
-  EXPECT_EQ("10.0.0.9/zone m;Bm;", cap.Stop());
-  wlog_set_host_name(ctx.get(), std::string(300, 'h').c_str());
+  EXPECT_EQ("10.0.0.9/zone m;Bm;", cap.Take());
+  EXPECT_EQ(0, wlog_set_host_name(ctx.get(), std::string(300, 'h').c_str()));
   EXPECT_EQ(127u, strlen(ctx->szHostName));
 
   EXPECT_EQ(dir.file("a.log"), wlog_get_category_pattern(wlog_get_category(ctx.get(), "f")));
@@ -168,14 +167,14 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
   const char* renamed[] = {"app_%Y_sub.log", "sub.log", "a.b/sub.log", "x:sub.log"};
   for (const char* f : files) add_file_category(conf.get(), f, d + f, "%c:%m\n");
   mkdir((d + "a.b").c_str(), 0700);
-  WLOGDEVVEC& v = add_term_category(conf.get(), "vec", "", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
+  WLOGDEVVEC& v = add_category(conf.get(), "vec", "", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
   v.iCount = 3;
   v.astElements[0].iType = WLOG_DEV_FILE;
   snprintf(v.astElements[0].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%sa.log", d.c_str());
   v.astElements[1].iType = WLOG_DEV_NET;
   v.astElements[2].iType = WLOG_DEV_FILE;
   snprintf(v.astElements[2].stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%sb", d.c_str());
-  WLOGDEVMEM& m = add_term_category(conf.get(), "mem", "", WLOG_DEV_MEM)->stDevice.stDevice.stMem;
+  WLOGDEVMEM& m = add_category(conf.get(), "mem", "", WLOG_DEV_MEM)->stDevice.stDevice.stMem;
   snprintf(m.szUri, WLOGMEM_STRING_LEN, "wsm-data://ring");
   snprintf(m.szPattern, WLOGMEM_STRING_LEN, "%sdump.txt", d.c_str());
   conf->iDelayInit = 1;
@@ -194,7 +193,7 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
   EXPECT_EQ(&conf->astCategoryList[6], inner(sub)->pstCat);
   EXPECT_EQ(7, conf->iCount);
   log_text(sub, 0, "hello");
-  EXPECT_EQ("sub:hello\n", read_file(d + "app_" + local_time("%Y", time(nullptr)) + "_sub.log"));
+  EXPECT_EQ("sub:hello\n", ReadFile(d + "app_" + local_time("%Y", time(nullptr)) + "_sub.log"));
   for (int i = 1; i < 4; ++i) {
     const std::string child = "sub" + std::to_string(i);
     WLOGCLONEOPTION opt = {child.c_str(), "sub", "log"};
@@ -219,7 +218,7 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
 
 TEST(WlogClone, ContextHoldsAtMost512) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "root", "", WLOG_DEV_NO);
+  add_category(conf.get(), "root", "", WLOG_DEV_NO);
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* root = wlog_get_category(ctx.get(), "root");
@@ -233,7 +232,7 @@ TEST(WlogClone, ContextHoldsAtMost512) {
 
 TEST(WlogReload, ReinitialisesAppendersAndRefreshesClones) {
   auto conf = make_conf();
-  add_term_category(conf.get(), "t", "[%m]");
+  add_category(conf.get(), "t", "[%m]");
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   WLOGCATEGORYINST* t = wlog_get_category(ctx.get(), "t");
@@ -244,7 +243,7 @@ TEST(WlogReload, ReinitialisesAppendersAndRefreshesClones) {
   auto next = make_conf();
   next->iPriorityHigh = WLOG_PRIORITY_ALERT;
   next->iPriorityLow = WLOG_PRIORITY_INFO;
-  WLOGCATEGORY* nt = add_term_category(next.get(), "t", "ignored");
+  WLOGCATEGORY* nt = add_category(next.get(), "t", "ignored", WLOG_DEV_TERM);
   nt->stDevice.stDevice.stTerm.iStdType = 2;  // the new description: an unusable stream
   EXPECT_EQ(-1, wlog_reload(ctx.get(), nullptr));
   ASSERT_EQ(0, wlog_reload(ctx.get(), next.get()));
@@ -254,10 +253,10 @@ TEST(WlogReload, ReinitialisesAppendersAndRefreshesClones) {
   EXPECT_EQ(&conf->astCategoryList[0], inner(t)->pstCat);  // the record in use stays
   EXPECT_EQ(WLOG_PRIORITY_WARN, inner(t2)->pstCat->iPriorityLow);
 
-  StdoutCapture cap;
+  wlog_test::Capture cap;
   log_text(t, 0, "old-stream");  // now goes to the unusable stream
   log_text(t2, 0, "clone");
-  EXPECT_EQ("[clone]", cap.Stop());
+  EXPECT_EQ("[clone]", cap.Take());
 }
 
 TEST(WlogBill, LinesWithTimeLongLineCutAndClockOverride) {
@@ -271,10 +270,10 @@ TEST(WlogBill, LinesWithTimeLongLineCutAndClockOverride) {
   EXPECT_EQ(1, wlogfile_is_bill(bill));
 
   timeval tv = {1700000000, 5};
-  wlog_set_current_time(&tv);
+  EXPECT_EQ(0, wlog_set_current_time(&tv));
   EXPECT_EQ(1700000000000005, wlog_get_current_time());
   ASSERT_EQ(0, wlog_bill_log(bill, "user=%s gold=%d", "ann", 7));
-  wlog_set_current_time(nullptr);
+  EXPECT_EQ(0, wlog_set_current_time(nullptr));
   EXPECT_GE(wlog_get_current_time(), before);
   ASSERT_EQ(0, wlog_bill_log(bill, "%s", std::string(9000, 'q').c_str()));
   ASSERT_EQ(0, wlog_bill_write(bill, "raw", 3));
@@ -283,7 +282,7 @@ TEST(WlogBill, LinesWithTimeLongLineCutAndClockOverride) {
   EXPECT_EQ(nullptr, bill);
   EXPECT_EQ(-1, wlog_bill_fini(&bill));
 
-  const std::string data = read_file(dir.file("bill.log"));
+  const std::string data = ReadFile(dir.file("bill.log"));
   const std::string first = local_time("%Y%m%d-%H:%M:%S | ", 1700000000) + "user=ann gold=7\n";
   ASSERT_EQ(first.size() + 8192 + 3, data.size());
   EXPECT_EQ(first, data.substr(0, first.size()));
@@ -298,7 +297,7 @@ TEST(WlogBill, BillCategoryLookup) {
   bill->stDevice.stDevice.stFile.iMaxRotate = 0;
   bill->stDevice.stDevice.stFile.iPrecision = 1;
   add_file_category(conf.get(), "plain", dir.file("p.log"));
-  WLOGDEVVEC& vec = add_term_category(conf.get(), "vec", "", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
+  WLOGDEVVEC& vec = add_category(conf.get(), "vec", "", WLOG_DEV_VEC)->stDevice.stDevice.stVec;
   vec.iCount = 1;
   vec.astElements[0].iType = WLOG_DEV_FILE;
   vec.astElements[0].stDevice.stFile.iPrecision = 1;
@@ -312,4 +311,24 @@ TEST(WlogBill, BillCategoryLookup) {
   EXPECT_EQ(nullptr, wlog_get_bill_category(ctx.get(), "vec"));
   bill->stFilter.iCount = 1;
   EXPECT_EQ(nullptr, wlog_get_bill_category(ctx.get(), "bill"));
+}
+
+TEST(WlogClone, GoesOnWithTheParentsBinarySequence) {
+  auto conf = make_conf();
+  add_category(conf.get(), "bin");
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "bin");
+  char body[] = "b";
+  WLOGEVENT evt = {0, body, 1, nullptr, 1, 0, 0, 0, 0};
+  wlog_test::Capture cap;
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(0, wlog_category_log(c, &evt));
+  ASSERT_EQ(0, wlog_clone_category(c, "clone"));
+  ASSERT_EQ(0, wlog_category_log(wlog_get_category(ctx.get(), "clone"), &evt));
+  ASSERT_EQ(6u, cap.records.size());
+  const wlog_test::Record& r = cap.records.back();
+  EXPECT_EQ("clone", r.cat);
+  WLOGBINHEAD head;
+  ASSERT_EQ(40, wlogbin_ntoh_head(&head, r.bytes.data(), r.bytes.size()));
+  EXPECT_EQ(6, head.iSeq);
 }

@@ -139,3 +139,23 @@ TEST(WlogErrorString, EveryCodeAndTheEdges) {
   };
   for (const auto& c : cases) EXPECT_STREQ(c.text, wlog_error_string(c.code)) << c.code;
 }
+
+TEST(WlogBin, PacketSizeOfHostileBytesNeverOverflows) {
+  const struct {
+    uint32_t body;
+    int pkg;
+  } cases[] = {{5, 45},
+               {0x7fffffffu - 40, 0x7fffffff},
+               {0x7fffffffu - 39, -1},
+               {0x7fffffffu, -1},
+               {0xffffffffu, -1}};
+  for (const auto& c : cases) {
+    char buf[40] = {1, '7', 0, 40};
+    for (int i = 0; i < 4; ++i) buf[4 + i] = static_cast<char>(c.body >> (24 - 8 * i));
+    EXPECT_EQ(c.pkg, wlogbin_get_pkgsize(buf, sizeof(buf))) << c.body;
+    WLOGBINHEAD head;
+    int pkg = 0;
+    EXPECT_EQ(c.pkg < 0 ? -1 : 40, wlogbin_get_head(&head, &pkg, buf, sizeof(buf))) << c.body;
+    EXPECT_EQ(c.pkg, pkg) << c.body;
+  }
+}

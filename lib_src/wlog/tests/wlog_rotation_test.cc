@@ -42,7 +42,7 @@ struct LogFile {
 LogFile Parse(const std::string& dir, const std::string& name) {
   LogFile f;
   f.name = name;
-  const std::string text = wlog_test::read_file(dir + "/" + name);
+  const std::string text = zq_test::ReadFile(dir + "/" + name);
   f.size = text.size();
   EXPECT_FALSE(text.empty()) << name;
   EXPECT_EQ('\n', text.empty() ? '\n' : text.back()) << name << " ends inside a line";
@@ -121,7 +121,7 @@ void CheckChain(const std::string& dir, const std::vector<std::string>& oldest_f
 }
 
 TEST(WlogRotation, RotatingModeKeepsTheNewestFilesInTurn) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   const Mode mode = {4, 0, 100001, 65536, 60, 0};
   LogLines(dir.path(), mode);
   ASSERT_EQ(4u, FilesIn(dir.path()).size());
@@ -136,7 +136,7 @@ TEST(WlogRotation, RotatingModeKeepsTheNewestFilesInTurn) {
 }
 
 TEST(WlogRotation, StickyModeShiftsOlderFilesUp) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   const Mode mode = {5, 1, 50003, 4096, 1, 0};
   LogLines(dir.path(), mode);
   ASSERT_EQ(5u, FilesIn(dir.path()).size());
@@ -145,7 +145,7 @@ TEST(WlogRotation, StickyModeShiftsOlderFilesUp) {
 }
 
 TEST(WlogRotation, BillModeLosesNoLine) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   const Mode mode = {0, 0, 200000, 0, 0, 1};  // bill-like: unbuffered, 1 s period, flush always
   LogLines(dir.path(), mode);
   const size_t count = FilesIn(dir.path()).size();

@@ -1,71 +1,24 @@
-// Helpers for the logging library's tests: temporary directories, files, capture of standard
-// output, and configurations built in code.
+// Helpers for the logging library's tests: configurations built in code, contexts and log calls.
+// Temporary directories, file text and output capture come from zq_test_support.
 #ifndef WLOG_TESTS_WLOG_TEST_UTIL_H
 #define WLOG_TESTS_WLOG_TEST_UTIL_H
 
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <stddef.h>
+
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "../src/wlog_internal.h"
 #include "wlog/wlog.h"
+#include "zq_test/support.h"
 
 namespace wlog_test {
-
-// A fresh directory under /tmp, removed with its files at scope end.
-class TempDir {
- public:
-  TempDir() {
-    char tmpl[] = "/tmp/wlog_test_XXXXXX";
-    const char* p = mkdtemp(tmpl);
-    path_ = p != nullptr ? p : "";
-  }
-  ~TempDir() {
-    if (!path_.empty() && system(("rm -rf '" + path_ + "'").c_str()) != 0) perror("rm");
-  }
-  const std::string& path() const { return path_; }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
-
-inline std::string read_file(const std::string& path) {
-  std::string out;
-  FILE* fp = fopen(path.c_str(), "rb");
-  if (fp == nullptr) return out;
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), fp)) > 0) out.append(buf, n);
-  fclose(fp);
-  return out;
-}
-
-inline void write_file(const std::string& path, const std::string& text) {
-  FILE* fp = fopen(path.c_str(), "wb");
-  if (fp == nullptr) return;
-  fwrite(text.data(), 1, text.size(), fp);
-  fclose(fp);
-}
-
-// Standard output (fd 1 and stdout) captured until Stop().
-class StdoutCapture {
- public:
-  StdoutCapture() { testing::internal::CaptureStdout(); }
-  ~StdoutCapture() { Stop(); }
-  std::string Stop() {
-    if (active_) text_ = testing::internal::GetCapturedStdout();
-    active_ = false;
-    return text_;
-  }
-
- private:
-  bool active_ = true;
-  std::string text_;
-};
 
 // Configurations are large (every category embeds every device description): heap only.
 inline std::unique_ptr<WLOGCONF> make_conf() {
@@ -76,9 +29,10 @@ inline std::unique_ptr<WLOGCONF> make_conf() {
   return conf;
 }
 
-// Appends a category writing to standard output with the given pattern; returns it.
-inline WLOGCATEGORY* add_term_category(WLOGCONF* conf, const char* name, const char* format = "",
-                                       int dev_type = WLOG_DEV_TERM) {
+// Appends a category with the given pattern and device type (by default the capturing test
+// device; a terminal writes to standard output); returns it.
+inline WLOGCATEGORY* add_category(WLOGCONF* conf, const char* name, const char* format = "",
+                                  int dev_type = WLOG_DEV_CAPTURE_I) {
   WLOGCATEGORY* cat = &conf->astCategoryList[conf->iCount++];
   snprintf(cat->szName, sizeof(cat->szName), "%s", name);
   cat->iPriorityHigh = -1;
@@ -89,10 +43,51 @@ inline WLOGCATEGORY* add_term_category(WLOGCONF* conf, const char* name, const c
   return cat;
 }
 
+// One record written to a capturing category.
+struct Record {
+  std::string cat;
+  unsigned id;
+  unsigned cls;
+  std::string bytes;
+};
+
+// Collects the records of every capturing category while it lives (one at a time).
+class Capture {
+ public:
+  Capture() { wlog_capture_set_sink_i(&Capture::Sink, this); }
+  ~Capture() { wlog_capture_set_sink_i(nullptr, nullptr); }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  // The bytes of all records so far, in order; forgets them.
+  std::string Take() {
+    std::string all;
+    for (const Record& r : records) all += r.bytes;
+    records.clear();
+    return all;
+  }
+  std::vector<Record> records;
+
+ private:
+  static void Sink(void* arg, const WLOGDEVANY* dev, unsigned id, unsigned cls,
+                   const WLOGIOVEC* vec, int count) {
+    Record r;
+    // A category's device lives inside its WLOGCATEGORY record.
+    r.cat = reinterpret_cast<const WLOGCATEGORY*>(reinterpret_cast<const char*>(dev) -
+                                                  offsetof(WLOGCATEGORY, stDevice))
+                ->szName;
+    r.id = id;
+    r.cls = cls;
+    for (int i = 0; i < count; ++i)
+      r.bytes.append(static_cast<const char*>(vec[i].iov_base), vec[i].iov_len);
+    static_cast<Capture*>(arg)->records.push_back(r);
+  }
+};
+
 // Appends a category writing to a file (flushed after every write).
 inline WLOGCATEGORY* add_file_category(WLOGCONF* conf, const char* name, const std::string& path,
                                        const char* format = "") {
-  WLOGCATEGORY* cat = add_term_category(conf, name, format, WLOG_DEV_FILE);
+  WLOGCATEGORY* cat = add_category(conf, name, format, WLOG_DEV_FILE);
   WLOGDEVFILE& f = cat->stDevice.stDevice.stFile;
   snprintf(f.szPattern, sizeof(f.szPattern), "%s", path.c_str());
   f.iMaxRotate = 1;
@@ -101,8 +96,8 @@ inline WLOGCATEGORY* add_file_category(WLOGCONF* conf, const char* name, const s
 
 struct CtxDeleter {
   void operator()(WLOGCTX* ctx) const {
-    wlog_fini(ctx);
-    wlog_free(&ctx);
+    EXPECT_EQ(0, wlog_fini(ctx));
+    EXPECT_EQ(0, wlog_free(&ctx));
   }
 };
 using CtxPtr = std::unique_ptr<WLOGCTX, CtxDeleter>;
@@ -113,7 +108,7 @@ inline CtxPtr init_ctx(WLOGCONF* conf, int* ret = nullptr) {
   const int r = wlog_init(ctx, conf);
   if (ret != nullptr) *ret = r;
   if (r != 0) {
-    wlog_free(&ctx);
+    EXPECT_EQ(0, wlog_free(&ctx));
     return CtxPtr();
   }
   return CtxPtr(ctx);

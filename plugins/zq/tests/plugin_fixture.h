@@ -140,8 +140,10 @@ class LogFile {
 
  private:
   void Close() {
-    if (ctx_ != nullptr) wlog_fini(ctx_);
-    wlog_free(&ctx_);
+    if (ctx_ != nullptr) {
+      EXPECT_EQ(0, wlog_fini(ctx_));
+      EXPECT_EQ(0, wlog_free(&ctx_));
+    }
   }
 
   TempDir dir_;

@@ -22,8 +22,8 @@ class SimulatorTest : public ::testing::Test {
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     tmp_ = tmpl;
     setenv("TMPDIR", tmp_.c_str(), 1);  // the simulator's work directory goes in here
-    opts_.plugin = QUELLD_SIM_DEFAULT_PLUGIN;
-    opts_.sdk_dir = QUELLD_SIM_DEFAULT_SDK_DIR;
+    opts_.plugin = QUELLD_SIM_BUILD_PLUGIN;
+    opts_.sdk_dir = QUELLD_SIM_BUILD_SDK_DIR;
   }
   void TearDown() override { std::filesystem::remove_all(tmp_); }
 
@@ -76,20 +76,18 @@ TEST_F(SimulatorTest, KeepLeavesWorkDirectoryWithLogAndChangedCopy) {
 }
 
 TEST_F(SimulatorTest, SetupFailuresExitWithTwoAndSayWhy) {
-  opts_.sdk_dir = tmp_;  // no SDK here
-  EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
-  EXPECT_NE(errs_.str().find("SDK library: cannot read " + tmp_ + "/libkry_sdk.so"),
-            std::string::npos)
-      << errs_.str();
-
-  opts_.sdk_dir = QUELLD_SIM_DEFAULT_SDK_DIR;
-  opts_.plugin = opts_.sdk_dir + "/libkry_sdk.so";  // loadable, but not a plug-in
-  EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
-  EXPECT_NE(errs_.str().find("does not export APIVersion"), std::string::npos) << errs_.str();
-
-  opts_.plugin = tmp_ + "/missing.so";
-  EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
-  EXPECT_NE(errs_.str().find("cannot load plug-in"), std::string::npos) << errs_.str();
+  const std::string sdk = opts_.sdk_dir;
+  const std::pair<std::pair<std::string, std::string>, std::string> cases[] = {
+      {{opts_.plugin, tmp_}, "SDK library " + tmp_ + "/libkry_sdk.so: No such file or directory"},
+      {{sdk + "/libkry_sdk.so", sdk}, "does not export APIVersion"},  // loadable, not a plug-in
+      {{tmp_ + "/missing.so", sdk}, "plug-in " + tmp_ + "/missing.so: No such file or directory"},
+  };
+  for (const auto& c : cases) {
+    opts_.plugin = c.first.first;
+    opts_.sdk_dir = c.first.second;
+    EXPECT_EQ(Run("user a\n"), kExitSetupFailed);
+    EXPECT_NE(errs_.str().find(c.second), std::string::npos) << errs_.str();
+  }
   EXPECT_TRUE(Entries().empty());
 }
 

@@ -2,12 +2,15 @@
  * tsocket.h: socket primitives.
  *
  * Conventions:
+ *  - Every function that returns a result code is marked PAL_MUST_CHECK: ignoring it warns.
  *  - Sockets are plain int descriptors. Functions return 0 or a non-negative value on success
  *    and -1 on failure with errno left as the failing system call set it, unless a function
  *    says otherwise (the connect and send-all helpers have a few extra result codes).
  *  - Timeouts are in milliseconds; -1 waits without limit.
  *  - Waiting uses select for descriptors below FD_SETSIZE (1024) and epoll above it.
- *  - Sends use MSG_NOSIGNAL: a broken connection gives an error, never SIGPIPE.
+ *  - Deliberate hardening: sends use MSG_NOSIGNAL, so a broken connection gives an error, never
+ *    SIGPIPE; the epoll descriptor of a wait is close-on-exec; waits and transfers interrupted
+ *    by a signal (EINTR) are resumed.
  *  - Stateless; each call works on the descriptor given.
  */
 #ifndef PAL_TSOCKET_H
@@ -15,6 +18,8 @@
 
 #include <sys/socket.h>
 #include <sys/types.h>
+
+#include "pal/pal_defs.h"
 
 /* tsocket_start_connect results. */
 #define TSOCKET_CONNECTED 0  /* connected at once (or already connected) */
@@ -40,52 +45,53 @@ int tsocket_init(void);
 int tsocket_fini(void);
 
 /* socket(2) of the given domain, type and protocol. */
-int tsocket_open(int domain, int type, int protocol);
+PAL_MUST_CHECK int tsocket_open(int domain, int type, int protocol);
 /* IPv4 stream socket. */
-int tsocket_open_tcp(void);
+PAL_MUST_CHECK int tsocket_open_tcp(void);
 /* IPv4 datagram socket. */
-int tsocket_open_udp(void);
+PAL_MUST_CHECK int tsocket_open_udp(void);
 /* Local (AF_UNIX) socket of the given type (SOCK_STREAM, SOCK_DGRAM, ...). */
-int tsocket_open_unix(int type);
+PAL_MUST_CHECK int tsocket_open_unix(int type);
 
 /* close(2); closing -1 is a no-op that returns 0. */
-int tsocket_close(int fd);
+PAL_MUST_CHECK int tsocket_close(int fd);
 
 /* on != 0 sets O_NONBLOCK and O_ASYNC, on == 0 clears both. */
-int tsocket_set_nonblock(int fd, int on);
+PAL_MUST_CHECK int tsocket_set_nonblock(int fd, int on);
 
 /* SO_SNDBUF, SO_RCVBUF and SO_REUSEADDR set to value. */
-int tsocket_set_sendbuff(int fd, int size);
-int tsocket_set_recvbuff(int fd, int size);
-int tsocket_reuse_addr(int fd, int value);
+PAL_MUST_CHECK int tsocket_set_sendbuff(int fd, int size);
+PAL_MUST_CHECK int tsocket_set_recvbuff(int fd, int size);
+PAL_MUST_CHECK int tsocket_reuse_addr(int fd, int value);
 
 /* SO_TYPE of fd (SOCK_STREAM, SOCK_DGRAM, ...), or -1. */
-int tsocket_get_type(int fd);
+PAL_MUST_CHECK int tsocket_get_type(int fd);
 
 /* SO_ACCEPTCONN of fd: 1 for a listening socket, 0 otherwise, -1 on failure. */
-int tsocket_get_acceptconn(int fd);
+PAL_MUST_CHECK int tsocket_get_acceptconn(int fd);
 
 /* Starts connecting fd to addr: TSOCKET_CONNECTED (0) when connected at once or already
  * connected (EISCONN), TSOCKET_INPROGRESS (2) for EINPROGRESS or EALREADY, else -1. */
-int tsocket_start_connect(int fd, const struct sockaddr* addr, int addrlen);
+PAL_MUST_CHECK int tsocket_start_connect(int fd, const struct sockaddr* addr, int addrlen);
 
 /* Waits up to timeout_ms for a started connect to finish: 0 when it succeeded, TSOCKET_TIMEOUT
  * (1) on timeout, -1 when it failed (errno from SO_ERROR) or the wait failed. */
-int tsocket_check_connect(int fd, int timeout_ms);
+PAL_MUST_CHECK int tsocket_check_connect(int fd, int timeout_ms);
 
 /* Connects fd to addr within timeout_ms: 0 when connected, else -1 (errno ETIMEDOUT when the
  * time ran out). The descriptor is expected to be non-blocking for the timeout to apply. */
-int tsocket_connect(int fd, const struct sockaddr* addr, int addrlen, int timeout_ms);
+PAL_MUST_CHECK int tsocket_connect(int fd, const struct sockaddr* addr, int addrlen,
+                                   int timeout_ms);
 
 /* bind(2) to addr, then listen(2) with backlog. */
-int tsocket_listen(int fd, const struct sockaddr* addr, int addrlen, int backlog);
+PAL_MUST_CHECK int tsocket_listen(int fd, const struct sockaddr* addr, int addrlen, int backlog);
 
 /* accept(2); addr and addrlen may be null. */
-int tsocket_accept(int fd, struct sockaddr* addr, socklen_t* addrlen);
+PAL_MUST_CHECK int tsocket_accept(int fd, struct sockaddr* addr, socklen_t* addrlen);
 
 /* One send(2) / recv(2): bytes moved, or -1. */
-int tsocket_send(int fd, const char* buf, int len);
-int tsocket_recv(int fd, char* buf, int len);
+PAL_MUST_CHECK int tsocket_send(int fd, const char* buf, int len);
+PAL_MUST_CHECK int tsocket_recv(int fd, char* buf, int len);
 
 /* Sends all len bytes. timeout_ms 0: one plain send, its result returned. -1: waits for
  * writability in steps of 0.5 s without limit. Otherwise each wait lasts up to timeout_ms and a
@@ -93,19 +99,19 @@ int tsocket_recv(int fd, char* buf, int len);
  * the count sent so far on timeout; TSOCKET_ERR_IO (-2) when a send fails (other than
  * EAGAIN, which sleeps 20 ms and retries); when a send moves 0 bytes, TSOCKET_ERR_CLOSED (-3)
  * if nothing was sent yet, else the count. len < 1 returns 0. */
-int tsocket_sendall(int fd, const char* buf, int len, int timeout_ms);
+PAL_MUST_CHECK int tsocket_sendall(int fd, const char* buf, int len, int timeout_ms);
 
 /* Receives exactly len bytes under the same rules as tsocket_sendall, waiting for
  * readability; a receive of 0 bytes (peer closed) ends it. */
-int tsocket_recvall(int fd, char* buf, int len, int timeout_ms);
+PAL_MUST_CHECK int tsocket_recvall(int fd, char* buf, int len, int timeout_ms);
 
 /* Waits up to timeout_ms (-1: no limit) with epoll for the TSOCKET_WAIT_* events on fd:
  * 1 when ready (an error or hang-up counts as ready), 0 on timeout, -1 on failure. */
-int tsocket_epoll_check(int fd, int events, int timeout_ms);
+PAL_MUST_CHECK int tsocket_epoll_check(int fd, int events, int timeout_ms);
 
 /* Dissolves the association of a connected datagram socket by connecting it to an all-zero
  * address of the family's size (AF_INET or AF_INET6). */
-int tsocket_disconnect_udp(int fd, int family);
+PAL_MUST_CHECK int tsocket_disconnect_udp(int fd, int family);
 
 #ifdef __cplusplus
 }

@@ -3,7 +3,8 @@
  *
  * Conventions:
  * - Functions return int: 0 on success, -1 for a bad argument or a failure, or an error code
- *   WLOG_ERRCODE(WLOG_ERROR_*) = 0x83020400 + error where stated. No function throws.
+ *   WLOG_ERRCODE(WLOG_ERROR_*) = 0x83020400 + error where stated (wlog_error_string names
+ *   them). No function throws. Every result code is marked WLOG_MUST_CHECK: ignoring it warns.
  * - Null pointers are always checked: they give -1 (null for pointer results, 0 from
  *   wlog_category_can_write).
  * - Ownership: a WLOGCTX owns its category instances, their message buffers and appender
@@ -13,6 +14,23 @@
  *   concurrently with logging. Only the clock override is atomic.
  * - Client code logs through the WLOG_LOG* macros, which test the context-wide bounds inline
  *   before any argument is evaluated.
+ * - A clone is a copy of its parent instance with only its links, index, configuration record,
+ *   message buffer, name and appender state made anew: its binary-record sequence goes on from
+ *   the parent's.
+ * - Deliberate hardening, beyond the behaviour the library otherwise follows:
+ *   - walks along forward, level-dispatch and clone-parent links stop after 513 steps, so a
+ *     chain damaged by direct writes cannot hang a caller;
+ *   - wlog_reload checks the magic of the new configuration as wlog_init does (-1), and
+ *     wlog_init refuses a category count outside 0..512 (-1);
+ *   - wlog_set_category_forward refuses (WLOG_ERROR_LOOP) a target whose chain leads back to
+ *     the category or reaches a memory device, as wlog_init does for configured links;
+ *   - text fields of the configuration are read within their arrays, terminated or not (a
+ *     network URL without a terminator is refused);
+ *   - a bill line longer than 8192 bytes is cut there and still ends with a line feed;
+ *   - the file appender's size counts use 64 bits and a file already past 4 GiB rotates on its
+ *     next write;
+ *   - a collector port must be all digits and at most 65535 (tnet_str2port), else the URL is
+ *     malformed: it is never masked into another port.
  */
 #ifndef WLOG_WLOG_H_
 #define WLOG_WLOG_H_
@@ -25,6 +43,7 @@
 
 #include "wlog/wlog_bin.h"
 #include "wlog/wlog_conf.h"
+#include "wlog/wlog_defs.h"
 #include "wlog/wlog_file.h"
 #include "wlog/wlog_iovec.h"
 #include "wlog/wlog_mem.h"
@@ -243,76 +262,90 @@ int wlog_category_filter_check_chain(WLOGCATEGORYINNERINST* pstInst, unsigned uI
 
 /* Formats a text message into the category buffer and logs it; -1 for null arguments, a
  * binary event, a missing buffer or a formatting failure, else 0. */
-int wlog_category_logv(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt, const char* pszFmt, ...)
-    WLOG_PRINTF_LIKE(3, 4);
-int wlog_category_logv_va_list(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt, const char* pszFmt,
-                               va_list ap) WLOG_PRINTF_LIKE(3, 0);
+WLOG_MUST_CHECK int wlog_category_logv(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt,
+                                       const char* pszFmt, ...) WLOG_PRINTF_LIKE(3, 4);
+WLOG_MUST_CHECK int wlog_category_logv_va_list(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt,
+                                               const char* pszFmt, va_list ap)
+    WLOG_PRINTF_LIKE(3, 0);
 /* Logs the message already in evt_msg/evt_msg_len (text or binary) to the forward chain. */
-int wlog_category_log(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt);
+WLOG_MUST_CHECK int wlog_category_log(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt);
 /* Logs the bytes of evt_msg/evt_msg_len as upper-case hexadecimal text. */
-int wlog_category_log_hex(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt);
+WLOG_MUST_CHECK int wlog_category_log_hex(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt);
 
-int wlog_category_set_priority(WLOGCATEGORYINST* pstCat, int iPriorityHigh, int iPriorityLow);
+WLOG_MUST_CHECK int wlog_category_set_priority(WLOGCATEGORYINST* pstCat, int iPriorityHigh,
+                                               int iPriorityLow);
 /* Copies at most 127 characters of the pattern into szFormat. */
-int wlog_category_set_format(WLOGCATEGORYINST* pstCat, const char* pszFormat);
+WLOG_MUST_CHECK int wlog_category_set_format(WLOGCATEGORYINST* pstCat, const char* pszFormat);
 /* All later events of the category carry a copy of *pstTime. */
-int wlog_category_set_time_ptr(WLOGCATEGORYINST* pstCat, const struct timeval* pstTime);
+WLOG_MUST_CHECK int wlog_category_set_time_ptr(WLOGCATEGORYINST* pstCat,
+                                               const struct timeval* pstTime);
 /* Network device: 0 last send succeeded, 1 failed. Vector: -1 if a network element's last
  * send failed, else 0. Other devices 0; null -1. */
-int wlog_query_net_category_status(WLOGCATEGORYINST* pstCat);
+WLOG_MUST_CHECK int wlog_query_net_category_status(WLOGCATEGORYINST* pstCat);
 
 /* Renders the pattern for the event into its prefix and suffix buffers. */
 void wlog_layout_format(WLOGEVENTBASE* pstEvt, const char* pszPattern);
 
 /* ---- appender dispatch ---- */
 
-int wlogany_init(WLOGANY* pstAny, WLOGDEVANY* pstDev);
-int wlogany_writev(WLOGANY* pstAny, unsigned uId, unsigned uCls, const WLOGIOVEC* pstIOVec,
-                   int iCount);
-int wlogany_write(WLOGANY* pstAny, unsigned uId, unsigned uCls, const char* pszBuff, int iBuff);
+WLOG_MUST_CHECK int wlogany_init(WLOGANY* pstAny, WLOGDEVANY* pstDev);
+/* Hands a record of iCount pieces to the appender (iCount 0: a record of total length 0, which
+ * writes nothing and gives the appender's flush result; -1 for a negative count). */
+WLOG_MUST_CHECK int wlogany_writev(WLOGANY* pstAny, unsigned uId, unsigned uCls,
+                                   const WLOGIOVEC* pstIOVec, int iCount);
+WLOG_MUST_CHECK int wlogany_write(WLOGANY* pstAny, unsigned uId, unsigned uCls, const char* pszBuff,
+                                  int iBuff);
+/* Finalises the appender; always 0. */
 int wlogany_fini(WLOGANY* pstAny);
 
 /* ---- context ---- */
 
 WLOGCTX* wlog_alloc(void);
+/* Teardown, like free(): -1 only for a null (or already freed) context, so the result may be
+ * ignored. */
 int wlog_free(WLOGCTX** ppstCtx);
 /* 0, -1 for a bad magic, an appender's error, or WLOG_ERRCODE(WLOG_ERROR_LOOP). */
-int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf);
+WLOG_MUST_CHECK int wlog_init(WLOGCTX* pstCtx, WLOGCONF* pstConf);
+/* Teardown: 0, or -1 for a null context; the result may be ignored. */
 int wlog_fini(WLOGCTX* pstCtx);
-int wlog_reload(WLOGCTX* pstCtx, WLOGCONF* pstConf);
+WLOG_MUST_CHECK int wlog_reload(WLOGCTX* pstCtx, WLOGCONF* pstConf);
 WLOGCATEGORYINST* wlog_get_category(WLOGCTX* pstCtx, const char* pszName);
 WLOGCATEGORYINST* wlog_get_bill_category(WLOGCTX* pstCtx, const char* pszName);
-int wlog_get_category_size(WLOGCTX* pstCtx);
+WLOG_MUST_CHECK int wlog_get_category_size(WLOGCTX* pstCtx);
 WLOGCATEGORYINST* wlog_get_category_by_index(WLOGCTX* pstCtx, int iIndex);
 /* The file name pattern when the device is a file, else null. */
 const char* wlog_get_category_pattern(WLOGCATEGORYINST* pstCat);
 WLOGCTX* wlog_get_context(WLOGCATEGORYINST* pstCat);
-int wlog_set_host_name(WLOGCTX* pstCtx, const char* pszHostName);
-int wlog_set_module_name(WLOGCTX* pstCtx, const char* pszModuleName);
+WLOG_MUST_CHECK int wlog_set_host_name(WLOGCTX* pstCtx, const char* pszHostName);
+WLOG_MUST_CHECK int wlog_set_module_name(WLOGCTX* pstCtx, const char* pszModuleName);
 /* Links pstForward as the forward target and records its name in szForwardCat; refuses with
  * WLOG_ERRCODE(WLOG_ERROR_LOOP) a target whose chain leads back or reaches a memory device. */
-int wlog_set_category_forward(WLOGCATEGORYINST* pstCat, WLOGCATEGORYINST* pstForward);
+WLOG_MUST_CHECK int wlog_set_category_forward(WLOGCATEGORYINST* pstCat,
+                                              WLOGCATEGORYINST* pstForward);
 /* 0 cloned, 1 name exists, -1 bad argument or appender failure, -2 context full, -3 no memory. */
-int wlog_clone_category(WLOGCATEGORYINST* pstParent, const char* pszChildName);
-int wlog_clone_category_i(WLOGCATEGORYINST* pstParent, const WLOGCLONEOPTION* pstOption);
+WLOG_MUST_CHECK int wlog_clone_category(WLOGCATEGORYINST* pstParent, const char* pszChildName);
+WLOG_MUST_CHECK int wlog_clone_category_i(WLOGCATEGORYINST* pstParent,
+                                          const WLOGCLONEOPTION* pstOption);
 
 /* Process-wide clock override in microseconds since the epoch: get returns the override when
  * one is set (> 0), else the current time (-1 if the clock cannot be read). set stores
  * seconds * 1000000 + microseconds atomically; a null pointer removes the override. */
 int64_t wlog_get_current_time(void);
-int wlog_set_current_time(const struct timeval* pstTime);
+WLOG_MUST_CHECK int wlog_set_current_time(const struct timeval* pstTime);
 
 /* ---- bill log: a bill-mode file appender used without categories ---- */
 
 /* -1 for null arguments or a size limit above 4,200,000,000 or an open failure. */
-int wlog_bill_init(WLOGFILE** ppstBill, uint64_t ullSizeLimit, int iPrecision,
-                   const char* pszPattern);
+WLOG_MUST_CHECK int wlog_bill_init(WLOGFILE** ppstBill, uint64_t ullSizeLimit, int iPrecision,
+                                   const char* pszPattern);
 /* Writes "YYYYmmdd-HH:MM:SS | " + text + line feed (local time of wlog_get_current_time, so
  * the clock override applies); a line longer than 8192 bytes is cut there and still ends with
  * a line feed. */
-int wlog_bill_log(WLOGFILE* pstBill, const char* pszFmt, ...) WLOG_PRINTF_LIKE(2, 3);
-int wlog_bill_write(WLOGFILE* pstBill, const char* pszBuff, size_t iBuff);
-int wlog_bill_fini(WLOGFILE** ppstBill);
+WLOG_MUST_CHECK int wlog_bill_log(WLOGFILE* pstBill, const char* pszFmt, ...)
+    WLOG_PRINTF_LIKE(2, 3);
+/* Raw write of iBuff bytes: 0 or -1. iBuff 0 writes nothing and gives the flush result. */
+WLOG_MUST_CHECK int wlog_bill_write(WLOGFILE* pstBill, const char* pszBuff, size_t iBuff);
+WLOG_MUST_CHECK int wlog_bill_fini(WLOGFILE** ppstBill);
 
 /* ---- caller macros ----
  * Skip when the category is null or the priority lies outside the context-wide bounds (tested
@@ -329,7 +362,9 @@ int wlog_bill_fini(WLOGFILE** ppstBill);
         wlog_category_can_write(wlog_cat_, wlog_prio_, 0, 0)) {                            \
       const wlog_loc_info_t wlog_loc_ = {__FILE__, __LINE__, __func__, NULL};              \
       WLOGEVENT wlog_evt_ = {wlog_prio_, NULL, 0, &wlog_loc_, 0, 0, 0, 0, 0};              \
-      (void)wlog_category_logv(wlog_cat_, &wlog_evt_, fmt, ##__VA_ARGS__);                 \
+      if (wlog_category_logv(wlog_cat_, &wlog_evt_, fmt, ##__VA_ARGS__) != 0) {            \
+        /* a failed log call has no one to report to */                                    \
+      }                                                                                    \
     }                                                                                      \
   } while (0)
 

@@ -11,6 +11,7 @@
 #include <stdint.h>
 
 #include "wlog/wlog_conf.h"
+#include "wlog/wlog_defs.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -63,19 +64,22 @@ typedef struct tagWLOGBinFilter {
 } WLOGBINFILTER, *LPWLOGBINFILTER;
 
 /* Head to bytes: -1 when iSpace < 40, else 40. */
-int wlogbin_hton_head(char* pszBuff, size_t iSpace, const WLOGBINHEAD* pstHead);
+WLOG_MUST_CHECK int wlogbin_hton_head(char* pszBuff, size_t iSpace, const WLOGBINHEAD* pstHead);
 /* Bytes to head: -1 when iLen < 40, else the head length field. */
-int wlogbin_ntoh_head(WLOGBINHEAD* pstHead, const char* pszBuff, size_t iLen);
-/* Like wlogbin_ntoh_head, and *piPkgLen = head length + body length. */
-int wlogbin_get_head(WLOGBINHEAD* pstHead, int* piPkgLen, const char* pszBuff, size_t iLen);
-/* Head length + body length read from the raw bytes, -1 when iLen < 40. */
-int wlogbin_get_pkgsize(const char* pszBuff, size_t iLen);
+WLOG_MUST_CHECK int wlogbin_ntoh_head(WLOGBINHEAD* pstHead, const char* pszBuff, size_t iLen);
+/* Like wlogbin_ntoh_head, and *piPkgLen = head length + body length; -1 (and *piPkgLen -1) when
+ * the body length is negative or the sum does not fit an int. */
+WLOG_MUST_CHECK int wlogbin_get_head(WLOGBINHEAD* pstHead, int* piPkgLen, const char* pszBuff,
+                                     size_t iLen);
+/* Head length + body length read from the raw bytes; -1 when iLen < 40, the body length is
+ * negative or the sum does not fit an int. */
+WLOG_MUST_CHECK int wlogbin_get_pkgsize(const char* pszBuff, size_t iLen);
 /* Head and body into one buffer: sets the head and body lengths in *pstHead; -1 with errno
  * ERANGE when iBody + 39 >= iSpace; else 40 + iBody. */
-int wlogbin_make_pkg(char* pszBuff, size_t iSpace, WLOGBINHEAD* pstHead, const char* pszBody,
-                     size_t iBody);
+WLOG_MUST_CHECK int wlogbin_make_pkg(char* pszBuff, size_t iSpace, WLOGBINHEAD* pstHead,
+                                     const char* pszBody, size_t iBody);
 /* 0 when the head passes the filter, else -1. */
-int wlogbin_filter(const WLOGBINFILTER* pstFilter, const WLOGBINHEAD* pstHead);
+WLOG_MUST_CHECK int wlogbin_filter(const WLOGBINFILTER* pstFilter, const WLOGBINHEAD* pstHead);
 
 #ifdef __cplusplus
 }

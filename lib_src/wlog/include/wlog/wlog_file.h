@@ -14,6 +14,7 @@
 #include <time.h>
 
 #include "wlog/wlog_conf.h"
+#include "wlog/wlog_defs.h"
 #include "wlog/wlog_iovec.h"
 
 #ifdef __cplusplus
@@ -41,11 +42,13 @@ typedef struct tagWLogFile {
   WLOGDEVFILEINST stInst;
 } WLOGFILE, *LPWLOGFILE;
 
-int wlogfile_init(WLOGFILE* pstFile, WLOGDEVFILE* pstDev);
-int wlogfile_writev(WLOGFILE* pstFile, const WLOGIOVEC* pstIOVec, int iCount);
-int wlogfile_write(WLOGFILE* pstFile, const char* pszBuff, size_t iBuff);
-int wlogfile_sync(WLOGFILE* pstFile);
-int wlogfile_fini(WLOGFILE* pstFile);
+WLOG_MUST_CHECK int wlogfile_init(WLOGFILE* pstFile, WLOGDEVFILE* pstDev);
+WLOG_MUST_CHECK int wlogfile_writev(WLOGFILE* pstFile, const WLOGIOVEC* pstIOVec, int iCount);
+/* A record of total length 0 writes nothing: it gives the flush result (the file may still be
+ * switched when the period changed). */
+WLOG_MUST_CHECK int wlogfile_write(WLOGFILE* pstFile, const char* pszBuff, size_t iBuff);
+WLOG_MUST_CHECK int wlogfile_sync(WLOGFILE* pstFile);
+WLOG_MUST_CHECK int wlogfile_fini(WLOGFILE* pstFile);
 /* 1 when the description is bill-like (unbuffered, bill numbering, 1 s period, no sticky
  * rotation, flush on every write), else 0. */
 int wlogfile_is_bill(WLOGFILE* pstFile);

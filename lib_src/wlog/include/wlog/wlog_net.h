@@ -11,6 +11,7 @@
 #define WLOG_WLOG_NET_H_
 
 #include "wlog/wlog_conf.h"
+#include "wlog/wlog_defs.h"
 #include "wlog/wlog_iovec.h"
 
 #ifdef __cplusplus
@@ -51,17 +52,20 @@ typedef struct tagUrlParts {
   URLARG args[WLOGNET_MAX_URL_ARGS];
 } URLPARTS, *LPURLPARTS;
 
-int wlognet_init(WLOGNET* pstNet, WLOGDEVNET* pstDev);
-int wlognet_writev(WLOGNET* pstNet, const WLOGIOVEC* pstIOVec, int iCount);
-int wlognet_write(WLOGNET* pstNet, const char* pszBuff, size_t iBuff);
-int wlognet_fini(WLOGNET* pstNet);
-int wlognet_reload_dns_ctx(WLOGNET* pstNet);
-int wlognet_parse_url(const char* pszUrl, URLPARTS* pstParts);
-int wlognet_get_ip_port(const char* pszText, char* pszHost, int iHost, unsigned* puPort);
+WLOG_MUST_CHECK int wlognet_init(WLOGNET* pstNet, WLOGDEVNET* pstDev);
+WLOG_MUST_CHECK int wlognet_writev(WLOGNET* pstNet, const WLOGIOVEC* pstIOVec, int iCount);
+WLOG_MUST_CHECK int wlognet_write(WLOGNET* pstNet, const char* pszBuff, size_t iBuff);
+WLOG_MUST_CHECK int wlognet_fini(WLOGNET* pstNet);
+WLOG_MUST_CHECK int wlognet_reload_dns_ctx(WLOGNET* pstNet);
+WLOG_MUST_CHECK int wlognet_parse_url(const char* pszUrl, URLPARTS* pstParts);
+/* Splits "host[:port]": -1 for a host longer than 127 characters or than iHost - 1, or a port
+ * that is not all digits or above 65535; the port is 0 when absent. */
+WLOG_MUST_CHECK int wlognet_get_ip_port(const char* pszText, char* pszHost, int iHost,
+                                        unsigned* puPort);
 
 /* Process-wide parts: the socket layer and the asynchronous name-resolution helper, and the
  * refresh interval in seconds (values < 1 mean WLOG_DEFAULT_DNS_INTERNAL). */
-int wlognet_module_init(void);
+WLOG_MUST_CHECK int wlognet_module_init(void);
 void wlognet_module_fini(void);
 void wlognet_set_dns_interval(int iSeconds);
 

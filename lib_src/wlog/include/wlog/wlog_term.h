@@ -7,6 +7,7 @@
 #define WLOG_WLOG_TERM_H_
 
 #include "wlog/wlog_conf.h"
+#include "wlog/wlog_defs.h"
 #include "wlog/wlog_iovec.h"
 
 #ifdef __cplusplus
@@ -18,11 +19,11 @@ typedef struct tagWLogTerm {
   int iStdType; /* copied from the description at init */
 } WLOGTERM, *LPWLOGTERM;
 
-int wlogterm_init(WLOGTERM* pstTerm, WLOGDEVTERM* pstDev);
+WLOG_MUST_CHECK int wlogterm_init(WLOGTERM* pstTerm, WLOGDEVTERM* pstDev);
 /* Writes every piece to the stream; -1 for an empty total, an unknown stream type or a short
  * write (all pieces are still attempted), else the total length. */
-int wlogterm_writev(WLOGTERM* pstTerm, const WLOGIOVEC* pstIOVec, int iCount);
-int wlogterm_write(WLOGTERM* pstTerm, const char* pszBuff, size_t iBuff);
+WLOG_MUST_CHECK int wlogterm_writev(WLOGTERM* pstTerm, const WLOGIOVEC* pstIOVec, int iCount);
+WLOG_MUST_CHECK int wlogterm_write(WLOGTERM* pstTerm, const char* pszBuff, size_t iBuff);
 int wlogterm_fini(WLOGTERM* pstTerm);
 
 #ifdef __cplusplus

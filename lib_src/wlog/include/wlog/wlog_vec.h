@@ -2,14 +2,16 @@
  * each with its own id/class filter vector.
  *
  * Conventions: init returns 0 or the first failing element's result (-1 for an element of
- * another type); writev returns the number of elements that accepted the record; null
- * pointers give -1. The state points at its WLOGDEVVEC (not owned); element states are
+ * another type); writev returns the number of elements that accepted the record; fini finalises
+ * every element and returns -1 when one of them failed (a file's last flush); null pointers
+ * give -1. The state points at its WLOGDEVVEC (not owned); element states are
  * embedded and released by wlogvec_fini.
  */
 #ifndef WLOG_WLOG_VEC_H_
 #define WLOG_WLOG_VEC_H_
 
 #include "wlog/wlog_conf.h"
+#include "wlog/wlog_defs.h"
 #include "wlog/wlog_file.h"
 #include "wlog/wlog_iovec.h"
 #include "wlog/wlog_net.h"
@@ -35,11 +37,11 @@ typedef struct tagWLogVec {
   WLOGELEMENT astElements[WLOGVEC_MAX_ELEMENT];
 } WLOGVEC, *LPWLOGVEC;
 
-int wlogvec_init(WLOGVEC* pstVec, WLOGDEVVEC* pstDev);
-int wlogvec_writev(WLOGVEC* pstVec, unsigned uId, unsigned uCls, const WLOGIOVEC* pstIOVec,
-                   int iCount);
-int wlogvec_fini(WLOGVEC* pstVec);
-int wlogvec_reload_dns_ctx(WLOGVEC* pstVec);
+WLOG_MUST_CHECK int wlogvec_init(WLOGVEC* pstVec, WLOGDEVVEC* pstDev);
+WLOG_MUST_CHECK int wlogvec_writev(WLOGVEC* pstVec, unsigned uId, unsigned uCls,
+                                   const WLOGIOVEC* pstIOVec, int iCount);
+WLOG_MUST_CHECK int wlogvec_fini(WLOGVEC* pstVec);
+WLOG_MUST_CHECK int wlogvec_reload_dns_ctx(WLOGVEC* pstVec);
 
 #ifdef __cplusplus
 }

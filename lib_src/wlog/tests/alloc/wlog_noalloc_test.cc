@@ -60,12 +60,12 @@ int posix_memalign(void** out, size_t a, size_t n) {
 void free(void* p) { __libc_free(p); }
 }
 
+using wlog_test::add_category;
 using wlog_test::add_file_category;
-using wlog_test::add_term_category;
 using wlog_test::make_conf;
 
 TEST(WlogNoAlloc, LogPathAllocatesNothing) {
-  wlog_test::TempDir dir;
+  zq_test::TempDir dir;
   auto conf = make_conf();
   conf->iPriorityLow = WLOG_PRIORITY_DEBUG;
   WLOGCATEGORY* file =
@@ -92,19 +92,20 @@ TEST(WlogNoAlloc, LogPathAllocatesNothing) {
     WLOG_LOG_TRACE(cat, "rejected %d", i);
   }
   timeval later = {1700003600, 1};
-  wlog_category_set_time_ptr(cat, &later);  // a new second: the date text is rendered again
+  EXPECT_EQ(
+      0, wlog_category_set_time_ptr(cat, &later));  // a new second: the date text is rendered again
   WLOG_LOG_ERROR(cat, "after %s", "time change");
   char bytes[] = "\x01\x02\x03";
   WLOGEVENT evt = {WLOG_PRIORITY_INFO, bytes, 3, nullptr, 1, 1, 2, 0, 0};
-  wlog_category_log(cat, &evt);
-  wlog_category_log_hex(cat, &evt);
+  EXPECT_EQ(0, wlog_category_log(cat, &evt));
+  EXPECT_EQ(0, wlog_category_log_hex(cat, &evt));
   g_counting = false;
   EXPECT_EQ(0, g_allocs.load());
 
-  wlog_fini(ctx);
-  wlog_free(&ctx);
+  EXPECT_EQ(0, wlog_fini(ctx));
+  EXPECT_EQ(0, wlog_free(&ctx));
   EXPECT_NE(std::string::npos,
-            wlog_test::read_file(dir.file("run.log")).find("player alice entered world 1999"));
+            zq_test::ReadFile(dir.file("run.log")).find("player alice entered world 1999"));
 }
 
 TEST(WlogNoAlloc, CounterSeesAllocations) {

@@ -1,0 +1,245 @@
+// The tools as a user runs them: each case runs a built program with its arguments and standard
+// input and checks the exit status, the message and the stream it went to, and that nothing was
+// left behind in $TMPDIR or the working directory.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+  int status = -1;  // exit status, or 128 + signal
+  std::string out, err;
+  bool clean = false;  // $TMPDIR and the working directory are empty afterwards
+};
+
+class Cli : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    char tmpl[] = "/tmp/zq_cli_test_XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    std::string deep = "user a\n", word(1 << 20, 'x');
+    for (int i = 0; i < 60000; ++i) deep += "repeat 1\n";
+    deep += "host_tick\n";
+    for (int i = 0; i < 60000; ++i) deep += "end\n";
+    const std::pair<const char*, std::string> files[] = {
+        {"deep.scenario", deep},
+        {"huge.scenario", "user a\nrepeat 1000000\nmsg a size:1048576\nend\n"},
+        {"long.scenario", "users 1000 u\nrepeat 1000000\ntick *\nend\n"},
+        {"wide.scenario", "users 2000 u\ntick * 1000\n"},
+        {"slow.scenario", "users 1000 u\nlogin *\nrepeat 90000\ntick *\nend\n"},
+        {"binary.scenario", "user a\n\x01\x1b[31mbad\n"},
+        {"bigword.scenario", "user a\nmsg a " + word + "x\n"},
+        {"heartbeat.hex", "0a 09 00 00 00000001 00000002\n"},
+    };
+    for (const auto& f : files) std::ofstream(dir_ + "/" + f.first) << f.second;
+    fs::create_directories(dir_ + "/dir");
+    fs::create_directories(dir_ + "/sdk/libkry_sdk.so");
+  }
+  static void TearDownTestSuite() { fs::remove_all(dir_); }
+
+  // Tool names to programs, @D to the fixtures directory.
+  static std::string Expand(std::string s) {
+    if (s == "sim") return QUELLD_SIM_BIN;
+    if (s == "fd") return FRAME_DECODE_BIN;
+    if (s == "wx") return WLOG_EXAMPLE_BIN;
+    for (size_t at; (at = s.find("@D")) != std::string::npos;) s.replace(at, 2, dir_);
+    return s;
+  }
+
+  static std::string Slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+  }
+
+  // Starts the program in an empty working directory with an empty $TMPDIR.
+  static pid_t Start(const std::vector<std::string>& args, const std::string& input) {
+    const std::string run = dir_ + "/run";
+    fs::remove_all(run);
+    fs::create_directories(run + "/tmp");
+    fs::create_directories(run + "/cwd");
+    std::ofstream(run + "/in") << input;
+    std::vector<std::string> words;
+    for (const std::string& a : args) words.push_back(Expand(a));
+    std::vector<char*> argv;
+    for (std::string& w : words) argv.push_back(&w[0]);
+    argv.push_back(nullptr);
+    std::vector<std::string> env_text = {"TMPDIR=" + run + "/tmp"};
+    for (char** e = environ; *e != nullptr; ++e) {
+      if (strncmp(*e, "TMPDIR=", 7) != 0) env_text.push_back(*e);
+    }
+    std::vector<char*> env;
+    for (std::string& e : env_text) env.push_back(&e[0]);
+    env.push_back(nullptr);
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 0, (run + "/in").c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&fa, 1, (run + "/out").c_str(), O_WRONLY | O_CREAT, 0600);
+    posix_spawn_file_actions_addopen(&fa, 2, (run + "/err").c_str(), O_WRONLY | O_CREAT, 0600);
+    posix_spawn_file_actions_addchdir_np(&fa, (run + "/cwd").c_str());
+    pid_t pid = -1;
+    EXPECT_EQ(posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), env.data()), 0) << argv[0];
+    posix_spawn_file_actions_destroy(&fa);
+    return pid;
+  }
+
+  // Waits for the program; one that hangs is killed after two minutes and fails the case.
+  static Result Finish(pid_t pid) {
+    Result r;
+    int ws = 0;
+    pid_t done = 0;
+    for (int i = 0; i < 120000 && done == 0; ++i) {
+      done = waitpid(pid, &ws, WNOHANG);
+      if (done == 0) usleep(1000);
+    }
+    if (done == 0) {
+      kill(pid, SIGKILL);
+      done = waitpid(pid, &ws, 0);
+      ADD_FAILURE() << "still running after two minutes: killed";
+    }
+    EXPECT_EQ(done, pid);
+    r.status = WIFEXITED(ws) ? WEXITSTATUS(ws) : 128 + WTERMSIG(ws);
+    const std::string run = dir_ + "/run";
+    r.out = Slurp(run + "/out");
+    r.err = Slurp(run + "/err");
+    r.clean = fs::is_empty(run + "/tmp") && fs::is_empty(run + "/cwd");
+    return r;
+  }
+
+  static std::string dir_;
+};
+
+std::string Cli::dir_;
+
+struct Case {
+  std::vector<std::string> args;  // args[0] is the tool: sim, fd or wx; @D is the fixtures
+  std::string input;              // standard input
+  int status;
+  bool on_stdout;  // the message is on standard output (else standard error)
+  std::string says;
+};
+
+// One row per user-visible behaviour: arguments, standard input, exit status, whether the message
+// is on standard output (else standard error), and the message.
+// clang-format off
+const Case kCases[] = {
+    // Scenarios that crashed, hung or asked for unbounded memory are refused up front.
+    {{"sim", "--scenario", "@D/deep.scenario"}, "", 2, false,
+     "quelld_sim: error: scenario @D/deep.scenario, line 66: repeat blocks nested more than 64 deep"},
+    {{"sim", "--scenario", "@D/huge.scenario"}, "", 2, false,
+     "line 3: by this line the scenario relays 1048576000000 bytes of message data, more than the "
+     "limit of 1073741824 (this line: repeated 1000000 x TIMES 1 x users 1 = 1000000 events of "
+     "1048576 bytes)"},
+    {{"sim", "--scenario", "@D/long.scenario"}, "", 2, false,
+     "line 3: by this line the scenario plays 1000000000 events, more than the limit of 100000000"},
+    {{"sim", "--scenario", "@D/wide.scenario"}, "", 2, false,
+     "line 2: TIMES 1000 x users 2000 = 2000000 events from one command, more than the limit of "
+     "1048576"},
+    {{"sim", "--users", "100000", "--rounds", "100000"}, "", 2, false,
+     "scenario (built-in), line 100009: by this line the scenario plays 10000300002 events"},
+    {{"sim", "--scenario", "@D/bigword.scenario"}, "", 2, false,
+     "line 2: DATA longer than 1048576 bytes"},
+    {{"sim", "--scenario", "@D/binary.scenario"}, "", 2, false,
+     "line 2: unknown command '\\x01\\x1B[31mbad'"},
+    // File arguments must be readable regular files; - is standard input.
+    {{"sim", "--scenario", "@D/dir"}, "", 2, false,
+     "quelld_sim: error: cannot read scenario file @D/dir: is a directory, not a file"},
+    {{"sim", "--config", "@D/dir"}, "", 2, false,
+     "quelld_sim: error: cannot read configuration file @D/dir: is a directory, not a file"},
+    {{"sim", "--scenario", "@D/none"}, "", 2, false, "@D/none: No such file or directory"},
+    {{"sim", "--sdk-dir", "@D/sdk"}, "", 2, false,
+     "quelld_sim: error: SDK library @D/sdk/libkry_sdk.so: is a directory, not a file"},
+    {{"sim", "--plugin", "@D/dir"}, "", 2, false, "plug-in @D/dir: is a directory, not a file"},
+    {{"sim", "--json", "@D/dir"}, "", 2, false, "JSON summary @D/dir: is a directory, not a file"},
+    {{"sim", "--log-file", "@D/heartbeat.hex/sim.log"}, "", 2, false,
+     "quelld_sim: error: logging could not start: wlog_init returned -2097019903 (0x83020401): "
+     "file open failed; log file @D/heartbeat.hex/sim.log"},
+    {{"sim", "--scenario", "-"}, "user a\nlogin a\nexpect logins 1\nlogout a\n", 0, true,
+     "quelld_sim: OK"},
+    {{"sim", "--config", "-", "--scenario", "-"}, "", 2, false,
+     "--config - and --scenario - cannot both read standard input"},
+    // Options and numbers.
+    {{"sim", "--bogus"}, "", 2, false,
+     "quelld_sim: error: unknown option --bogus (see quelld_sim --help)"},
+    {{"sim", "--bogus=1"}, "", 2, false, "unknown option --bogus (see quelld_sim --help)"},
+    {{"sim", "--users", "0x10"}, "", 2, false,
+     "--users: expected a number from 1 to 100000, got '0x10'"},
+    {{"sim", "--users", "09", "--dump-scenario"}, "", 0, true, "# Built-in scenario: 9 users"},
+    {{"sim", "--users", "010", "--dump-scenario"}, "", 0, true, "# Built-in scenario: 10 users"},
+    {{"sim", "--help"}, "", 0, true, "usage: quelld_sim [options]"},
+    // frame_decode: results on standard output, errors on standard error.
+    {{"fd", "--help"}, "", 0, true, "usage: frame_decode"},
+    {{"fd", "@D/dir"}, "", 2, false, "frame_decode: cannot read @D/dir: is a directory, not a file"},
+    {{"fd", "@D/heartbeat.hex"}, "", 0, true, "TFrameHead: 12 of 12 bytes decoded"},
+    {{"fd", "-"}, "0a 09 00 00 00000001 00000002", 0, true, "TFrameHead: 12 of 12 bytes decoded"},
+    {{"fd", "--format", "binary", "@D/heartbeat.hex"}, "", 1, false, "error -20: "},
+    {{"fd", "--hex", "24 09 00 00 00000001 00000002"}, "", 1, false,
+     "error -20: cutVer from net-msg not in [BASEVERSION, CURRVERSION]\nback-trace: "},
+    {{"fd", "--cut", "abc", "--hex", "0a"}, "", 2, false,
+     "frame_decode: --cut: expected a version number from 0 to 4294967295, got 'abc' "
+     "(see frame_decode --help)"},
+    {{"fd", "--bogus"}, "", 2, false,
+     "frame_decode: unknown option --bogus (see frame_decode --help)"},
+    {{"fd", "--type", "nope", "--hex", "0a"}, "", 2, false, "frame_decode: unknown type 'nope'"},
+    {{"fd"}, "", 2, false, "frame_decode: no input"},
+    // wlog_example.
+    {{"wx", "--help"}, "", 0, true, "usage: wlog_example [DIR]"},
+    {{"wx", "--bogus"}, "", 2, false, "wlog_example: unknown option --bogus"},
+};
+// clang-format on
+
+TEST_F(Cli, EachCaseGivesItsStatusAndMessageAndLeavesNothing) {
+  for (const Case& c : kCases) {
+    std::string line;
+    for (const std::string& a : c.args) line += a + " ";
+    const Result r = Finish(Start(c.args, c.input));
+    const std::string want = Expand(c.says);
+    EXPECT_EQ(r.status, c.status) << line << "\n" << r.err;
+    const std::string& stream = c.on_stdout ? r.out : r.err;
+    EXPECT_NE(stream.find(want), std::string::npos)
+        << line << "\nwanted: " << want << "\nstdout: " << r.out.substr(0, 2000)
+        << "\nstderr: " << r.err.substr(0, 2000);
+    if (c.status != 0) {
+      EXPECT_EQ(r.out.find("error"), std::string::npos) << line << r.out;
+    }
+    EXPECT_TRUE(r.clean) << line << ": left files behind";
+  }
+}
+
+// A run stopped by a signal quits the plug-in, removes its work directory and exits with
+// 128 + the signal.
+TEST_F(Cli, StopSignalCleansUpAndExitsWithTheConventionalStatus) {
+  const std::pair<int, const char*> signals[] = {{SIGINT, "SIGINT"}, {SIGTERM, "SIGTERM"}};
+  for (const auto& s : signals) {
+    const pid_t pid = Start({"sim", "--scenario", "@D/slow.scenario"}, "");
+    // Wait until the work directory exists: the handlers are in place by then.
+    const std::string tmp = dir_ + "/run/tmp";
+    for (int i = 0; i < 60000 && fs::is_empty(tmp); ++i) usleep(1000);
+    ASSERT_FALSE(fs::is_empty(tmp));
+    kill(pid, s.first);
+    const Result r = Finish(pid);
+    EXPECT_EQ(r.status, 128 + s.first) << r.err;
+    EXPECT_NE(r.err.find(std::string("quelld_sim: stopped by ") + s.second), std::string::npos)
+        << r.err;
+    EXPECT_TRUE(r.clean);
+  }
+}
+
+}  // namespace

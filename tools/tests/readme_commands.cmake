@@ -1,0 +1,33 @@
+# Runs the frame_decode commands of the README's ```sh blocks as a user would, from the source
+# directory, with the built program, and checks their exit status (0, or the "# exit N" comment
+# at the end of the line).
+#   cmake -DREADME=<README.md> -DSOURCE_DIR=<source tree> -DFRAME_DECODE=<program> -P this file
+cmake_minimum_required(VERSION 3.25)
+include(${CMAKE_CURRENT_LIST_DIR}/../../tests/consumer/readme_blocks.cmake)
+zq_readme_write_blocks(${README} sh ${CMAKE_CURRENT_BINARY_DIR}/readme_sh sh blocks)
+set(prog "build/tools/frame_decode/frame_decode")
+set(count 0)
+foreach(block ${blocks})
+  file(STRINGS ${block} lines)
+  foreach(line IN LISTS lines)
+    string(FIND "${line}" "${prog} " at)
+    if(NOT at EQUAL 0)
+      continue()
+    endif()
+    set(want 0)
+    if(line MATCHES "# exit ([0-9]+)$")
+      set(want ${CMAKE_MATCH_1})
+    endif()
+    string(REPLACE "${prog}" "${FRAME_DECODE}" command "${line}")
+    execute_process(COMMAND sh -c "${command}" WORKING_DIRECTORY ${SOURCE_DIR}
+                    RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+    if(NOT rc EQUAL want)
+      message(FATAL_ERROR "README: '${line}' exited with ${rc}, not ${want}:\n${out}${err}")
+    endif()
+    math(EXPR count "${count} + 1")
+  endforeach()
+endforeach()
+if(count EQUAL 0)
+  message(FATAL_ERROR "README: no frame_decode command found")
+endif()
+message(STATUS "README: ${count} frame_decode commands ran as documented")
