@@ -205,9 +205,14 @@ void op_whole(const VIXMETALIB* lib) {
   std::fclose(fp);
   LPVIXMETALIB again = nullptr;
   size_t len = savedLen;
-  check(vix_load_metalib_buf(&again, saved, &len) == 0 && len == lib->iSize, "reload");
-  check(std::memcmp(again, lib, lib->iSize) == 0, "reloaded bytes");
-  vix_free_lib(&again);
+  if (lib->iSize < VIX_MIN_LIB_FILE) {
+    // Loaded from a longer input, but too short to be read on its own.
+    check(vix_load_metalib_buf(&again, saved, &len) == VIX_ERROR_BUF_TOO_SHORT, "short reload");
+  } else {
+    check(vix_load_metalib_buf(&again, saved, &len) == 0 && len == lib->iSize, "reload");
+    check(std::memcmp(again, lib, lib->iSize) == 0, "reloaded bytes");
+    vix_free_lib(&again);
+  }
   std::free(saved);
 
   LPVIXMETALIB32 lib32 = nullptr;
