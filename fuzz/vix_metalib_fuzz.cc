@@ -1,14 +1,17 @@
 // Fuzz target: arbitrary bytes loaded as a metadata library (checksum fixed up first so that
-// the input reaches the block checks), then every operation on what loads. Operations on a
-// loaded library are the rows of kOperations; new ones (printing, reading) are added there.
+// the input reaches the block checks), then every operation on what loads: look-ups, paths,
+// macros, save and reload, printing records as text and reading them back, the dump. Operations
+// on a loaded library are the rows of kOperations.
 #include <stdio.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "vix/vix_io.h"
 #include "vix/vix_metalib.h"
 
 namespace {
@@ -202,9 +205,14 @@ void op_whole(const VIXMETALIB* lib) {
   std::fclose(fp);
   LPVIXMETALIB again = nullptr;
   size_t len = savedLen;
-  check(vix_load_metalib_buf(&again, saved, &len) == 0 && len == lib->iSize, "reload");
-  check(std::memcmp(again, lib, lib->iSize) == 0, "reloaded bytes");
-  vix_free_lib(&again);
+  if (lib->iSize < VIX_MIN_LIB_FILE) {
+    // Loaded from a longer input, but too short to be read on its own.
+    check(vix_load_metalib_buf(&again, saved, &len) == VIX_ERROR_BUF_TOO_SHORT, "short reload");
+  } else {
+    check(vix_load_metalib_buf(&again, saved, &len) == 0 && len == lib->iSize, "reload");
+    check(std::memcmp(again, lib, lib->iSize) == 0, "reloaded bytes");
+    vix_free_lib(&again);
+  }
   std::free(saved);
 
   LPVIXMETALIB32 lib32 = nullptr;
@@ -214,8 +222,76 @@ void op_whole(const VIXMETALIB* lib) {
   }
 }
 
+// Deterministic bytes for host records and text mutations, seeded by the library.
+struct Rng {
+  uint64_t x;
+  uint64_t next() {
+    x ^= x << 13;
+    x ^= x >> 7;
+    x ^= x << 17;
+    return x;
+  }
+};
+
+bool is_vix_code(int ret) {
+  return ret == 0 || (static_cast<uint32_t>(ret) & 0xFFFFFF00u) == 0x82010400u;
+}
+
+// Reads text into the record; a failure must leave the record as it was.
+void scan_checked(const VIXMETA* m, std::vector<char>* host, const char* text, size_t len,
+                  const VIXPRINTFORMAT& format) {
+  const std::vector<char> before = *host;
+  VIXDATA h = {host->data(), host->size()};
+  VIXDATA in = {const_cast<char*>(text), len};
+  const int ret = vix_sscanf_ex(m, &h, &in, 0, &format);
+  check(is_vix_code(ret), "scan result code");
+  if (ret != 0) check(*host == before, "a failed read restores the record");
+}
+
+// Every meta printed into a buffer exactly as large as the text may take, then read back from
+// that text, from a mutated copy and from the input's own bytes; host buffers are exactly the
+// meta's host size (capped), so that any access past them is caught.
+void op_text(const VIXMETALIB* lib, const uint8_t* data, size_t size) {
+  const VIXPRINTFORMAT formats[] = {
+      {"\n", 0, ' ', 0}, {"\n", 1, ' ', 1}, {";", 0, '\t', 1}, {"", 0, ' ', 0}};
+  Rng rng{0x9E3779B97F4A7C15ull ^ lib->checksum};
+  for (int i = 0; i < vix_get_meta_num(lib) && i < 16; ++i) {
+    const VIXMETA* m = vix_get_meta_by_index(lib, i);
+    const size_t hostSize = std::min<size_t>(vix_get_meta_size(m), 16384);
+    if (hostSize == 0) continue;
+    std::vector<char> host(hostSize);
+    for (char& c : host) c = static_cast<char>(rng.next() % 4 == 0 ? rng.next() : 0);
+    for (const VIXPRINTFORMAT& format : formats) {
+      std::vector<char> out(1 + rng.next() % 8192);
+      VIXDATA o = {out.data(), out.size()};
+      VIXDATA h = {host.data(), host.size()};
+      const int ret = vix_sprintf_ex(m, &o, &h, 0, &format);
+      check(is_vix_code(ret) && o.iBuff <= out.size(), "print result");
+      if (ret != 0) continue;
+      check(o.iBuff == out.size() || out[o.iBuff] == '\0', "printed text terminated");
+      std::vector<char> back(hostSize);
+      scan_checked(m, &back, out.data(), o.iBuff, format);
+      std::vector<char> text(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(o.iBuff));
+      static const char kBytes[] = "=[]\n;0123456789-x V\t";
+      for (int k = 0; k < 4 && !text.empty(); ++k) {
+        text[rng.next() % text.size()] = kBytes[rng.next() % (sizeof(kBytes) - 1)];
+      }
+      if (!text.empty() && rng.next() % 2 == 0) text.resize(rng.next() % text.size());
+      scan_checked(m, &back, text.data(), text.size(), format);
+    }
+    scan_checked(m, &host, reinterpret_cast<const char*>(data), size, formats[i % 4]);
+  }
+  static FILE* devnull = std::fopen("/dev/null", "w");
+  if (devnull != nullptr) check(vix_dump_metalib(lib, devnull) == 0, "dump");
+}
+
+const uint8_t* g_data = nullptr;
+size_t g_size = 0;
+void op_text_of_input(const VIXMETALIB* lib) { op_text(lib, g_data, g_size); }
+
 using Operation = void (*)(const VIXMETALIB*);
-const Operation kOperations[] = {op_library, op_metas, op_paths, op_macros, op_whole};
+const Operation kOperations[] = {op_library, op_metas, op_paths,
+                                 op_macros,  op_whole, op_text_of_input};
 
 uint32_t xor_words(const char* p, size_t n) {
   uint32_t x = 0;
@@ -230,6 +306,8 @@ uint32_t xor_words(const char* p, size_t n) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  g_data = data;
+  g_size = size;
   std::vector<char> bytes(data, data + size);
   if (size >= 24) {
     uint64_t claimed = 0;

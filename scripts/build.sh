@@ -60,7 +60,7 @@ case "$cmd" in
       run_tests build-asan -LE nosan "$@"
     ;;
   bench)
-    ensure_packages "${base_packages[@]}" libssl-dev libboost-dev
+    ensure_packages "${base_packages[@]}" libssl-dev libboost-dev libprotobuf-dev protobuf-compiler
     configure_build build-bench -DCMAKE_BUILD_TYPE=Release -DZQ_BUILD_TESTS=OFF
     for b in "$root"/build-bench/bench/*_bench; do
       [ -x "$b" ] && "$b" "$@"

@@ -7,6 +7,7 @@
 #include <string.h>
 #include <sys/time.h>
 
+#include "vix/vix_io.h"
 #include "wlog/wlog.h"
 #include "wlog_internal.h"
 
@@ -276,6 +277,28 @@ int wlog_category_log_hex(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt) {
   base.evt_msg_len = static_cast<int>(hex_len);
   base.evt_is_msg_binary = 0;
   return log_chain(c, &base);
+}
+
+int wlog_category_log_vix(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt, const VIXMETA* pstMeta,
+                          const void* pvData, intptr_t iLen, int iVersion) {
+  if (pstCat == nullptr || pstEvt == nullptr || pstMeta == nullptr || pvData == nullptr) {
+    return -1;
+  }
+  int max = 0;
+  char* buf = message_buffer(inner_of(pstCat), &max);
+  if (buf == nullptr) return -1;
+  VIXDATA out = {buf, static_cast<uint64_t>(max)};
+  VIXDATA host = {static_cast<char*>(const_cast<void*>(pvData)),
+                  iLen > 0 ? static_cast<uint64_t>(iLen) : 0};
+  if (vix_sprintf(pstMeta, &out, &host, iVersion) != 0) {
+    // Logged all the same: a record longer than the buffer is cut at its end, and any other
+    // failure leaves the text printed before it (vix_get_error_detail tells why).
+  }
+  const int len = static_cast<int>(out.iBuff);
+  buf[len < max ? len : max - 1] = '\0';
+  pstEvt->evt_msg = buf;
+  pstEvt->evt_msg_len = len;
+  return wlog_category_log(pstCat, pstEvt);
 }
 
 int wlog_category_set_priority(WLOGCATEGORYINST* pstCat, int iPriorityHigh, int iPriorityLow) {

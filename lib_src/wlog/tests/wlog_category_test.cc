@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "vix/vix_builder.h"
 #include "wlog/wlog.h"
 #include "wlog_test_util.h"
 
@@ -151,6 +152,52 @@ TEST(WlogLogHex, ConvertsAndHandlesTheBoundary) {
   evt.evt_msg_len = 4;  // exactly half the buffer: refused, buffer logged unchanged
   EXPECT_LT(0, wlog_category_log_hex(c, &evt));
   EXPECT_EQ(std::string("<0ABC01><010203><010203\0\0>", 26), cap.Take());
+}
+
+TEST(WlogLogVix, PrintsTheRecordIntoTheCategoryBuffer) {
+  VIXLIBPARAM param = {};
+  snprintf(param.szName, sizeof(param.szName), "t");
+  VIXBUILDER* b = nullptr;
+  ASSERT_EQ(0, vix_builder_open_growing(&b, &param));
+  VIXMETADESC md;
+  vix_meta_desc_init(&md);
+  md.pszName = "Pt";
+  ASSERT_EQ(0, vix_builder_begin_meta(b, &md));
+  ASSERT_EQ(0, vix_builder_add_simple_entry(b, "x", "int32", 1));
+  ASSERT_EQ(0, vix_builder_add_simple_entry(b, "tag", "string", 4));
+  ASSERT_EQ(0, vix_builder_end_meta(b));
+  VIXMETALIB* lib = nullptr;
+  ASSERT_EQ(0, vix_builder_finish(b, &lib));
+  vix_builder_close(&b);
+  const VIXMETA* meta = vix_get_meta_by_name(lib, "Pt");
+  const struct {
+    int32_t x;
+    char tag[4];
+  } pt = {-7, "ab"};
+
+  auto conf = make_conf();
+  add_category(conf.get(), "vix", "<%m>")->iMaxMsgSize = 64;
+  add_category(conf.get(), "small", "<%m>")->iMaxMsgSize = 16;
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  WLOGCATEGORYINST* c = wlog_get_category(ctx.get(), "vix");
+  WLOGCATEGORYINST* small = wlog_get_category(ctx.get(), "small");
+  WLOGEVENT evt = {WLOG_PRIORITY_INFO, nullptr, 0, nullptr, 0, 0, 0, 0, 0};
+  wlog_test::Capture cap;
+  EXPECT_EQ(0, wlog_category_log_vix(c, &evt, meta, &pt, sizeof(pt), 0));
+  EXPECT_EQ(33, evt.evt_msg_len);
+  // Filling the buffer: the length is the capacity and the last byte gives way to a NUL.
+  EXPECT_EQ(0, wlog_category_log_vix(small, &evt, meta, &pt, sizeof(pt), 0));
+  EXPECT_EQ(16, evt.evt_msg_len);
+  // A record that cannot be printed (no bytes) is logged as the nothing printed.
+  EXPECT_EQ(0, wlog_category_log_vix(c, &evt, meta, &pt, -1, 0));
+  EXPECT_EQ(std::string("<[Pt version=\"0\"]:\n  x=-7\n  tag=ab><[Pt version=\"0\"\0><>", 55),
+            cap.Take());
+  EXPECT_EQ(-1, wlog_category_log_vix(nullptr, &evt, meta, &pt, sizeof(pt), 0));
+  EXPECT_EQ(-1, wlog_category_log_vix(c, nullptr, meta, &pt, sizeof(pt), 0));
+  EXPECT_EQ(-1, wlog_category_log_vix(c, &evt, nullptr, &pt, sizeof(pt), 0));
+  EXPECT_EQ(-1, wlog_category_log_vix(c, &evt, meta, nullptr, sizeof(pt), 0));
+  vix_free_lib(&lib);
 }
 
 TEST(WlogLog, BinaryMessageGetsHead) {

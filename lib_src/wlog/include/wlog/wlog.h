@@ -41,6 +41,7 @@
 #include <sys/time.h>
 #include <time.h>
 
+#include "vix/vix_metalib.h"
 #include "wlog/wlog_bin.h"
 #include "wlog/wlog_conf.h"
 #include "wlog/wlog_defs.h"
@@ -271,6 +272,16 @@ WLOG_MUST_CHECK int wlog_category_logv_va_list(WLOGCATEGORYINST* pstCat, WLOGEVE
 WLOG_MUST_CHECK int wlog_category_log(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt);
 /* Logs the bytes of evt_msg/evt_msg_len as upper-case hexadecimal text. */
 WLOG_MUST_CHECK int wlog_category_log_hex(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt);
+/* Logs the record at pvData (iLen bytes), described by the vix meta pstMeta, as the text
+ * vix_sprintf writes for cut-off version iVersion (0: the meta's current one; see vix_io.h),
+ * printed into the category's message buffer with capacity iMaxMsgSize. evt_msg and evt_msg_len
+ * receive the buffer and the printed length; the text is terminated at that length, or at index
+ * iMaxMsgSize - 1 when the print filled the buffer (a record too long for it is logged cut
+ * there, one that cannot be printed at all is logged as what was printed before the failure).
+ * -1 for a null argument or a category without a buffer, else wlog_category_log's result. */
+WLOG_MUST_CHECK int wlog_category_log_vix(WLOGCATEGORYINST* pstCat, WLOGEVENT* pstEvt,
+                                          const VIXMETA* pstMeta, const void* pvData, intptr_t iLen,
+                                          int iVersion);
 
 WLOG_MUST_CHECK int wlog_category_set_priority(WLOGCATEGORYINST* pstCat, int iPriorityHigh,
                                                int iPriorityLow);
