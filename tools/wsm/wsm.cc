@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "vix/vix_error.h"
+#include "vix/vix_io.h"
 #include "vix/vix_metalib.h"
 #include "vix/vix_types.h"
 #include "wmng/terror.h"
@@ -43,8 +45,6 @@ const char kUsage[] =
     "(message and the error stack on stderr).\n";
 
 const int kMaxRecords = 16;  // records shown of one data object
-const int kMaxElements = 8;  // array elements shown of one member
-const int kMaxDepth = 8;     // nesting shown
 
 struct Options {
   int key = WSM_INDEX_KEY_DEFAULT;
@@ -136,108 +136,6 @@ int cmd_list(WsmVixHandleP h) {
   return 0;
 }
 
-// ---- printing a record through its meta ----
-
-void print_scalar(int code, const unsigned char* p, size_t size) {
-  int64_t i = 0;
-  uint64_t u = 0;
-  switch (code) {
-    case VIX_TYPE_CHAR:
-    case VIX_TYPE_SMALLINT:
-    case VIX_TYPE_INT:
-    case VIX_TYPE_LONG:
-    case VIX_TYPE_LONGLONG:
-    case VIX_TYPE_MONEY:
-      if (size == 1) i = static_cast<int8_t>(p[0]);
-      if (size == 2) i = static_cast<int16_t>(p[0] | (p[1] << 8));
-      if (size == 4) {
-        int32_t v;
-        memcpy(&v, p, 4);
-        i = v;
-      }
-      if (size == 8) memcpy(&i, p, 8);
-      printf("%" PRId64, i);
-      return;
-    case VIX_TYPE_UCHAR:
-    case VIX_TYPE_SMALLUINT:
-    case VIX_TYPE_UINT:
-    case VIX_TYPE_ULONG:
-    case VIX_TYPE_ULONGLONG:
-    case VIX_TYPE_WCHAR:
-      memcpy(&u, p, size <= 8 ? size : 8);  // little-endian host
-      printf("%" PRIu64, u);
-      return;
-    case VIX_TYPE_FLOAT: {
-      float f;
-      memcpy(&f, p, 4);
-      printf("%g", static_cast<double>(f));
-      return;
-    }
-    case VIX_TYPE_DOUBLE: {
-      double d;
-      memcpy(&d, p, 8);
-      printf("%g", d);
-      return;
-    }
-    case VIX_TYPE_IP: {
-      VIXIP ip;
-      memcpy(&ip, p, 4);
-      printf("%s", vix_vixip_to_ineta(ip));
-      return;
-    }
-    default:
-      printf("0x");
-      for (size_t k = 0; k < size && k < 16; ++k) printf("%02x", p[k]);
-      return;
-  }
-}
-
-void print_meta(const VIXMETA* meta, const unsigned char* rec, size_t avail, int depth);
-
-// One member at base (avail bytes of the record from there).
-void print_entry(const VIXMETAENTRY* e, const unsigned char* rec, size_t avail, int depth) {
-  const VIXOFF off = vix_get_entry_offset(e);
-  const VIXCTYPEINFO* type = vix_idx_to_typeinfo(vix_get_entry_type(e));
-  const size_t unit = vix_get_entry_unitsize(e);
-  const int count = vix_get_entry_count(e);
-  printf("%*s%s (%s", 2 * depth + 2, "", vix_get_entry_name(e), type ? type->pszName : "?");
-  if (count != 1) printf("[%d]", count);
-  printf(") @%" PRId64 " = ", static_cast<int64_t>(off));
-  const size_t n = count > 0 ? static_cast<size_t>(count) : 0;
-  if (off < 0 || unit == 0 || type == nullptr || static_cast<size_t>(off) > avail ||
-      n * unit > avail - static_cast<size_t>(off)) {
-    printf("(outside the data)\n");
-    return;
-  }
-  const unsigned char* at = rec + off;
-  const VIXMETA* sub = vix_get_entry_type_meta(e);
-  if (sub != nullptr) {
-    printf("\n");
-    if (depth + 1 >= kMaxDepth) return;
-    for (size_t k = 0; k < n && k < static_cast<size_t>(kMaxElements); ++k) {
-      print_meta(sub, at + k * unit, unit, depth + 1);
-    }
-    return;
-  }
-  if ((type->iType == VIX_TYPE_STRING || type->iType == VIX_TYPE_CHAR) && unit == 1 && n > 1) {
-    printf("\"%.*s\"\n", static_cast<int>(strnlen(reinterpret_cast<const char*>(at), n)), at);
-    return;
-  }
-  for (size_t k = 0; k < n && k < static_cast<size_t>(kMaxElements); ++k) {
-    if (k > 0) printf(", ");
-    print_scalar(type->iType, at + k * unit, unit);
-  }
-  printf(n > static_cast<size_t>(kMaxElements) ? ", ...\n" : "\n");
-}
-
-void print_meta(const VIXMETA* meta, const unsigned char* rec, size_t avail, int depth) {
-  const int entries = vix_get_entry_num(meta);
-  for (int i = 0; i < entries; ++i) {
-    const VIXMETAENTRY* e = vix_get_entry_by_index(meta, i);
-    if (e != nullptr) print_entry(e, rec, avail, depth);
-  }
-}
-
 // A heap copy of a library in shared memory, checked as a file would be; null when it fails.
 LPVIXMETALIB checked_copy(const VIXMETALIB* shared, size_t size) {
   LPVIXMETALIB lib = nullptr;
@@ -273,8 +171,14 @@ void show_typed(WsmVixRowP r, const WsmShmHead* head, const unsigned char* paylo
     const size_t records = unit > 0 ? size / unit : 0;
     printf("record:     %s, %zu bytes each, %zu in the object\n", name, unit, records);
     for (size_t k = 0; k < records && k < static_cast<size_t>(kMaxRecords); ++k) {
-      printf("[%zu]\n", k);
-      print_meta(meta, payload + k * unit, unit, 0);
+      printf("[%zu] ", k);
+      VIXDATA host;
+      host.pszBuff = const_cast<char*>(reinterpret_cast<const char*>(payload + k * unit));
+      host.iBuff = unit;
+      if (vix_fprintf(meta, stdout, &host, 0) != 0) {
+        printf("\n(cannot print: %s)", vix_get_error_detail());
+      }
+      printf("\n");
     }
     if (records > static_cast<size_t>(kMaxRecords)) printf("... %zu more\n", records - kMaxRecords);
   }
