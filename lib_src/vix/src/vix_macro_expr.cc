@@ -36,6 +36,7 @@ struct MacroTable {
   }
   // Linear search; the index or -1.
   int find(const char* pszName) const {
+    if (pData == nullptr) return -1;
     for (int i = 0; i < iNum; ++i) {
       if (strcmp(name(i), pszName) == 0) return i;
     }

@@ -853,7 +853,10 @@ int vix_sscanf_ex(const VIXMETA* pstMeta, LPVIXDATA pstHost, const VIXDATA* pstI
   }
   static const char kEmpty[] = "";
   VIXDATA stIn = *pstIn;
-  if (stIn.pszBuff == nullptr) stIn.pszBuff = const_cast<char*>(kEmpty);
+  if (stIn.pszBuff == nullptr) {
+    stIn.pszBuff = const_cast<char*>(kEmpty);
+    stIn.iBuff = 0;
+  }
   Reader stReader(pstMeta, *pstHost, stIn, *pstFormat, iVersion);
   return stReader.run();
 }
