@@ -29,6 +29,7 @@ struct MacroTable {
     return m->ptrMacro == VIX_PTR_NONE ? "" : pData + m->ptrMacro;
   }
   int value(int i) const {
+    if (pData == nullptr) return 0;
     if (b32) {
       return reinterpret_cast<const VIXMACRO32*>(pData + ptrMacro + sizeof(VIXMACRO32) * i)->iValue;
     }
