@@ -39,7 +39,11 @@ bool emitAll(const Schema& schema, const std::string& outDir, std::string& error
   for (size_t i = 0; i < kOutputCount; ++i) {
     if (!writeIfChanged(base + kOutputs[i].suffix, kOutputs[i].emit(schema), error)) return false;
   }
-  if (!schema.metalib.wanted) return true;
+  return !schema.metalib.wanted || emitMetalib(schema, outDir, error);
+}
+
+bool emitMetalib(const Schema& schema, const std::string& outDir, std::string& error) {
+  const std::string base = outDir + "/" + schema.name;
   std::string bytes;
   return buildMetalib(schema, bytes, error) && writeIfChanged(base + ".metalib", bytes, error) &&
          writeIfChanged(base + "_metalib.cc", emitMetalibSource(schema, bytes), error);

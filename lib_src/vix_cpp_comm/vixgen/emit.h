@@ -40,6 +40,9 @@ extern const size_t kOutputCount;
 // cannot be written, or the library's "file:line: message".
 bool emitAll(const Schema& schema, const std::string& outDir, std::string& error);
 
+// Writes only the metadata library: <schema>.metalib and <schema>_metalib.cc.
+bool emitMetalib(const Schema& schema, const std::string& outDir, std::string& error);
+
 // Writes text to path unless the file already holds it. False with "path: cannot write".
 bool writeIfChanged(const std::string& path, const std::string& text, std::string& error);
 

@@ -344,6 +344,16 @@ WLOG_MUST_CHECK int wlog_clone_category_i(WLOGCATEGORYINST* pstParent,
 int64_t wlog_get_current_time(void);
 WLOG_MUST_CHECK int wlog_set_current_time(const struct timeval* pstTime);
 
+/* ---- configuration metadata ---- */
+
+/* The metadata library of the configuration (built from wlog_conf.vix): the meta "WLOGCONF"
+ * and every record in it, with the configuration's element names (Name, PriorityHigh, ...,
+ * Device.File.Pattern), the host layout of wlog_conf.h, the defaults ("default" for a
+ * category's Name, WLOG_DEFAULT_FORMAT for its Format, WLOG_CONF_MAGIC for Magic, no priority
+ * bound, ...) and the constants as macros, with macro groups for priorities, device and
+ * terminal types. Linked in: never null, read-only, valid for the whole process. */
+const VIXMETALIB* wlog_get_meta_data(void);
+
 /* ---- bill log: a bill-mode file appender used without categories ---- */
 
 /* -1 for null arguments or a size limit above 4,200,000,000 or an open failure. */
