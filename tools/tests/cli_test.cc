@@ -46,6 +46,12 @@ class Cli : public testing::Test {
         {"binary.scenario", "user a\n\x01\x1b[31mbad\n"},
         {"bigword.scenario", "user a\nmsg a " + word + "x\n"},
         {"heartbeat.hex", "0a 09 00 00 00000001 00000002\n"},
+        {"good.logconf",
+         "Count=1\n[CategoryList[0]]\n  Name=zq\n  PriorityLow=WLOG_PRIORITY_WARN\n"
+         "  [Device]\n    Type=WLOG_DEV_TERM\n    [Device]\n      [Term]\n"
+         "        StdType=WLOG_TERM_STDOUT\n"},
+        {"bad.logconf", "Count=1\n[CategoryList[0]]\n  Colour=red\n"},
+        {"nozq.logconf", "Count=1\n[CategoryList[0]]\n  Name=other\n"},
     };
     for (const auto& f : files) std::ofstream(dir_ + "/" + f.first) << f.second;
     fs::create_directories(dir_ + "/dir");
@@ -173,6 +179,17 @@ const Case kCases[] = {
      "file open failed; log file @D/heartbeat.hex/sim.log"},
     {{"sim", "--scenario", "-"}, "user a\nlogin a\nexpect logins 1\nlogout a\n", 0, true,
      "quelld_sim: OK"},
+    // Logging configured by a file in wlog's text form.
+    {{"sim", "--log-conf", "@D/good.logconf", "--users", "5", "--rounds", "1"}, "", 0, true,
+     "log: as configured in @D/good.logconf"},
+    {{"sim", "--log-conf", "@D/none.logconf"}, "", 2, false,
+     "quelld_sim: error: logging configuration @D/none.logconf: No such file or directory"},
+    {{"sim", "--log-conf", "@D/dir"}, "", 2, false,
+     "quelld_sim: error: logging configuration @D/dir: is a directory, not a file"},
+    {{"sim", "--log-conf", "@D/bad.logconf"}, "", 2, false,
+     "quelld_sim: error: logging configuration @D/bad.logconf:3: entry<Colour> is unknown"},
+    {{"sim", "--log-conf", "@D/nozq.logconf"}, "", 2, false,
+     "quelld_sim: error: logging configuration @D/nozq.logconf has no category zq"},
     {{"sim", "--config", "-", "--scenario", "-"}, "", 2, false,
      "--config - and --scenario - cannot both read standard input"},
     // Options and numbers.
