@@ -66,6 +66,14 @@ TEST_F(Library, LayoutNamesAndPathsMatchTheSchema) {
   EXPECT_EQ(77, vix_get_metalib_id(lib_));
   EXPECT_EQ(3, vix_get_metalib_version(lib_));
   EXPECT_EQ(4, vix_get_meta_num(lib_));
+  // Written tight (the string buffer up to the 8-byte alignment of the area after it), with
+  // its checksum set.
+  EXPECT_LT(lib_->iFreeStrBufSize, 8u);
+  EXPECT_EQ(lib_->iMaxMetaNum, lib_->iCurMetaNum);
+  EXPECT_EQ(lib_->iMaxMacroNum, lib_->iCurMacroNum);
+  const uint32_t dwChecksum = lib_->checksum;
+  vix_update_checksum(lib_);
+  EXPECT_EQ(dwChecksum, lib_->checksum);
   const struct {
     const char* pszMeta;
     size_t iSize;

@@ -1,6 +1,6 @@
 // The configuration's metadata library against the C declarations of wlog_conf.h: every meta
 // and every entry of the library has the host size and offset the C compiler gives the record
-// and member, and the element names, macros and defaults a configuration file relies on.
+// and member. (Its defaults and macros are exercised by reading files: wlog_conf_text_test.)
 #include <gtest/gtest.h>
 #include <stddef.h>
 
@@ -114,41 +114,6 @@ TEST(WlogMeta, EveryMetaAndEntryHasTheCLayout) {
       EXPECT_EQ(c->iSize, vix_get_entry_unitsize(e) * static_cast<size_t>(vix_get_entry_count(e)));
     }
   }
-}
-
-TEST(WlogMeta, NamesMacrosAndDefaultsOfTheConfiguration) {
-  const VIXMETALIB* pstLib = wlog_get_meta_data();
-  const VIXMETA* c = vix_get_meta_by_name(pstLib, "Category");
-  ASSERT_NE(nullptr, c);
-  const struct {
-    const char* pszMeta;
-    const char* pszPath;
-    const char* pszDefault;
-  } kDefaults[] = {{"Category", "Name", WLOG_DEFAULT_CATEGORY_NAME},
-                   {"Category", "Format", WLOG_DEFAULT_FORMAT},
-                   {"Category", "MaxMsgSize", "8192"},
-                   {"Category", "PriorityLow", "-1"},
-                   {"WLOGCONF", "Magic", "1548"},
-                   {"DevNet", "ConnTimeout", "2000"}};
-  for (const auto& d : kDefaults) {
-    const VIXMETAENTRY* e =
-        vix_get_entry_by_path(vix_get_meta_by_name(pstLib, d.pszMeta), d.pszPath);
-    ASSERT_NE(nullptr, e) << d.pszPath;
-    EXPECT_STREQ(d.pszDefault, vix_get_entry_defaultvalue(e, nullptr)) << d.pszPath;
-  }
-  const struct {
-    const char* pszName;
-    int iValue;
-  } kMacros[] = {{"WLOG_CONF_MAGIC", WLOG_CONF_MAGIC},   {"WLOG_MAX_CATEGORY", WLOG_MAX_CATEGORY},
-                 {"WLOG_DEV_VEC", WLOG_DEV_VEC},         {"WLOG_PRIORITY_NULL", WLOG_PRIORITY_NULL},
-                 {"WLOG_TERM_STDOUT", WLOG_TERM_STDOUT}, {"WLOGMEM_MIN_SIZE", WLOGMEM_MIN_SIZE}};
-  for (const auto& m : kMacros) {
-    int iValue = 0;
-    ASSERT_EQ(0, vix_get_macro_value(&iValue, pstLib, m.pszName)) << m.pszName;
-    EXPECT_EQ(m.iValue, iValue) << m.pszName;
-  }
-  EXPECT_STREQ("DevType", vix_get_macrosgroup_name(
-                              vix_get_entry_macrosgroup(vix_get_entry_by_path(c, "Device.Type"))));
 }
 
 }  // namespace
