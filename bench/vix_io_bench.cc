@@ -3,9 +3,8 @@
 // equivalent message (vix_io_bench.proto) filled with the same values; and the macro
 // expression calculator.
 //
-// The metadata library describing WLOGCONF is built here with the builder API, member by
-// member, and every host offset and size is checked against the C declaration at start-up
-// (a library compiled from the configuration schema will replace this description).
+// The metadata library is the one wlog links in (wlog_get_meta_data, compiled from
+// lib_src/wlog/wlog_conf.vix; wlog_meta_test checks its layout against the C declarations).
 #include <benchmark/benchmark.h>
 #include <stddef.h>
 #include <stdio.h>
@@ -14,10 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "vix/vix_builder.h"
 #include "vix/vix_io.h"
 #include "vix/vix_macro.h"
-#include "wlog/wlog_conf.h"
+#include "wlog/wlog.h"
 
 #ifdef ZQ_HAVE_PROTOBUF
 #include <google/protobuf/text_format.h>
@@ -34,216 +32,6 @@ namespace {
 
 void check(const char* pszWhat, int iRet) {
   if (iRet != 0) die(pszWhat, iRet);
-}
-
-// One member of a meta and where C puts it.
-struct Member {
-  const char* pszName;
-  const char* pszType;
-  int iCount;
-  size_t iOffset;
-  const char* pszRefer = nullptr;
-  const char* pszSelect = nullptr;
-  const char* pszGroup = nullptr;
-  int iMin = 1;  // union branch range; none when iMin > iMax
-  int iMax = 0;
-};
-
-struct MetaDesc {
-  const char* pszName;
-  int iType;
-  size_t iSize;
-  std::vector<Member> members;
-};
-
-#define M(rec, field, name, type, count) \
-  Member { name, type, count, offsetof(rec, field) }
-
-std::vector<MetaDesc> wlog_metas() {
-  std::vector<MetaDesc> v;
-  v.push_back(
-      {"IntFilter",
-       VIX_TYPE_STRUCT,
-       sizeof(INTFILTER),
-       {M(INTFILTER, dwStart, "Start", "uint32", 1), M(INTFILTER, dwCount, "Count", "uint32", 1),
-        M(INTFILTER, nMod, "Mod", "int16", 1), M(INTFILTER, nRes, "Res", "int16", 1),
-        M(INTFILTER, nModStart, "ModStart", "int16", 1),
-        M(INTFILTER, nModCount, "ModCount", "int16", 1)}});
-  v.push_back({"Filter",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGFILTER),
-               {M(WLOGFILTER, stIDFilter, "IDFilter", "IntFilter", 1),
-                M(WLOGFILTER, stClsFilter, "ClsFilter", "IntFilter", 1)}});
-  Member filters = M(WLOGFILTERVEC, astFilters, "Filters", "Filter", WLOG_VEC_FILTER);
-  filters.pszRefer = "Count";
-  v.push_back({"FilterVec",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGFILTERVEC),
-               {M(WLOGFILTERVEC, iCount, "Count", "int32", 1), filters}});
-  v.push_back({"DevFile",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGDEVFILE),
-               {M(WLOGDEVFILE, szPattern, "Pattern", "string", WLOGFILE_PATTERN_LEN),
-                M(WLOGDEVFILE, iBuffSize, "BuffSize", "int32", 1),
-                M(WLOGDEVFILE, dwSizeLimit, "SizeLimit", "uint32", 1),
-                M(WLOGDEVFILE, iPrecision, "Precision", "int32", 1),
-                M(WLOGDEVFILE, iMaxRotate, "MaxRotate", "int32", 1),
-                M(WLOGDEVFILE, iSyncTime, "SyncTime", "int32", 1),
-                M(WLOGDEVFILE, iNoFindLatest, "NoFindLatest", "int32", 1),
-                M(WLOGDEVFILE, iRotateStick, "RotateStick", "int32", 1),
-                M(WLOGDEVFILE, iDropBinaryHead, "DropBinaryHead", "int32", 1)}});
-  v.push_back({"DevNet",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGDEVNET),
-               {M(WLOGDEVNET, szUrl, "Url", "string", WLOGNET_URL_LEN),
-                M(WLOGDEVNET, iBuffSize, "BuffSize", "int32", 1),
-                M(WLOGDEVNET, iSendBuff, "SendBuff", "int32", 1),
-                M(WLOGDEVNET, iRecvBuff, "RecvBuff", "int32", 1),
-                M(WLOGDEVNET, iAutoReconnect, "AutoReconnect", "int32", 1),
-                M(WLOGDEVNET, iMaxRetry, "MaxRetry", "int32", 1),
-                M(WLOGDEVNET, iConnTimeout, "ConnTimeout", "int32", 1),
-                M(WLOGDEVNET, iSendTimeout, "SendTimeout", "int32", 1)}});
-  v.push_back({"DevMem",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGDEVMEM),
-               {M(WLOGDEVMEM, iEnable, "enable", "int32", 1),
-                M(WLOGDEVMEM, szUri, "uri", "string", WLOGMEM_STRING_LEN),
-                M(WLOGDEVMEM, iBuffSize, "BuffSize", "int32", 1),
-                M(WLOGDEVMEM, szPattern, "Pattern", "string", WLOGMEM_STRING_LEN),
-                M(WLOGDEVMEM, dwSizeLimit, "SizeLimit", "uint32", 1)}});
-  v.push_back({"DevTerm",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGDEVTERM),
-               {M(WLOGDEVTERM, iStdType, "StdType", "int32", 1)}});
-  Member file = M(WLOGDEVELEMENTSELECTOR, stFile, "File", "DevFile", 1);
-  Member net = M(WLOGDEVELEMENTSELECTOR, stNet, "Net", "DevNet", 1);
-  file.iMin = file.iMax = WLOG_DEV_FILE;
-  net.iMin = net.iMax = WLOG_DEV_NET;
-  v.push_back({"DevElementSelector", VIX_TYPE_UNION, sizeof(WLOGDEVELEMENTSELECTOR), {file, net}});
-  Member type = M(WLOGDEVELEMENT, iType, "Type", "int32", 1);
-  type.pszGroup = "DevType";
-  Member device = M(WLOGDEVELEMENT, stDevice, "Device", "DevElementSelector", 1);
-  device.pszSelect = "Type";
-  v.push_back(
-      {"DevElement",
-       VIX_TYPE_STRUCT,
-       sizeof(WLOGDEVELEMENT),
-       {M(WLOGDEVELEMENT, iID, "ID", "int32", 1), M(WLOGDEVELEMENT, iCtrl, "Ctrl", "int32", 1),
-        M(WLOGDEVELEMENT, stFilterVec, "FilterVec", "FilterVec", 1), type, device}});
-  Member elements = M(WLOGDEVVEC, astElements, "Elements", "DevElement", WLOGVEC_MAX_ELEMENT);
-  elements.pszRefer = "Count";
-  v.push_back({"DevVec",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGDEVVEC),
-               {M(WLOGDEVVEC, iInst, "Inst", "int32", 1),
-                M(WLOGDEVVEC, iCount, "Count", "int32", 1), elements}});
-  std::vector<Member> branches = {M(WLOGDEVSELECTOR, stFile, "File", "DevFile", 1),
-                                  M(WLOGDEVSELECTOR, stNet, "Net", "DevNet", 1),
-                                  M(WLOGDEVSELECTOR, stMem, "Mem", "DevMem", 1),
-                                  M(WLOGDEVSELECTOR, stTerm, "Term", "DevTerm", 1),
-                                  M(WLOGDEVSELECTOR, stVec, "Vec", "DevVec", 1)};
-  const int aiSelect[] = {WLOG_DEV_FILE, WLOG_DEV_NET, WLOG_DEV_MEM, WLOG_DEV_TERM, WLOG_DEV_VEC};
-  for (size_t i = 0; i < branches.size(); ++i) branches[i].iMin = branches[i].iMax = aiSelect[i];
-  v.push_back({"DevSelector", VIX_TYPE_UNION, sizeof(WLOGDEVSELECTOR), branches});
-  type = M(WLOGDEVANY, iType, "Type", "int32", 1);
-  type.pszGroup = "DevType";
-  device = M(WLOGDEVANY, stDevice, "Device", "DevSelector", 1);
-  device.pszSelect = "Type";
-  v.push_back({"DevAny", VIX_TYPE_STRUCT, sizeof(WLOGDEVANY), {type, device}});
-  v.push_back({"Category",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGCATEGORY),
-               {M(WLOGCATEGORY, szName, "Name", "string", WLOG_NAME_LEN),
-                M(WLOGCATEGORY, iPriorityHigh, "PriorityHigh", "int32", 1),
-                M(WLOGCATEGORY, iPriorityLow, "PriorityLow", "int32", 1),
-                M(WLOGCATEGORY, stFilter, "Filter", "FilterVec", 1),
-                M(WLOGCATEGORY, iLevelDispatch, "LevelDispatch", "int32", 1),
-                M(WLOGCATEGORY, iMustSucc, "MustSucc", "int32", 1),
-                M(WLOGCATEGORY, iMaxMsgSize, "MaxMsgSize", "int32", 1),
-                M(WLOGCATEGORY, szFormat, "Format", "string", WLOG_FORMAT_LEN),
-                M(WLOGCATEGORY, szForwardCat, "ForwardCat", "string", WLOG_FORMAT_LEN),
-                M(WLOGCATEGORY, stDevice, "Device", "DevAny", 1)}});
-  Member list = M(WLOGCONF, astCategoryList, "CategoryList", "Category", WLOG_MAX_CATEGORY);
-  list.pszRefer = "Count";
-  v.push_back({"WLOGCONF",
-               VIX_TYPE_STRUCT,
-               sizeof(WLOGCONF),
-               {M(WLOGCONF, iMagic, "Magic", "int32", 1),
-                M(WLOGCONF, iPriorityHigh, "PriorityHigh", "int32", 1),
-                M(WLOGCONF, iPriorityLow, "PriorityLow", "int32", 1),
-                M(WLOGCONF, iDelayInit, "DelayInit", "int32", 1),
-                M(WLOGCONF, iSuppressError, "SuppressError", "int32", 1),
-                M(WLOGCONF, iAsyncDnsInternal, "AsyncDnsInternal", "int32", 1),
-                M(WLOGCONF, iCount, "Count", "int32", 1), list}});
-  return v;
-}
-
-#undef M
-
-// The library, built once; the process aborts when a member does not land where C has it.
-const VIXMETALIB* wlog_lib() {
-  static LPVIXMETALIB s_pstLib = [] {
-    VIXLIBPARAM stParam = {};
-    stParam.iID = 1548;
-    stParam.iVersion = 1;
-    snprintf(stParam.szName, sizeof(stParam.szName), "wlog");
-    LPVIXBUILDER b = nullptr;
-    check("open", vix_builder_open_growing(&b, &stParam));
-    const struct {
-      const char* pszName;
-      int iValue;
-    } kMacros[] = {{"WLOG_DEV_NO", WLOG_DEV_NO},
-                   {"WLOG_DEV_FILE", WLOG_DEV_FILE},
-                   {"WLOG_DEV_NET", WLOG_DEV_NET},
-                   {"WLOG_DEV_MEM", WLOG_DEV_MEM},
-                   {"WLOG_DEV_TERM", WLOG_DEV_TERM},
-                   {"WLOG_DEV_VEC", WLOG_DEV_VEC},
-                   {"WLOG_MAX_CATEGORY", WLOG_MAX_CATEGORY},
-                   {"WLOG_CONF_MAGIC", WLOG_CONF_MAGIC}};
-    for (const auto& m : kMacros) check("macro", vix_builder_add_macro(b, m.pszName, m.iValue, ""));
-    const char* apszDev[] = {"WLOG_DEV_NO",  "WLOG_DEV_FILE", "WLOG_DEV_NET",
-                             "WLOG_DEV_MEM", "WLOG_DEV_TERM", "WLOG_DEV_VEC"};
-    check("group", vix_builder_add_macrosgroup(b, "DevType", "", apszDev, 6));
-    const std::vector<MetaDesc> metas = wlog_metas();
-    for (const MetaDesc& md : metas) {
-      VIXMETADESC d;
-      vix_meta_desc_init(&d);
-      d.pszName = md.pszName;
-      d.iType = md.iType;
-      check(md.pszName, vix_builder_begin_meta(b, &d));
-      for (const Member& m : md.members) {
-        VIXENTRYDESC e;
-        vix_entry_desc_init(&e);
-        e.pszName = m.pszName;
-        e.pszType = m.pszType;
-        e.iCount = m.iCount;
-        e.pszRefer = m.pszRefer;
-        e.pszSelect = m.pszSelect;
-        e.pszMacrosGroup = m.pszGroup;
-        e.iMinId = m.iMin;
-        e.iMaxId = m.iMax;
-        check(m.pszName, vix_builder_add_entry(b, &e));
-      }
-      check(md.pszName, vix_builder_end_meta(b));
-    }
-    LPVIXMETALIB pstLib = nullptr;
-    check("finish", vix_builder_finish(b, &pstLib));
-    vix_builder_close(&b);
-    for (const MetaDesc& md : metas) {
-      const VIXMETA* m = vix_get_meta_by_name(pstLib, md.pszName);
-      if (m == nullptr || vix_get_meta_size(m) != md.iSize) die(md.pszName, -1);
-      for (const Member& mb : md.members) {
-        int iIdx = -1;
-        if (vix_get_entry_by_name(&iIdx, m, mb.pszName) != 0 ||
-            vix_get_entry_offset(vix_get_entry_by_index(m, iIdx)) !=
-                static_cast<VIXOFF>(mb.iOffset)) {
-          die(mb.pszName, -1);
-        }
-      }
-    }
-    return pstLib;
-  }();
-  return s_pstLib;
 }
 
 void set_filter(WLOGFILTER* f, uint32_t dwStart, int16_t nMod) {
@@ -356,7 +144,11 @@ const WLOGCONF& conf() {
   return *s_pstConf;
 }
 
-const VIXMETA* conf_meta() { return vix_get_meta_by_name(wlog_lib(), "WLOGCONF"); }
+const VIXMETA* conf_meta() {
+  const VIXMETA* m = vix_get_meta_by_name(wlog_get_meta_data(), "WLOGCONF");
+  if (m == nullptr) die("WLOGCONF meta", -1);
+  return m;
+}
 
 std::string vix_text() {
   std::vector<char> out(1 << 20);
@@ -403,7 +195,7 @@ BENCHMARK(BM_VixSscanf_WlogConf);
 
 // A five-operator expression with two macro names.
 void BM_VixMacroExpr(benchmark::State& state) {
-  const VIXMETALIB* pstLib = wlog_lib();
+  const VIXMETALIB* pstLib = wlog_get_meta_data();
   int iValue = 0;
   int iIdx = 0;
   for (auto _ : state) {

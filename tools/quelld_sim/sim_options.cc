@@ -69,6 +69,7 @@ const Setting kSettings[] = {
     Text("sdk_dir", &SimOptions::sdk_dir, 4095),
     Text("scenario", &SimOptions::scenario, 4095),
     Text("log_file", &SimOptions::log_file, 127),
+    Text("log_conf", &SimOptions::log_conf, 4095),
     Text("json", &SimOptions::json, 4095),
     {"log_level", Kind::kLevel, 0, 1000, nullptr, &SimOptions::log_level, nullptr, nullptr},
     Flag("verbose", &SimOptions::verbose),
@@ -353,6 +354,10 @@ Options (every option is also a key of the --config file, written key = value):
   --log-level NAME       least severe priority logged: FATAL ALERT CRIT ERROR WARN NOTICE
                          INFO DEBUG TRACE, or a number from 0 to 1000 (default INFO)
   --verbose              also write the log to standard output
+  --log-conf FILE        logging configuration in wlog's text form (see
+                         tools/quelld_sim/example.logconf); it must define the category zq,
+                         which the simulator and the plug-in log to; --log-file, --log-level
+                         and --verbose do not apply, and the log is not checked
   --no-reload            skip the reload phase after the scenario
   --no-verify            do not compare the SDK double's records with the events sent
   --keep                 keep the work directory (SDK copy and default log file)

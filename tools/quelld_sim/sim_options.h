@@ -12,6 +12,8 @@ struct SimOptions {
   std::string sdk_dir;   // directory whose libkry_sdk.so is copied and loaded
   std::string scenario;  // scenario file; empty runs the built-in scenario
   std::string log_file;  // empty: quelld_sim.log in the work directory
+  std::string log_conf;  // logging configuration in wlog's text form; empty: built from the
+                         // log_file, log_level and verbose settings
   std::string json;      // file for the run's summary as JSON; empty: none
   int log_level = 600;   // least severe priority written (INFO)
   bool verbose = false;  // log also to standard output

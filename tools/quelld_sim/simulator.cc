@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <signal.h>
+#include <strings.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -135,6 +136,10 @@ bool CheckPaths(const SimOptions& o, std::string* err) {
   const std::string sdk = o.sdk_dir + "/" KRY_SDK_LIB_BASE_NAME "." KRY_SDK_LIB_EXT_NAME;
   if (!zq_tools::CheckRegularFile(sdk, &why)) {
     *err = "SDK library " + why;
+    return false;
+  }
+  if (!o.log_conf.empty() && !zq_tools::CheckRegularFile(o.log_conf, &why)) {
+    *err = "logging configuration " + why;
     return false;
   }
   struct stat st;
@@ -388,7 +393,52 @@ class Simulation {
     }
   }
 
+  // The logging configuration of a --log-conf file. The log's path is known when the category
+  // zq writes to a file whose pattern holds no date fields.
+  bool LoadLogConf() {
+    char why[512];
+    const int rc = wlog_conf_load(&conf_, opts_.log_conf.c_str(), why, sizeof(why));
+    if (rc != 0) return Fail(Format("logging configuration %s", why));
+    for (int i = 0; i < conf_->iCount && i < WLOG_MAX_CATEGORY; ++i) {
+      const WLOGCATEGORY& c = conf_->astCategoryList[i];
+      if (strcasecmp(c.szName, "zq") != 0) continue;
+      if (c.stDevice.iType == WLOG_DEV_FILE &&
+          strchr(c.stDevice.stDevice.stFile.szPattern, '%') == nullptr) {
+        log_path_ = c.stDevice.stDevice.stFile.szPattern;
+      }
+      break;
+    }
+    return true;
+  }
+
   bool StartLogging() {
+    if (!opts_.log_conf.empty()) {
+      if (!LoadLogConf()) return false;
+    } else if (!BuildLogConf()) {
+      return false;
+    }
+    ctx_ = wlog_alloc();
+    if (ctx_ == nullptr) return Fail("out of memory for the logging context");
+    int rc = wlog_init(ctx_, conf_);
+    if (rc != 0) {
+      if (wlog_free(&ctx_) != 0) ctx_ = nullptr;  // cannot fail: ctx_ is not null
+      return Fail("logging could not start: " + WlogResult("wlog_init", rc) +
+                  (opts_.log_conf.empty() ? "; log file " + log_path_
+                                          : "; logging configuration " + opts_.log_conf));
+    }
+    rc = wlog_set_module_name(ctx_, "quelld_sim");
+    if (rc != 0) return Fail("logging: " + WlogResult("wlog_set_module_name", rc));
+    cat_ = wlog_get_category(ctx_, "zq");
+    if (cat_ == nullptr) {
+      return Fail(opts_.log_conf.empty()
+                      ? "logging context has no category zq"
+                      : "logging configuration " + opts_.log_conf + " has no category zq");
+    }
+    return true;
+  }
+
+  // The logging configuration of the log_file, log_level and verbose settings.
+  bool BuildLogConf() {
     log_path_ = opts_.log_file.empty() ? workdir_ + "/quelld_sim.log" : opts_.log_file;
     std::string pattern;  // the file name is a strftime pattern: keep '%' literal
     for (char c : log_path_) {
@@ -427,18 +477,6 @@ class Simulation {
       term.stDevice.iType = WLOG_DEV_TERM;
       term.stDevice.stDevice.stTerm.iStdType = WLOG_TERM_STDOUT;
     }
-    ctx_ = wlog_alloc();
-    if (ctx_ == nullptr) return Fail("out of memory for the logging context");
-    int rc = wlog_init(ctx_, conf_);
-    if (rc != 0) {
-      if (wlog_free(&ctx_) != 0) ctx_ = nullptr;  // cannot fail: ctx_ is not null
-      return Fail("logging could not start: " + WlogResult("wlog_init", rc) + "; log file " +
-                  log_path_);
-    }
-    rc = wlog_set_module_name(ctx_, "quelld_sim");
-    if (rc != 0) return Fail("logging: " + WlogResult("wlog_set_module_name", rc));
-    cat_ = wlog_get_category(ctx_, "zq");
-    if (cat_ == nullptr) return Fail("logging context has no category zq");
     return true;
   }
 
@@ -815,6 +853,7 @@ class Simulation {
   // The log must hold one error line per failed SDK call and one "not change" line per reload
   // with the file unchanged, when those priorities are logged.
   void CheckLog() {
+    if (!opts_.log_conf.empty()) return;  // the user's categories: lines cannot be predicted
     std::string text;
     if (!ReadFile(log_path_, &text)) {
       Problem("cannot read the log file " + log_path_);
@@ -959,10 +998,14 @@ class Simulation {
         "  sends to clients: %ld reached the host (%ld bytes), %ld refused to the SDK, "
         "%ld unexpected\n",
         host_.calls, host_.bytes, send_failures_, host_.unexpected);
-    out_ << Format(
-        "  log: %s, %ld lines, %ld SDK failure lines%s\n", log_path_.c_str(), log_lines_,
-        log_errors_,
-        (opts_.log_file.empty() && !opts_.keep) ? " (removed with the work directory)" : "");
+    if (!opts_.log_conf.empty()) {
+      out_ << "  log: as configured in " << opts_.log_conf << "\n";
+    } else {
+      out_ << Format(
+          "  log: %s, %ld lines, %ld SDK failure lines%s\n", log_path_.c_str(), log_lines_,
+          log_errors_,
+          (opts_.log_file.empty() && !opts_.keep) ? " (removed with the work directory)" : "");
+    }
     if (skipped_ > 0) out_ << Format("  skipped: %ld double-only steps\n", skipped_);
     const LatencySummary total = AllUserEvents().Summary();
     const Throughput tp = Rates(total);

@@ -46,6 +46,15 @@ class Cli : public testing::Test {
         {"binary.scenario", "user a\n\x01\x1b[31mbad\n"},
         {"bigword.scenario", "user a\nmsg a " + word + "x\n"},
         {"heartbeat.hex", "0a 09 00 00 00000001 00000002\n"},
+        {"good.logconf",
+         "Count=1\n[CategoryList[0]]\n  Name=zq\n  PriorityLow=WLOG_PRIORITY_WARN\n"
+         "  [Device]\n    Type=WLOG_DEV_TERM\n    [Device]\n      [Term]\n"
+         "        StdType=WLOG_TERM_STDOUT\n"},
+        {"bad.logconf", "Count=1\n[CategoryList[0]]\n  Colour=red\n"},
+        {"nozq.logconf", "Count=1\n[CategoryList[0]]\n  Name=other\n"},
+        {"bad.vix", "schema bad\nstruct X\n"},
+        {"corrupt.metalib", "not a metadata library\n"},
+        {"term.bin", std::string("\x01\0\0\0", 4)},
     };
     for (const auto& f : files) std::ofstream(dir_ + "/" + f.first) << f.second;
     fs::create_directories(dir_ + "/dir");
@@ -58,6 +67,7 @@ class Cli : public testing::Test {
     if (s == "sim") return QUELLD_SIM_BIN;
     if (s == "fd") return FRAME_DECODE_BIN;
     if (s == "wx") return WLOG_EXAMPLE_BIN;
+    if (s == "vixc") return VIXC_BIN;
     for (size_t at; (at = s.find("@D")) != std::string::npos;) s.replace(at, 2, dir_);
     return s;
   }
@@ -129,7 +139,7 @@ class Cli : public testing::Test {
 std::string Cli::dir_;
 
 struct Case {
-  std::vector<std::string> args;  // args[0] is the tool: sim, fd or wx; @D is the fixtures
+  std::vector<std::string> args;  // args[0] is the tool: sim, fd, wx or vixc; @D the fixtures
   std::string input;              // standard input
   int status;
   bool on_stdout;  // the message is on standard output (else standard error)
@@ -173,6 +183,17 @@ const Case kCases[] = {
      "file open failed; log file @D/heartbeat.hex/sim.log"},
     {{"sim", "--scenario", "-"}, "user a\nlogin a\nexpect logins 1\nlogout a\n", 0, true,
      "quelld_sim: OK"},
+    // Logging configured by a file in wlog's text form.
+    {{"sim", "--log-conf", "@D/good.logconf", "--users", "5", "--rounds", "1"}, "", 0, true,
+     "log: as configured in @D/good.logconf"},
+    {{"sim", "--log-conf", "@D/none.logconf"}, "", 2, false,
+     "quelld_sim: error: logging configuration @D/none.logconf: No such file or directory"},
+    {{"sim", "--log-conf", "@D/dir"}, "", 2, false,
+     "quelld_sim: error: logging configuration @D/dir: is a directory, not a file"},
+    {{"sim", "--log-conf", "@D/bad.logconf"}, "", 2, false,
+     "quelld_sim: error: logging configuration @D/bad.logconf:3: entry<Colour> is unknown"},
+    {{"sim", "--log-conf", "@D/nozq.logconf"}, "", 2, false,
+     "quelld_sim: error: logging configuration @D/nozq.logconf has no category zq"},
     {{"sim", "--config", "-", "--scenario", "-"}, "", 2, false,
      "--config - and --scenario - cannot both read standard input"},
     // Options and numbers.
@@ -202,6 +223,31 @@ const Case kCases[] = {
     // wlog_example.
     {{"wx", "--help"}, "", 0, true, "usage: wlog_example [DIR]"},
     {{"wx", "--bogus"}, "", 2, false, "wlog_example: unknown option --bogus"},
+    // vixc. The compile case writes @D/w.metalib, which the later cases read.
+    {{"vixc", "--help"}, "", 0, true, "usage: vixc COMMAND ARGS"},
+    {{"vixc", "--x"}, "", 2, false, "vixc: unknown option --x, see --help"},
+    {{"vixc", "dump"}, "", 2, false, "vixc: dump needs LIB, see --help"},
+    {{"vixc", "compile", VIX_SCHEMA, "-o", "@D/w.metalib"}, "", 0, true, "@D/w.metalib: "},
+    {{"vixc", "compile", "@D/bad.vix", "-o", "@D/x.metalib"}, "", 1, false,
+     "@D/bad.vix:2: unknown statement: struct"},
+    {{"vixc", "compile", "@D/none.vix", "-o", "@D/x.metalib"}, "", 2, false,
+     "vixc: cannot read schema @D/none.vix: No such file or directory"},
+    {{"vixc", "dump", "@D/w.metalib"}, "", 0, true,
+     "meta[13] name=\"WLOGCONF\" type=struct id=-1 version=1..1 hsize=20367388"},
+    {{"vixc", "dump", "@D/dir"}, "", 2, false,
+     "vixc: cannot read library @D/dir: is a directory, not a file"},
+    {{"vixc", "dump", "@D/corrupt.metalib"}, "", 1, false,
+     "vixc: cannot load library @D/corrupt.metalib: not a metadata library"},
+    {{"vixc", "print", "@D/w.metalib", "DevTerm", "@D/term.bin"}, "", 0, true,
+     "[DevTerm version=\"1\"]:\n  StdType=WLOG_TERM_STDOUT\n"},
+    {{"vixc", "print", "@D/w.metalib", "Nope", "@D/term.bin"}, "", 1, false,
+     "vixc: library @D/w.metalib has no meta Nope"},
+    {{"vixc", "print", "@D/w.metalib", "DevFile", "@D/term.bin"}, "", 1, false,
+     "vixc: @D/term.bin: 4 bytes, but a DevFile is 160 bytes"},
+    {{"vixc", "print", "@D/w.metalib", "DevTerm", "@D/none.bin"}, "", 2, false,
+     "vixc: cannot read record file @D/none.bin: No such file or directory"},
+    {{"vixc", "verify", "@D/w.metalib", "0123456789abcdef0123456789abcdef"}, "", 1, false,
+     "vixc: @D/w.metalib: digest differs (the library's is "},
 };
 // clang-format on
 
@@ -221,6 +267,17 @@ TEST_F(Cli, EachCaseGivesItsStatusAndMessageAndLeavesNothing) {
     }
     EXPECT_TRUE(r.clean) << line << ": left files behind";
   }
+}
+
+// The digest vixc md5 prints is the one vixc verify accepts.
+TEST_F(Cli, VixcVerifiesTheDigestItPrints) {
+  ASSERT_EQ(0, Finish(Start({"vixc", "compile", VIX_SCHEMA, "-o", "@D/v.metalib"}, "")).status);
+  const Result md5 = Finish(Start({"vixc", "md5", "@D/v.metalib"}, ""));
+  ASSERT_EQ(0, md5.status) << md5.err;
+  ASSERT_EQ(md5.out.substr(32), "  " + dir_ + "/v.metalib\n");
+  const Result ok = Finish(Start({"vixc", "verify", "@D/v.metalib", md5.out.substr(0, 32)}, ""));
+  EXPECT_EQ(0, ok.status) << ok.err;
+  EXPECT_EQ(dir_ + "/v.metalib: digest matches\n", ok.out);
 }
 
 // A run stopped by a signal quits the plug-in, removes its work directory and exits with

@@ -114,3 +114,24 @@ TEST(VixgenSchema, RefusesMistakesNamingTheLine) {
   EXPECT_EQ("4: missing end", parseError(h + "record R 1 1\n  int8 a\n"));
   EXPECT_EQ("1: unknown statement: struct", parseError("struct X\n"));
 }
+
+TEST(VixgenSchema, RefusesBadLibraryOptions) {
+  const std::string h = kHead;
+  const struct {
+    std::string text;
+    const char* error;
+  } kCases[] = {
+      {"metalib sideways\n", "3: metalib needs the layout: natural or packed"},
+      {"metalib packed id\n", "3: id needs a value"},
+      {"metalib packed size 4\n", "3: unknown metalib option size"},
+      {"metalib natural\nconst BIG 0x100000000\n", "3: metalib: BIG does not fit a 32-bit macro"},
+      {"record R 1 1\n  int8 a as 1x\nend\n", "4: bad element name: 1x"},
+      {"record R 1 1\n  int8 a as B\n  int8 B\nend\n", "5: duplicate element B"},
+      {"record R 1 1\n  int8 a group E\nend\n", "4: group names no enum: E"},
+      {"enum E\n  A = 1\nend\nrecord R 1 1\n  string s[4] group E\nend\n",
+       "7: group applies to single integers"},
+      {"record R 1 1\n  int8 a desc plain\nend\n", "4: desc needs a quoted text"},
+      {"union U 1 1\n  int8 a id 1 as\nend\n", "4: as needs a value"},
+  };
+  for (const auto& c : kCases) EXPECT_EQ(c.error, parseError(h + c.text)) << c.text;
+}

@@ -15,8 +15,6 @@ const Output kOutputs[] = {
 };
 const size_t kOutputCount = sizeof(kOutputs) / sizeof(kOutputs[0]);
 
-namespace {
-
 bool writeIfChanged(const std::string& path, const std::string& text, std::string& error) {
   {
     std::ifstream in(path, std::ios::binary);
@@ -36,14 +34,19 @@ bool writeIfChanged(const std::string& path, const std::string& text, std::strin
   return true;
 }
 
-}  // namespace
-
 bool emitAll(const Schema& schema, const std::string& outDir, std::string& error) {
   const std::string base = outDir + "/" + schema.name;
   for (size_t i = 0; i < kOutputCount; ++i) {
     if (!writeIfChanged(base + kOutputs[i].suffix, kOutputs[i].emit(schema), error)) return false;
   }
-  return true;
+  return !schema.metalib.wanted || emitMetalib(schema, outDir, error);
+}
+
+bool emitMetalib(const Schema& schema, const std::string& outDir, std::string& error) {
+  const std::string base = outDir + "/" + schema.name;
+  std::string bytes;
+  return buildMetalib(schema, bytes, error) && writeIfChanged(base + ".metalib", bytes, error) &&
+         writeIfChanged(base + "_metalib.cc", emitMetalibSource(schema, bytes), error);
 }
 
 std::string banner(const Schema& s) {

@@ -22,13 +22,29 @@ std::string emitHeader(const Schema& schema);       // <schema>.h: the record de
 std::string emitSource(const Schema& schema);       // <schema>.cc: their operations
 std::string emitTestSupport(const Schema& schema);  // <schema>_testsupport.h: fill and cut
 
+// The metadata library of the schema (emit_metalib.cc): its bytes, laid out with the vix
+// builder. False with "file:line: message" when the builder refuses an item (a name too long
+// for the library, for instance).
+bool buildMetalib(const Schema& schema, std::string& bytes, std::string& error);
+// <schema>_metalib.cc: the library's bytes as an aligned array <schema>_metalib with its size
+// <schema>_metalib_size (C linkage).
+std::string emitMetalibSource(const Schema& schema, const std::string& bytes);
+
 // Every output, in the order they are written.
 extern const Output kOutputs[];
 extern const size_t kOutputCount;
 
 // Writes every output into outDir (a file whose content is unchanged is not touched, so its
-// dependants do not rebuild). False with "path: message" in error when a file cannot be written.
+// dependants do not rebuild), and when the schema asks for it the metadata library
+// (<schema>.metalib and <schema>_metalib.cc). False with "path: message" in error when a file
+// cannot be written, or the library's "file:line: message".
 bool emitAll(const Schema& schema, const std::string& outDir, std::string& error);
+
+// Writes only the metadata library: <schema>.metalib and <schema>_metalib.cc.
+bool emitMetalib(const Schema& schema, const std::string& outDir, std::string& error);
+
+// Writes text to path unless the file already holds it. False with "path: cannot write".
+bool writeIfChanged(const std::string& path, const std::string& text, std::string& error);
 
 // ---- text helpers
 

@@ -57,6 +57,10 @@ struct Slot {
   long long cap = 0;                 // capacity of an array, a string or a byte block
   std::string capText;               // capacity as written (a constant name or a number)
   unsigned since = 0;                // 0: present from the base version
+  // Metadata library only (the record classes ignore these):
+  std::string element;  // entry name in the library ("as ELEMENT"); empty: the member name
+  std::string desc;     // "desc TEXT"
+  std::string group;    // "group ENUM": the enum naming the integer's values
   // Resolved:
   std::string ctype;   // C++ type of the member, or of one element: "uint16_t", "char", "GdPoint"
   size_t width = 0;    // wire bytes of one scalar (element); 0 for other kinds
@@ -66,6 +70,8 @@ struct Slot {
 
   // The member is declared with brackets (arrays, strings, byte blocks).
   bool bracketed() const { return array || kind == Kind::kString || kind == Kind::kBytes; }
+  // The entry's name in a metadata library.
+  const std::string& elementName() const { return element.empty() ? name : element; }
 };
 
 // One entry of a record.
@@ -76,7 +82,8 @@ struct Entry : Slot {
   FieldPath select;        // union entry: its selector
   bool hasDefault = false;
   bool defaultIsText = false;
-  std::string defaultText;  // C++ spelling of the default (number, constant name or text)
+  std::string defaultText;     // C++ spelling of the default (number, constant name or text)
+  long long defaultValue = 0;  // the number of an integer default
   // Resolved:
   bool fixedWidth = false;   // an integer (or fixed integer array) whose encoding never varies
   size_t wireSize = 0;       // its bytes on the wire, when fixedWidth
@@ -103,6 +110,7 @@ struct Type {
   unsigned base = 0;  // BASEVERSION
   unsigned curr = 0;  // CURRVERSION
   int line = 0;
+  std::string desc;  // "desc TEXT" inside the body (metadata library only)
   // Resolved:
   size_t size = 0;     // sizeof of the packed structure
   size_t maxPack = 0;  // largest encoding
@@ -131,10 +139,20 @@ struct Constant {
   std::string enumName;  // empty for a plain constant
 };
 
+// The "metalib" header statement: the schema also compiles to a metadata library.
+struct MetalibOptions {
+  bool wanted = false;
+  bool packed = false;  // packed: no padding, like the record classes; natural: C alignment
+  long long id = 0;
+  long long version = 1;
+  int line = 0;
+};
+
 struct Schema {
   std::string name;
   std::string ns;  // empty: global scope
   std::string file;
+  MetalibOptions metalib;
   std::vector<Constant> constants;
   std::vector<std::string> enums;            // enum names in order (their members are constants)
   std::vector<std::unique_ptr<Type>> types;  // records and unions in schema order

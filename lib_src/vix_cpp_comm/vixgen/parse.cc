@@ -1,5 +1,6 @@
 // vixgen: reads a schema file into the model. Checks what one line shows (syntax, names, option
 // shapes, version ranges); rules that relate entries to each other are the resolve pass's.
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -103,6 +104,10 @@ class Parser {
   template <class SlotList>
   bool parseName(const std::string& text, const SlotList& taken, const char* what, Slot& s,
                  bool& hasCap);
+  bool libraryOption(const std::vector<Token>& tok, size_t& i, Slot& s, bool& handled);
+  template <class SlotList>
+  bool checkLibrarySlot(const SlotList& taken, const Slot& s);
+  bool parseMetalib(const std::vector<Token>& tok);
   bool parseEntry(const std::vector<Token>& tok, Record& r);
   bool parseMember(const std::vector<Token>& tok, Union& u);
   bool parseLine(const std::vector<Token>& tok);
@@ -166,6 +171,60 @@ bool Parser::parseName(const std::string& text, const SlotList& taken, const cha
   return true;
 }
 
+// The metadata-library options entries and members share: "as ELEMENT", "desc TEXT" and
+// "group ENUM". handled tells whether tok[i] was one of them; i moves past its value.
+bool Parser::libraryOption(const std::vector<Token>& tok, size_t& i, Slot& s, bool& handled) {
+  const std::string& opt = tok[i].text;
+  handled = !tok[i].quoted && (opt == "as" || opt == "desc" || opt == "group");
+  if (!handled) return true;
+  if (i + 1 >= tok.size()) return fail(opt + " needs a value");
+  const Token& v = tok[++i];
+  if (opt == "as") {
+    if (v.quoted || !isIdentifier(v.text)) return fail("bad element name: " + v.text);
+    s.element = v.text;
+  } else if (opt == "desc") {
+    if (!v.quoted) return fail("desc needs a quoted text");
+    s.desc = v.text;
+  } else {
+    if (std::find(s_.enums.begin(), s_.enums.end(), v.text) == s_.enums.end())
+      return fail("group names no enum: " + v.text);
+    s.group = v.text;
+  }
+  return true;
+}
+
+// The rules of the library options that need the whole entry: element names are unique in the
+// type, a group applies to a single integer.
+template <class SlotList>
+bool Parser::checkLibrarySlot(const SlotList& taken, const Slot& s) {
+  for (const Slot& other : taken) {
+    if (other.elementName() == s.elementName()) return fail("duplicate element " + s.elementName());
+  }
+  if (!s.group.empty() && (s.kind != Kind::kScalar || s.array))
+    return fail("group applies to single integers");
+  return true;
+}
+
+// metalib natural|packed [id N] [version N]
+bool Parser::parseMetalib(const std::vector<Token>& tok) {
+  MetalibOptions& m = s_.metalib;
+  if (m.wanted) return fail("metalib given twice");
+  if (tok.size() < 2 || (tok[1].text != "natural" && tok[1].text != "packed"))
+    return fail("metalib needs the layout: natural or packed");
+  m.wanted = true;
+  m.packed = tok[1].text == "packed";
+  m.line = line_;
+  for (size_t i = 2; i < tok.size(); i += 2) {
+    const std::string& opt = tok[i].text;
+    if (opt != "id" && opt != "version") return fail("unknown metalib option " + opt);
+    if (i + 1 >= tok.size()) return fail(opt + " needs a value");
+    long long& v = opt == "id" ? m.id : m.version;
+    if (!number(tok[i + 1].text, v)) return false;
+    if (v < 0 || v > 0x7fffffff) return fail("metalib " + opt + " out of range");
+  }
+  return true;
+}
+
 // TYPE NAME[CAP] options...
 bool Parser::parseEntry(const std::vector<Token>& tok, Record& r) {
   Entry e;
@@ -204,6 +263,9 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Record& r) {
   };
   for (size_t i = 2; i < tok.size(); ++i) {
     const std::string& opt = tok[i].text;
+    bool library = false;
+    if (!libraryOption(tok, i, e, library)) return false;
+    if (library) continue;
     if (opt == "since") {
       if (i + 1 >= tok.size()) return fail("since needs a value");
       if (!since(tok[++i].text, r, e.since)) return false;
@@ -223,8 +285,7 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Record& r) {
       e.hasDefault = true;
       e.defaultIsText = d.quoted;
       e.defaultText = d.text;
-      long long n = 0;
-      if (!d.quoted && !number(d.text, n)) return false;
+      if (!d.quoted && !number(d.text, e.defaultValue)) return false;
     } else {
       return fail("unknown option " + opt);
     }
@@ -245,6 +306,7 @@ bool Parser::parseEntry(const std::vector<Token>& tok, Record& r) {
       return fail("default applies to single integers and strings");
     }
   }
+  if (!checkLibrarySlot(r.entries, e)) return false;
   r.entries.push_back(e);
   return true;
 }
@@ -273,6 +335,9 @@ bool Parser::parseMember(const std::vector<Token>& tok, Union& u) {
   bool haveSelector = false;
   for (size_t i = 2; i < tok.size(); ++i) {
     const std::string& opt = tok[i].text;
+    bool library = false;
+    if (!libraryOption(tok, i, m, library)) return false;
+    if (library) continue;
     if (opt == "id") {
       if (i + 1 >= tok.size()) return fail("id needs a value");
       m.idText = tok[++i].text;
@@ -289,6 +354,7 @@ bool Parser::parseMember(const std::vector<Token>& tok, Union& u) {
     }
   }
   if (!haveSelector) return fail("union member needs id VALUE or default");
+  if (!checkLibrarySlot(u.members, m)) return false;
   for (const Member& other : u.members) {
     if (m.isDefault && other.isDefault) return fail("only one default member");
     if (!m.isDefault && !other.isDefault && other.id == m.id) return fail("duplicate member id");
@@ -328,6 +394,10 @@ bool Parser::parseLine(const std::vector<Token>& tok) {
       current_ = nullptr;
       return true;
     }
+    if (w == "desc" && tok.size() == 2 && tok[1].quoted) {
+      current_->desc = tok[1].text;
+      return true;
+    }
     if (!current_->isUnion && (w == "versionindicator" || w == "sizeindicator")) {
       if (tok.size() != 2) return fail(w + " needs one path");
       Record& r = static_cast<Record&>(*current_);
@@ -348,6 +418,7 @@ bool Parser::parseLine(const std::vector<Token>& tok) {
     s_.ns = tok[1].text == "-" ? "" : tok[1].text;
     return s_.ns.empty() || isIdentifier(s_.ns) || fail("bad namespace");
   }
+  if (w == "metalib") return parseMetalib(tok);
   if (w == "const" && tok.size() == 3) return constant(tok[1].text, tok[2].text, "");
   if (w == "enum" && tok.size() == 2) {
     if (!declare(tok[1].text)) return false;

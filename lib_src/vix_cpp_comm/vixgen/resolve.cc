@@ -16,6 +16,10 @@ class Resolver {
   explicit Resolver(Schema& schema) : s_(schema) {}
 
   bool run(std::string& error) {
+    if (s_.metalib.wanted && !libraryRanges()) {
+      error = error_;
+      return false;
+    }
     for (const auto& t : s_.types) {
       const bool ok =
           t->isUnion ? unionType(static_cast<Union&>(*t)) : record(static_cast<Record&>(*t));
@@ -33,6 +37,23 @@ class Resolver {
     o << s_.file << ":" << line << ": " << message;
     error_ = o.str();
     return false;
+  }
+
+  // A metadata library holds macro values and union selector ids as 32-bit integers.
+  bool libraryRanges() {
+    auto fits = [](long long v) { return v >= -2147483647LL - 1 && v <= 2147483647LL; };
+    for (const Constant& c : s_.constants) {
+      if (!fits(c.value))
+        return fail(s_.metalib.line, "metalib: " + c.name + " does not fit a 32-bit macro");
+    }
+    for (const auto& t : s_.types) {
+      if (!t->isUnion) continue;
+      for (const Member& m : asUnion(*t).members) {
+        if (!m.isDefault && !fits(m.id))
+          return fail(m.line, "metalib: id of " + m.name + " does not fit 32 bits");
+      }
+    }
+    return true;
   }
 
   // Type, width, count, size and largest encoding of what a slot holds.

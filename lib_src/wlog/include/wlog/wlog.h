@@ -344,6 +344,62 @@ WLOG_MUST_CHECK int wlog_clone_category_i(WLOGCATEGORYINST* pstParent,
 int64_t wlog_get_current_time(void);
 WLOG_MUST_CHECK int wlog_set_current_time(const struct timeval* pstTime);
 
+/* ---- configuration metadata ---- */
+
+/* The metadata library of the configuration (built from wlog_conf.vix): the meta "WLOGCONF"
+ * and every record in it, with the configuration's element names (Name, PriorityHigh, ...,
+ * Device.File.Pattern), the host layout of wlog_conf.h, the defaults ("default" for a
+ * category's Name, WLOG_DEFAULT_FORMAT for its Format, WLOG_CONF_MAGIC for Magic, no priority
+ * bound, ...) and the constants as macros, with macro groups for priorities, device and
+ * terminal types. Linked in: never null, read-only, valid for the whole process. */
+const VIXMETALIB* wlog_get_meta_data(void);
+
+/* ---- configuration as text ----
+ *
+ * A configuration file is the text vix_sprintf prints for the meta WLOGCONF (see vix_io.h):
+ *
+ *   [WLOGCONF version="1"]:
+ *     PriorityLow=WLOG_PRIORITY_DEBUG
+ *     Count=1
+ *     [CategoryList[0]]
+ *       Name=zq
+ *       [Device]
+ *         Type=WLOG_DEV_FILE
+ *         [Device]
+ *           [File]
+ *             Pattern=../log/zq.log
+ *
+ * Elements may be left out (the head line too): they take the defaults of the metadata, zero
+ * where it gives none. Those present keep the order of the records; integers may be written
+ * as numbers, macro names or macro expressions. */
+
+/* Fills pstConf with the defaults of every element (a device's defaults apply once its Type is
+ * set, so none here). -1 for null. */
+WLOG_MUST_CHECK int wlog_conf_set_defaults(WLOGCONF* pstConf);
+
+/* Reads the configuration file at pszPath into a new zeroed heap record (*ppstConf, released
+ * with wlog_conf_free; about 20 MB) with the defaults of the elements the file leaves out.
+ * Returns 0; -1 for a null ppstConf or path; a vix code (vix_error.h) otherwise, with
+ * *ppstConf null: VIX_ERROR_OPEN_FILE_READ, VIX_ERROR_READ_FILE, VIX_ERROR_FILE_TOO_LARGE
+ * (above 64 MiB), VIX_ERROR_NO_MEMORY, or the text reader's codes (VIX_ERROR_BAD_TEXT_INPUT,
+ * VIX_ERROR_UNKNOWN_ENTRY_IN_TEXT, VIX_ERROR_BAD_NUMBER, VIX_ERROR_STRING_TOO_LONG,
+ * VIX_ERROR_REFER_SURPASS_COUNT, ...); a count (Count of the categories, a filter vector or a
+ * vector device) outside its array gives VIX_ERROR_REFER_SURPASS_COUNT or
+ * VIX_ERROR_MINUS_REFER_VALUE even when the file writes no element of the array. When pszError
+ * is not null it receives (iError bytes, terminated) "path:LINE: what (error 0x...)" naming the
+ * line and element, or "path: reason". */
+WLOG_MUST_CHECK int wlog_conf_load(WLOGCONF** ppstConf, const char* pszPath, char* pszError,
+                                   size_t iError);
+
+/* Releases a record from wlog_conf_load and clears the pointer; null is ignored. */
+void wlog_conf_free(WLOGCONF** ppstConf);
+
+/* Writes the configuration to pszPath in the printed form wlog_conf_load reads (every element,
+ * the categories up to iCount). 0; -1 for null; VIX_ERROR_OPEN_FILE_WRITE,
+ * VIX_ERROR_WRITE_FILE or a vix_fprintf code (a Count outside 0..512:
+ * VIX_ERROR_REFER_SURPASS_COUNT / VIX_ERROR_MINUS_REFER_VALUE). */
+WLOG_MUST_CHECK int wlog_conf_save(const WLOGCONF* pstConf, const char* pszPath);
+
 /* ---- bill log: a bill-mode file appender used without categories ---- */
 
 /* -1 for null arguments or a size limit above 4,200,000,000 or an open failure. */
