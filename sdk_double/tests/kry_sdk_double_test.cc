@@ -181,15 +181,18 @@ TEST(KryDouble, SendsThroughKeptCallback) {
   EXPECT_EQ(g_seen, "acc||ext");
   EXPECT_EQ(kry_double_send_count(), 2);
   EXPECT_EQ(kry_double_send_fail_count(), 1);
+  // Extension data of the largest size is passed on; one byte more is refused.
+  g_answer = KRY_SDK_PROC_OK;
   std::vector<char> big(MAX_KRY_USER_EXT_DATA_LEN + 1, 'e');
-  EXPECT_EQ(kry_double_send_to_client_ext("acc", big.data(), static_cast<uint32_t>(big.size()),
-                                          nullptr, 0),
-            -1);
+  const uint32_t max = MAX_KRY_USER_EXT_DATA_LEN;
+  EXPECT_EQ(kry_double_send_to_client_ext("acc", big.data(), max, nullptr, 0), KRY_SDK_PROC_OK);
+  EXPECT_EQ(g_seen, "acc||" + std::string(max, 'e'));
+  EXPECT_EQ(kry_double_send_to_client_ext("acc", big.data(), max + 1, nullptr, 0), -1);
   EXPECT_EQ(kry_double_send_to_client(nullptr, "d", 1), -1);
   EXPECT_EQ(kry_double_send_to_client("acc", nullptr, 3), -1);
   kry_sdk_release_busi_interf();  // a stopped SDK sends nothing
   EXPECT_EQ(kry_double_send_to_client("acc", "d", 1), -1);
-  EXPECT_EQ(kry_double_send_count(), 2);
+  EXPECT_EQ(kry_double_send_count(), 3);
 }
 
 TEST(KryDouble, VersionQueryFollowsSetter) {

@@ -196,7 +196,8 @@ TEST(VersionGate, AcceptsVersionsNoOlderThanMinimum) {
     ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), 0);
     const std::pair<const char*, bool> cases[] = {
         {"1.8.4", true},  {"1.8.4.9", true}, {"1.10.0", true}, {"2.x.0", true},  {"1.8.4rc", true},
-        {"1.8.3", false}, {"1.8", false},    {"", false},      {"0.9.9", false}, {"1.7.99", false}};
+        {"1.8.3", false}, {"1.8", false},    {"", false},      {"0.9.9", false}, {"1.7.99", false},
+        {"1.9", false},   {"2", false}};  // fewer than three parts, even when newer
     for (const auto& c : cases) {
       kry_double_set_version(c.first);
       EXPECT_EQ(plugin.SDKVersionOK(), c.second) << c.first;

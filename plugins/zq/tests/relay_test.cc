@@ -184,6 +184,13 @@ TEST(SendPath, ForwardsSdkDataToHost) {
     zqtest::g_send_answer = 0;
     EXPECT_EQ(zq::SendDataToClientCob(&info), KRY_SDK_PROC_OK);
     EXPECT_EQ(g_last_send, std::string(64, 'a') + "|1|0|-|q");
+    // Extension data said to be longer than its field is cut to the field.
+    KrySdkUserExtData ext;
+    std::memset(ext.user_ext_data_, 'x', sizeof(ext.user_ext_data_));
+    ext.ext_data_len_ = MAX_KRY_USER_EXT_DATA_LEN + 5;
+    info.user_ext_data_ = &ext;
+    EXPECT_EQ(zq::SendDataToClientCob(&info), KRY_SDK_PROC_OK);
+    EXPECT_EQ(g_last_send, std::string(64, 'a') + "|1|0|" + std::string(1024, 'x') + "|q");
     EXPECT_EQ(zq::SendDataToClientCob(nullptr), KRY_SDK_PROC_INVALID_ARG);
     plugin.OnQuit();
   });
