@@ -3,7 +3,6 @@
 
 #include <errno.h>
 #include <limits.h>
-#include <regex.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -15,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -35,12 +35,7 @@ bool IsDir(const std::string& p) {
 }
 
 // The base name of this test program, which occurs in its executable path.
-std::string SelfName() {
-  char buf[PATH_MAX];
-  const ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf));
-  const std::string exe(buf, n > 0 ? static_cast<size_t>(n) : 0);
-  return exe.substr(exe.rfind('/') + 1);
-}
+std::string SelfName() { return program_invocation_short_name; }
 
 // A child that waits for signals (without a core file for SIGQUIT); returns once it is ready.
 pid_t SpawnSleeper(bool ignore_quit) {
@@ -108,12 +103,7 @@ TEST(TosText, FileToMacroAndTime) {
 
   char buf[64];
   ASSERT_EQ(tos_time(buf, sizeof(buf)), 0);
-  regex_t re;
-  ASSERT_EQ(regcomp(&re, "^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}$",
-                    REG_EXTENDED | REG_NOSUB),
-            0);
-  EXPECT_EQ(regexec(&re, buf, 0, nullptr, 0), 0) << buf;
-  regfree(&re);
+  EXPECT_TRUE(std::regex_match(buf, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6})"))) << buf;
   memset(out, '#', sizeof(out));
   ASSERT_EQ(tos_time(out, 5), 0);
   EXPECT_EQ(strlen(out), 4u);
@@ -126,13 +116,9 @@ TEST(TosPid, FilesExecutablesSignalsAndWaits) {
   ASSERT_EQ(tos_write_pid(f.c_str()), 0);
   EXPECT_EQ(ReadFile(f), std::to_string(getpid()) + "\n");
   EXPECT_EQ(tos_read_pid(f.c_str()), static_cast<int>(getpid()));
-  const struct {
-    const char* text;
-    int pid;
-  } files[] = {{"  42 trailing", 42}, {"none", -1}};
-  for (const auto& c : files) {
-    ASSERT_TRUE(WriteFile(f, c.text));
-    EXPECT_EQ(tos_read_pid(f.c_str()), c.pid) << c.text;
+  for (const auto& c : {std::make_pair("  42 trailing", 42), std::make_pair("none", -1)}) {
+    ASSERT_TRUE(WriteFile(f, c.first));
+    EXPECT_EQ(tos_read_pid(f.c_str()), c.second) << c.first;
   }
   EXPECT_EQ(tos_read_pid(dir.file("missing").c_str()), -1);
 
