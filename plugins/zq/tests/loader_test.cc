@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <string>
 
-#include "zq_test/support.h"
 #include "zq/kry_sdk_import.h"
+#include "zq_test/support.h"
 
 namespace {
 
@@ -22,10 +22,17 @@ KrySdkInitInfo InitInfo(uint32_t game_id) {
   return info;
 }
 
-TEST(Loader, BadArgumentsAndOpenFailureGiveMinusOne) {
+// Nothing is ever opened here: an unload is refused, every load gives -1, a long path is cut to
+// 1022 characters.
+TEST(Loader, BadArgumentsOpenFailureAndUnloadWithoutLoad) {
   RunInChild([] {
     TempDir dir;
     const KrySdkInitInfo info = InitInfo(1);
+    CaptureStdout();
+    EXPECT_EQ(kry_sdk_unload(), -2);
+    std::fflush(stdout);
+    EXPECT_EQ(GetCapturedStdout(), "");
+    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", nullptr), nullptr);
     CaptureStderr();
     EXPECT_EQ(kry_sdk_load_and_init(nullptr, &info, nullptr), -1);
     EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), -1);
@@ -42,12 +49,6 @@ TEST(Loader, BadArgumentsAndOpenFailureGiveMinusOne) {
     EXPECT_EQ(err.substr(err.size() - 2), ".\n");
     EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), -1);
     EXPECT_EQ(kry_sdk_load_and_init_with_proc(dir.path().c_str(), &info, nullptr), nullptr);
-  });
-}
-
-TEST(Loader, LongPathIsCutTo1022Characters) {
-  RunInChild([] {
-    const KrySdkInitInfo info = InitInfo(1);
     // 1008 + "/libkry_sdk.so" is 1022 characters and fits; from 1009 on the path is cut.
     for (size_t len : {1008u, 1009u, 1100u}) {
       const std::string path = std::string(len, 'd') + "/libkry_sdk.so";
@@ -116,16 +117,6 @@ TEST(Loader, LibraryIsOpenedOnceAndItsHandleKeptAfterUnload) {
     // A load after the unload opens nothing: it marks the old handle loaded again.
     EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), 4);
     EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), &info);
-  });
-}
-
-TEST(Loader, UnloadWithoutLoadIsRefused) {
-  RunInChild([] {
-    CaptureStdout();
-    EXPECT_EQ(kry_sdk_unload(), -2);
-    std::fflush(stdout);
-    EXPECT_EQ(GetCapturedStdout(), "");
-    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", nullptr), nullptr);
   });
 }
 

@@ -7,16 +7,7 @@
 
 namespace {
 
-using zqtest::Bytes;
-using zqtest::g_last_send;
-using zqtest::Line;
-using zqtest::LogFile;
-using zqtest::MakeOptions;
-using zqtest::MakeUser;
-using zqtest::Part;
-using zqtest::RunInChild;
-using zqtest::SdkDouble;
-using zqtest::Text;
+using namespace zqtest;  // NOLINT: the fixture's helpers
 
 void Put(Bytes& b, size_t off, uint64_t v, size_t width) {
   for (size_t i = 0; i < width; ++i) b.at(off + i) = static_cast<unsigned char>(v >> (8 * i));
@@ -154,7 +145,7 @@ TEST(Relay, LogsEventsAndFailuresWithoutChangingSdkTraffic) {
     }
     // The event's own line comes first, then the two translation lines.
     EXPECT_LT(text.find("login event"), text.find("(acctype:4098"));
-    EXPECT_EQ(zqtest::Count(text, "trans to zq_"), 8u);
+    EXPECT_EQ(Count(text, "trans to zq_"), 8u);
   });
 }
 
@@ -171,7 +162,7 @@ TEST(SendPath, ForwardsSdkDataToHost) {
     EXPECT_EQ(g_last_send, std::string("player-9|1|0|-|abc\0def", 22));
     EXPECT_EQ(kry_double_send_to_client_ext("player-9", "ext", 3, "z", 1), KRY_SDK_PROC_OK);
     EXPECT_EQ(g_last_send, "player-9|1|0|ext|z");
-    zqtest::g_send_answer = -1;
+    g_send_answer = -1;
     EXPECT_EQ(kry_double_send_to_client("player-9", "x", 1), KRY_SDK_PROC_FAIL);
     EXPECT_EQ(g_last_send, "player-9|1|0|-|x");
 
@@ -181,7 +172,7 @@ TEST(SendPath, ForwardsSdkDataToHost) {
     info.anti_data_ = "q";
     info.anti_data_len_ = 1;
     info.user_ext_data_ = nullptr;
-    zqtest::g_send_answer = 0;
+    g_send_answer = 0;
     EXPECT_EQ(zq::SendDataToClientCob(&info), KRY_SDK_PROC_OK);
     EXPECT_EQ(g_last_send, std::string(64, 'a') + "|1|0|-|q");
     // Extension data said to be longer than its field is cut to the field.

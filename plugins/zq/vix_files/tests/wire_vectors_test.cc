@@ -24,26 +24,19 @@ using Bytes = std::vector<unsigned char>;
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 struct Vector {
-  std::string name;
-  std::string where;  // file:line name
-  std::string type;
+  std::string name, where, type;  // where: file:line name
   unsigned cut = 0;
   Fields fields;
-  bool seeded = false;
+  bool seeded = false, hasRoom = false, hasWire = false, hasText = false, fails = false;
   uint64_t seed = 0;
   long selector = 0;
-  std::vector<unsigned> packCuts;  // packing at these gives the same bytes
-  std::vector<unsigned> readCuts;  // unpacking with these gives the same record
-  bool hasRoom = false;
+  std::vector<unsigned> packCuts, readCuts;  // packing / unpacking at these gives the same result
   size_t room = 0;
-  bool hasWire = false;
   Bytes wire;
   size_t trailing = 0;  // bytes after the record that unpack leaves unread
   Bytes after;          // bytes that follow the record in its area (pack only)
   std::vector<std::pair<unsigned, int>> sizes;  // cut version: packed size, or error if negative
-  bool hasText = false;
   std::string text;
-  bool fails = false;
   int error = 0;
   std::vector<std::string> trace;
 };
@@ -109,9 +102,7 @@ std::vector<Vector> readVectors(const std::string& path) {
       ok = k == "vector" && w.size() == 4;
       open = ok;
       v.where = where + " " + (ok ? w[1] : "");
-      if (ok) v.name = w[1];
-      if (ok) v.type = w[2];
-      if (ok) v.cut = static_cast<unsigned>(std::strtoul(w[3].c_str(), nullptr, 0));
+      if (ok) v.name = w[1], v.type = w[2], v.cut = std::strtoul(w[3].c_str(), nullptr, 0);
     } else if (k == "end") {
       open = false;
     } else if (k == "seed" || k == "select" || k == "room" || k == "trailing") {
