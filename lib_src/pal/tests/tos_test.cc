@@ -29,9 +29,10 @@ using zq_test::ReadFile;
 using zq_test::TempDir;
 using zq_test::WriteFile;
 
-bool IsDir(const std::string& p) {
+// The type and permission bits of a path, 0 when it does not exist.
+mode_t Mode(const std::string& p) {
   struct stat st;
-  return stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  return stat(p.c_str(), &st) == 0 ? st.st_mode : 0;
 }
 
 // The base name of this test program, which occurs in its executable path.
@@ -63,14 +64,12 @@ TEST(TosMkdir, RecursiveByPathAndTheirFailures) {
   const mode_t old = umask(0);
   EXPECT_EQ(tos_mkdir(dir.file("a/b/c").c_str()), 0);
   umask(old);
-  struct stat st;
-  ASSERT_EQ(stat(dir.file("a").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0755u);
+  EXPECT_EQ(Mode(dir.file("a")), S_IFDIR | 0755u);
   EXPECT_EQ(tos_mkdir(dir.file("a/b/c").c_str()), 0);  // existing
   EXPECT_EQ(tos_mkdir(dir.file("x/y/").c_str()), 0);
-  EXPECT_TRUE(IsDir(dir.file("x/y")));
+  EXPECT_TRUE(S_ISDIR(Mode(dir.file("x/y"))));
   EXPECT_EQ(tos_mkdir_by_path(dir.file("p/q/c.log").c_str()), 0);
-  EXPECT_TRUE(IsDir(dir.file("p/q")));
+  EXPECT_TRUE(S_ISDIR(Mode(dir.file("p/q"))));
   EXPECT_EQ(tfexist(dir.file("p/q/c.log").c_str()), -1);
 
   char cwd[PATH_MAX];
@@ -79,7 +78,7 @@ TEST(TosMkdir, RecursiveByPathAndTheirFailures) {
   ASSERT_EQ(tos_chdir(dir.path().c_str()), 0);
   EXPECT_EQ(tos_mkdir_by_path("c.log"), 0);  // no directory part: nothing to do
   EXPECT_EQ(tos_mkdir_by_path("rel/x.log"), 0);
-  EXPECT_TRUE(IsDir(dir.file("rel")));
+  EXPECT_TRUE(S_ISDIR(Mode(dir.file("rel"))));
   ASSERT_EQ(tos_chdir(cwd), 0);
 
   ASSERT_TRUE(WriteFile(dir.file("file"), "x"));
