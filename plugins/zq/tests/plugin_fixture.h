@@ -178,10 +178,9 @@ T As(const Bytes& bytes) {
 // What body writes to standard output.
 template <typename Body>
 std::string StdoutOf(Body body) {
-  testing::internal::CaptureStdout();
+  zq_test::StdoutCapture out;
   body();
-  std::fflush(stdout);
-  return testing::internal::GetCapturedStdout();
+  return out.Stop();
 }
 
 inline size_t Count(const std::string& text, const std::string& piece) {

@@ -294,12 +294,10 @@ class Check {
     EXPECT_EQ(expect, ret) << v_.where << " pack at " << cut << " " << VixError::getBackTrace();
     EXPECT_LE(used, size) << v_.where;
     used = std::min(used, size);
-    for (size_t i = used; i < area.size(); ++i) {
-      if (area[i] != kSentinel) {
-        ADD_FAILURE() << v_.where << ": byte " << i << " written past the reported size " << used;
-        break;
-      }
-    }
+    const auto past = std::find_if(area.begin() + static_cast<long>(used), area.end(),
+                                   [](char c) { return c != kSentinel; });
+    EXPECT_EQ(past, area.end()) << v_.where << ": byte " << (past - area.begin())
+                                << " written past the reported size " << used;
     return Bytes(area.begin(), area.begin() + static_cast<long>(used));
   }
 
@@ -311,9 +309,7 @@ class Check {
     std::memset(static_cast<void*>(rec.get()), 0xEE, sizeof(T));
     size_t used = 0;
     const int ret = O::unpack(*rec, v_.selector, area.get(), v_.wire.size(), &used, cut);
-    if (ret == 0) {
-      EXPECT_EQ(v_.wire.size() - v_.trailing, used) << v_.where << " consumed";
-    }
+    EXPECT_EQ(ret == 0 ? v_.wire.size() - v_.trailing : used, used) << v_.where << " consumed";
     return {ret, std::move(rec)};
   }
 
