@@ -3,10 +3,9 @@
 #include "kry_sdk_double.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <link.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -21,6 +20,10 @@ const KrySdkAntiInterf* Start(KrySdkAntiSendDataToClient cob = nullptr) {
   if (kry_sdk_init_with_access_info_for_quelld_interf(&init, nullptr) != 0) return nullptr;
   KrySdkAntiInitInfo anti{cob};
   return static_cast<const KrySdkAntiInterf*>(kry_sdk_get_anti_interf(&anti));
+}
+
+long Rec(int slot, long index, int part, void* buf = nullptr, size_t cap = 0) {
+  return kry_double_record(slot, index, part, buf, cap);
 }
 
 std::string g_seen;  // "account|data|ext" of the last send, ext "-" when absent
@@ -45,19 +48,18 @@ TEST(KryDouble, RecordsAreCopiedWithTheirDataAndCopiedOutBounded) {
   EXPECT_EQ(anti->add_user_(&add), KRY_SDK_PROC_OK);
   memset(&add, 0, sizeof(add));  // the caller's record is gone after the call
 
+  const int slot = KRY_DOUBLE_SLOT_ADD_USER;
   unsigned char copy[sizeof(expected) + 8];
   memset(copy, 0xEE, sizeof(copy));
-  ASSERT_EQ(kry_double_last_record(KRY_DOUBLE_SLOT_ADD_USER, copy, sizeof(copy)), 124);
+  ASSERT_EQ(kry_double_last_record(slot, copy, sizeof(copy)), 124);
   EXPECT_EQ(memcmp(copy, &expected, sizeof(expected)), 0);
   EXPECT_EQ(copy[sizeof(expected)], 0xEE);
   memset(copy, 0xEE, sizeof(copy));
-  EXPECT_EQ(kry_double_last_record(KRY_DOUBLE_SLOT_ADD_USER, copy, 10), 124);  // cut, full length
+  EXPECT_EQ(kry_double_last_record(slot, copy, 10), 124);  // cut, full length
   EXPECT_EQ(copy[9], 0xA5);
   EXPECT_EQ(copy[10], 0xEE);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_ADD_USER, 0, KRY_DOUBLE_PART_ROLE_NAME, nullptr, 0),
-            0);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_ADD_USER, 0, KRY_DOUBLE_PART_USER_EXT, nullptr, 0),
-            -1);
+  EXPECT_EQ(Rec(slot, 0, KRY_DOUBLE_PART_ROLE_NAME), 0);
+  EXPECT_EQ(Rec(slot, 0, KRY_DOUBLE_PART_USER_EXT), -1);
 
   KrySdkAntiRecvDataInfo recv{};
   const char payload[] = {'a', 0, 'b', '\xff'};
@@ -67,16 +69,11 @@ TEST(KryDouble, RecordsAreCopiedWithTheirDataAndCopiedOutBounded) {
   recv.anti_data_ = nullptr;
   anti->recv_anti_data_(&recv);
   char got[8] = {};
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 0, KRY_DOUBLE_PART_ANTI_DATA, got,
-                              sizeof(got)),
-            4);
+  const int rslot = KRY_DOUBLE_SLOT_RECV_ANTI_DATA;
+  EXPECT_EQ(Rec(rslot, 0, KRY_DOUBLE_PART_ANTI_DATA, got, sizeof(got)), 4);
   EXPECT_EQ(memcmp(got, payload, 4), 0);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 1, KRY_DOUBLE_PART_ANTI_DATA, got,
-                              sizeof(got)),
-            -1);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_RECV_ANTI_DATA, 2, KRY_DOUBLE_PART_RECORD, got,
-                              sizeof(got)),
-            -1);
+  EXPECT_EQ(Rec(rslot, 1, KRY_DOUBLE_PART_ANTI_DATA, got, sizeof(got)), -1);
+  EXPECT_EQ(Rec(rslot, 2, KRY_DOUBLE_PART_RECORD, got, sizeof(got)), -1);
 }
 
 TEST(KryDouble, InitTextsAndHistoryAreBounded) {
@@ -90,14 +87,11 @@ TEST(KryDouble, InitTextsAndHistoryAreBounded) {
   access.test_data_proxy_domain_ = "";
   ASSERT_EQ(kry_sdk_init_with_access_info_for_quelld_interf(&init, &access), 0);
   const int slot = KRY_DOUBLE_SLOT_INIT_FOR_QUELLD;
-  EXPECT_EQ(kry_double_record(slot, 0, KRY_DOUBLE_PART_ACCESS, nullptr, 0), 40);
-  const std::pair<int, long> lengths[] = {{KRY_DOUBLE_PART_CONF_DIR, -1},
-                                          {KRY_DOUBLE_PART_DATA_PROXY, 512},
-                                          {KRY_DOUBLE_PART_BUSI_PROXY, 15},
-                                          {KRY_DOUBLE_PART_TEST_DATA_PROXY, 0},
-                                          {KRY_DOUBLE_PART_TEST_BUSI_PROXY, -1}};
-  for (const auto& l : lengths)
-    EXPECT_EQ(kry_double_record(slot, 0, l.first, nullptr, 0), l.second) << l.first;
+  const std::pair<int, long> lengths[] = {
+      {KRY_DOUBLE_PART_ACCESS, 40},         {KRY_DOUBLE_PART_CONF_DIR, -1},
+      {KRY_DOUBLE_PART_DATA_PROXY, 512},    {KRY_DOUBLE_PART_BUSI_PROXY, 15},
+      {KRY_DOUBLE_PART_TEST_DATA_PROXY, 0}, {KRY_DOUBLE_PART_TEST_BUSI_PROXY, -1}};
+  for (const auto& l : lengths) EXPECT_EQ(Rec(slot, 0, l.first), l.second) << l.first;
 
   // Only the latest KRY_DOUBLE_HISTORY_MAX calls are kept; the count goes on.
   KrySdkAntiInitInfo anti_init{nullptr};
@@ -109,17 +103,12 @@ TEST(KryDouble, InitTextsAndHistoryAreBounded) {
     rec.account_info_.world_id_ = static_cast<uint32_t>(i);
     anti->tick_user_(&rec);
   }
-  EXPECT_EQ(kry_double_call_count(KRY_DOUBLE_SLOT_TICK_USER), total);
-  EXPECT_EQ(
-      kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, 4, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)),
-      -1);
-  ASSERT_EQ(
-      kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, 5, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)),
-      124);
+  const int tick = KRY_DOUBLE_SLOT_TICK_USER;
+  EXPECT_EQ(kry_double_call_count(tick), total);
+  EXPECT_EQ(Rec(tick, 4, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)), -1);
+  ASSERT_EQ(Rec(tick, 5, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)), 124);
   EXPECT_EQ(uint32_t{rec.account_info_.world_id_}, 5u);
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_TICK_USER, total, KRY_DOUBLE_PART_RECORD, &rec,
-                              sizeof(rec)),
-            -1);
+  EXPECT_EQ(Rec(tick, total, KRY_DOUBLE_PART_RECORD, &rec, sizeof(rec)), -1);
 }
 
 TEST(KryDouble, ResultsPerSlotAndLifecycle) {
@@ -139,7 +128,7 @@ TEST(KryDouble, ResultsPerSlotAndLifecycle) {
     EXPECT_EQ(kry_double_call_count(bad), -1);
     EXPECT_EQ(kry_double_last_record(bad, nullptr, 0), -1);
   }
-  EXPECT_EQ(kry_double_record(KRY_DOUBLE_SLOT_ADD_USER, 0, KRY_DOUBLE_PART_COUNT, nullptr, 0), -1);
+  EXPECT_EQ(Rec(KRY_DOUBLE_SLOT_ADD_USER, 0, KRY_DOUBLE_PART_COUNT), -1);
 
   // Released: user events are internal errors until an initialiser succeeds again.
   EXPECT_EQ(kry_sdk_release_busi_interf(), 0);
@@ -181,15 +170,18 @@ TEST(KryDouble, SendsThroughKeptCallback) {
   EXPECT_EQ(g_seen, "acc||ext");
   EXPECT_EQ(kry_double_send_count(), 2);
   EXPECT_EQ(kry_double_send_fail_count(), 1);
+  // Extension data of the largest size is passed on; one byte more is refused.
+  g_answer = KRY_SDK_PROC_OK;
   std::vector<char> big(MAX_KRY_USER_EXT_DATA_LEN + 1, 'e');
-  EXPECT_EQ(kry_double_send_to_client_ext("acc", big.data(), static_cast<uint32_t>(big.size()),
-                                          nullptr, 0),
-            -1);
+  const uint32_t max = MAX_KRY_USER_EXT_DATA_LEN;
+  EXPECT_EQ(kry_double_send_to_client_ext("acc", big.data(), max, nullptr, 0), KRY_SDK_PROC_OK);
+  EXPECT_EQ(g_seen, "acc||" + std::string(max, 'e'));
+  EXPECT_EQ(kry_double_send_to_client_ext("acc", big.data(), max + 1, nullptr, 0), -1);
   EXPECT_EQ(kry_double_send_to_client(nullptr, "d", 1), -1);
   EXPECT_EQ(kry_double_send_to_client("acc", nullptr, 3), -1);
   kry_sdk_release_busi_interf();  // a stopped SDK sends nothing
   EXPECT_EQ(kry_double_send_to_client("acc", "d", 1), -1);
-  EXPECT_EQ(kry_double_send_count(), 2);
+  EXPECT_EQ(kry_double_send_count(), 3);
 }
 
 TEST(KryDouble, VersionQueryFollowsSetter) {
@@ -206,6 +198,8 @@ TEST(KryDouble, VersionQueryFollowsSetter) {
   EXPECT_STREQ(info->get_sdk_version_info_(), KRY_DOUBLE_DEFAULT_VERSION);
 }
 
+// The directory holds the library alone, marked "nodelete": the plug-in's loader calls dlsym on
+// its handle again after dlclose.
 TEST(KryDouble, DirectoryHoldsOnlyTheLibraryMarkedNodelete) {
   DIR* dir = opendir(KRY_DOUBLE_DIR);
   ASSERT_NE(dir, nullptr);
@@ -215,27 +209,12 @@ TEST(KryDouble, DirectoryHoldsOnlyTheLibraryMarkedNodelete) {
   }
   closedir(dir);
   EXPECT_EQ(names, std::vector<std::string>{"libkry_sdk.so"});
-
-  // The plug-in's loader calls dlsym on its handle again after dlclose, so the library must be
-  // marked "nodelete" in its dynamic section.
-  bool nodelete = false;
-  dl_iterate_phdr(
-      [](dl_phdr_info* info, size_t, void* arg) {
-        const size_t len = strlen(info->dlpi_name);
-        if (len < 14 || strcmp(info->dlpi_name + len - 14, "/libkry_sdk.so") != 0) return 0;
-        for (int i = 0; i < info->dlpi_phnum; ++i) {
-          if (info->dlpi_phdr[i].p_type != PT_DYNAMIC) continue;
-          auto dyn =
-              reinterpret_cast<const ElfW(Dyn)*>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr);
-          for (; dyn->d_tag != DT_NULL; ++dyn) {
-            if (dyn->d_tag == DT_FLAGS_1 && (dyn->d_un.d_val & DF_1_NODELETE) != 0)
-              *static_cast<bool*>(arg) = true;
-          }
-        }
-        return 1;
-      },
-      &nodelete);
-  EXPECT_TRUE(nodelete);
+  FILE* pipe = popen("readelf -d '" KRY_DOUBLE_DIR "/libkry_sdk.so'", "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string dynamic;
+  for (char line[512]; std::fgets(line, sizeof(line), pipe) != nullptr;) dynamic += line;
+  EXPECT_EQ(pclose(pipe), 0);
+  EXPECT_NE(dynamic.find("Flags: NODELETE"), std::string::npos) << dynamic;
 }
 
 }  // namespace

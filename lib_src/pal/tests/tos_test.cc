@@ -3,7 +3,6 @@
 
 #include <errno.h>
 #include <limits.h>
-#include <regex.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -15,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -29,18 +29,14 @@ using zq_test::ReadFile;
 using zq_test::TempDir;
 using zq_test::WriteFile;
 
-bool IsDir(const std::string& p) {
+// The type and permission bits of a path, 0 when it does not exist.
+mode_t Mode(const std::string& p) {
   struct stat st;
-  return stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  return stat(p.c_str(), &st) == 0 ? st.st_mode : 0;
 }
 
 // The base name of this test program, which occurs in its executable path.
-std::string SelfName() {
-  char buf[PATH_MAX];
-  const ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf));
-  const std::string exe(buf, n > 0 ? static_cast<size_t>(n) : 0);
-  return exe.substr(exe.rfind('/') + 1);
-}
+std::string SelfName() { return program_invocation_short_name; }
 
 // A child that waits for signals (without a core file for SIGQUIT); returns once it is ready.
 pid_t SpawnSleeper(bool ignore_quit) {
@@ -68,14 +64,12 @@ TEST(TosMkdir, RecursiveByPathAndTheirFailures) {
   const mode_t old = umask(0);
   EXPECT_EQ(tos_mkdir(dir.file("a/b/c").c_str()), 0);
   umask(old);
-  struct stat st;
-  ASSERT_EQ(stat(dir.file("a").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0755u);
+  EXPECT_EQ(Mode(dir.file("a")), S_IFDIR | 0755u);
   EXPECT_EQ(tos_mkdir(dir.file("a/b/c").c_str()), 0);  // existing
   EXPECT_EQ(tos_mkdir(dir.file("x/y/").c_str()), 0);
-  EXPECT_TRUE(IsDir(dir.file("x/y")));
+  EXPECT_TRUE(S_ISDIR(Mode(dir.file("x/y"))));
   EXPECT_EQ(tos_mkdir_by_path(dir.file("p/q/c.log").c_str()), 0);
-  EXPECT_TRUE(IsDir(dir.file("p/q")));
+  EXPECT_TRUE(S_ISDIR(Mode(dir.file("p/q"))));
   EXPECT_EQ(tfexist(dir.file("p/q/c.log").c_str()), -1);
 
   char cwd[PATH_MAX];
@@ -84,7 +78,7 @@ TEST(TosMkdir, RecursiveByPathAndTheirFailures) {
   ASSERT_EQ(tos_chdir(dir.path().c_str()), 0);
   EXPECT_EQ(tos_mkdir_by_path("c.log"), 0);  // no directory part: nothing to do
   EXPECT_EQ(tos_mkdir_by_path("rel/x.log"), 0);
-  EXPECT_TRUE(IsDir(dir.file("rel")));
+  EXPECT_TRUE(S_ISDIR(Mode(dir.file("rel"))));
   ASSERT_EQ(tos_chdir(cwd), 0);
 
   ASSERT_TRUE(WriteFile(dir.file("file"), "x"));
@@ -108,12 +102,7 @@ TEST(TosText, FileToMacroAndTime) {
 
   char buf[64];
   ASSERT_EQ(tos_time(buf, sizeof(buf)), 0);
-  regex_t re;
-  ASSERT_EQ(regcomp(&re, "^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}$",
-                    REG_EXTENDED | REG_NOSUB),
-            0);
-  EXPECT_EQ(regexec(&re, buf, 0, nullptr, 0), 0) << buf;
-  regfree(&re);
+  EXPECT_TRUE(std::regex_match(buf, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6})"))) << buf;
   memset(out, '#', sizeof(out));
   ASSERT_EQ(tos_time(out, 5), 0);
   EXPECT_EQ(strlen(out), 4u);
@@ -126,13 +115,9 @@ TEST(TosPid, FilesExecutablesSignalsAndWaits) {
   ASSERT_EQ(tos_write_pid(f.c_str()), 0);
   EXPECT_EQ(ReadFile(f), std::to_string(getpid()) + "\n");
   EXPECT_EQ(tos_read_pid(f.c_str()), static_cast<int>(getpid()));
-  const struct {
-    const char* text;
-    int pid;
-  } files[] = {{"  42 trailing", 42}, {"none", -1}};
-  for (const auto& c : files) {
-    ASSERT_TRUE(WriteFile(f, c.text));
-    EXPECT_EQ(tos_read_pid(f.c_str()), c.pid) << c.text;
+  for (const auto& c : {std::make_pair("  42 trailing", 42), std::make_pair("none", -1)}) {
+    ASSERT_TRUE(WriteFile(f, c.first));
+    EXPECT_EQ(tos_read_pid(f.c_str()), c.second) << c.first;
   }
   EXPECT_EQ(tos_read_pid(dir.file("missing").c_str()), -1);
 

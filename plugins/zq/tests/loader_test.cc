@@ -4,16 +4,14 @@
 #include <filesystem>
 #include <string>
 
-#include "zq_test/support.h"
 #include "zq/kry_sdk_import.h"
+#include "zq_test/support.h"
 
 namespace {
 
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
 using zq_test::RunInChild;
+using zq_test::StderrCapture;
+using zq_test::StdoutCapture;
 using zq_test::TempDir;
 
 KrySdkInitInfo InitInfo(uint32_t game_id) {
@@ -22,38 +20,38 @@ KrySdkInitInfo InitInfo(uint32_t game_id) {
   return info;
 }
 
-TEST(Loader, BadArgumentsAndOpenFailureGiveMinusOne) {
+// Nothing is ever opened here: an unload is refused, every load gives -1, a long path is cut to
+// 1022 characters.
+TEST(Loader, BadArgumentsOpenFailureAndUnloadWithoutLoad) {
   RunInChild([] {
     TempDir dir;
     const KrySdkInitInfo info = InitInfo(1);
-    CaptureStderr();
+    StdoutCapture out;
+    EXPECT_EQ(kry_sdk_unload(), -2);
+    EXPECT_EQ(out.Stop(), "");
+    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", nullptr), nullptr);
+    StderrCapture quiet;
     EXPECT_EQ(kry_sdk_load_and_init(nullptr, &info, nullptr), -1);
     EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), -1);
     EXPECT_EQ(kry_sdk_load_and_init_with_proc(nullptr, &info, nullptr), nullptr);
     EXPECT_EQ(kry_sdk_load_and_init_with_proc(ZQ_FAKE_SDK_FULL_DIR, nullptr, nullptr), nullptr);
-    EXPECT_EQ(GetCapturedStderr(), "");
+    EXPECT_EQ(quiet.Stop(), "");
     EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), nullptr) << "nothing was loaded";
 
-    CaptureStderr();
+    StderrCapture open_err;
     EXPECT_EQ(kry_sdk_load_and_init_for_quelld(dir.path().c_str(), &info, nullptr), -1);
-    const std::string err = GetCapturedStderr();
+    const std::string err = open_err.Stop();
     EXPECT_EQ(err.rfind("Open shared lib " + dir.path() + "/libkry_sdk.so failed, ", 0), 0u) << err;
     EXPECT_NE(err.find("No such file"), std::string::npos) << err;
     EXPECT_EQ(err.substr(err.size() - 2), ".\n");
     EXPECT_EQ(kry_sdk_load_and_init(dir.path().c_str(), &info, nullptr), -1);
     EXPECT_EQ(kry_sdk_load_and_init_with_proc(dir.path().c_str(), &info, nullptr), nullptr);
-  });
-}
-
-TEST(Loader, LongPathIsCutTo1022Characters) {
-  RunInChild([] {
-    const KrySdkInitInfo info = InitInfo(1);
     // 1008 + "/libkry_sdk.so" is 1022 characters and fits; from 1009 on the path is cut.
     for (size_t len : {1008u, 1009u, 1100u}) {
       const std::string path = std::string(len, 'd') + "/libkry_sdk.so";
-      CaptureStderr();
+      StderrCapture cut_err;
       EXPECT_EQ(kry_sdk_load_and_init(std::string(len, 'd').c_str(), &info, nullptr), -1);
-      const std::string err = GetCapturedStderr();
+      const std::string err = cut_err.Stop();
       EXPECT_EQ(err.rfind("Open shared lib " + path.substr(0, 1022) + " failed, ", 0), 0u) << len;
     }
   });
@@ -75,9 +73,9 @@ TEST(Loader, InitialisersReturnTheirOwnResultsOrMinusTwoWhenMissing) {
   });
   RunInChild([] {
     const KrySdkInitInfo info = InitInfo(1);
-    CaptureStderr();
+    StderrCapture sym_err;
     EXPECT_EQ(kry_sdk_load_and_init_for_quelld(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), -2);
-    const std::string err = GetCapturedStderr();
+    const std::string err = sym_err.Stop();
     EXPECT_EQ(err.rfind("dlsym failed, ", 0), 0u) << err;
     EXPECT_NE(err.find("kry_sdk_init_with_access_info_for_quelld_interf"), std::string::npos)
         << err;
@@ -106,26 +104,15 @@ TEST(Loader, LibraryIsOpenedOnceAndItsHandleKeptAfterUnload) {
     // The file is gone and another directory is named: the initialiser runs on the open library.
     EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), 4);
 
-    CaptureStdout();
+    StdoutCapture out;
     EXPECT_EQ(kry_sdk_unload(), 0);
-    std::fflush(stdout);
-    EXPECT_EQ(GetCapturedStdout(), "Unload KRY SDK OK.\n");
+    EXPECT_EQ(out.Stop(), "Unload KRY SDK OK.\n");
     EXPECT_EQ(release_count(), 1);
     EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), nullptr);
     EXPECT_EQ(kry_sdk_get_busi_interf("kry_sdk_release_busi_interf", nullptr), nullptr);
     // A load after the unload opens nothing: it marks the old handle loaded again.
     EXPECT_EQ(kry_sdk_load_and_init(ZQ_FAKE_SDK_EMPTY_DIR, &info, nullptr), 4);
     EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", &info), &info);
-  });
-}
-
-TEST(Loader, UnloadWithoutLoadIsRefused) {
-  RunInChild([] {
-    CaptureStdout();
-    EXPECT_EQ(kry_sdk_unload(), -2);
-    std::fflush(stdout);
-    EXPECT_EQ(GetCapturedStdout(), "");
-    EXPECT_EQ(kry_sdk_get_busi_interf("fake_sdk_echo", nullptr), nullptr);
   });
 }
 

@@ -14,8 +14,8 @@
 
 #include "kry_sdk_double.h"
 #include "plugin_zq.h"
-#include "zq_test/support.h"
 #include "wlog/wlog.h"
+#include "zq_test/support.h"
 
 namespace zqtest {
 
@@ -178,10 +178,9 @@ T As(const Bytes& bytes) {
 // What body writes to standard output.
 template <typename Body>
 std::string StdoutOf(Body body) {
-  testing::internal::CaptureStdout();
+  zq_test::StdoutCapture out;
   body();
-  std::fflush(stdout);
-  return testing::internal::GetCapturedStdout();
+  return out.Stop();
 }
 
 inline size_t Count(const std::string& text, const std::string& piece) {
@@ -189,6 +188,12 @@ inline size_t Count(const std::string& text, const std::string& piece) {
   for (size_t pos = text.find(piece); pos != std::string::npos; pos = text.find(piece, pos + 1))
     ++n;
   return n;
+}
+
+// Every one of `lines` occurs in the log text.
+inline void ExpectLines(const std::string& text, std::initializer_list<std::string> lines) {
+  for (const std::string& line : lines)
+    EXPECT_NE(text.find(line), std::string::npos) << line << text;
 }
 
 }  // namespace zqtest

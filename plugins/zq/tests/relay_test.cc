@@ -7,16 +7,7 @@
 
 namespace {
 
-using zqtest::Bytes;
-using zqtest::g_last_send;
-using zqtest::Line;
-using zqtest::LogFile;
-using zqtest::MakeOptions;
-using zqtest::MakeUser;
-using zqtest::Part;
-using zqtest::RunInChild;
-using zqtest::SdkDouble;
-using zqtest::Text;
+using namespace zqtest;  // NOLINT: the fixture's helpers
 
 void Put(Bytes& b, size_t off, uint64_t v, size_t width) {
   for (size_t i = 0; i < width; ++i) b.at(off + i) = static_cast<unsigned char>(v >> (8 * i));
@@ -64,11 +55,14 @@ TEST(Translate, AccountTypeAndPlatformTables) {
     EXPECT_EQ(static_cast<int>(plugin.TranslatePlatID(p.first)), p.second) << p.first;
 }
 
-TEST(Relay, RecordsByteForByte) {
+// Records byte for byte, the same with logging on as without (the send path test runs without),
+// then the event and failure log lines.
+TEST(Relay, RecordsByteForByteAndLogLines) {
   RunInChild([] {
     SdkDouble sdk;
+    LogFile log;
     zq::ZQPlugin plugin;
-    ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), nullptr)), 0);
+    ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), 0);
     const std::string openid(100, 'u');
     const quelld::User user = MakeUser(openid, 0x1003, 0xFFFF, 101, "127.0.0.1");
     plugin.OnUserLogin(user);
@@ -111,16 +105,7 @@ TEST(Relay, RecordsByteForByte) {
     Bytes unterminated = Record(124, std::string(64, 'o'), 9, 3);
     Put(unterminated, 100, 0xFFFFFFFFull, 8);
     EXPECT_EQ(Slice(Part(KRY_DOUBLE_SLOT_ADD_USER), 0, 108), Slice(unterminated, 0, 108));
-    plugin.OnQuit();
-  });
-}
 
-TEST(Relay, LogsEventsAndFailuresWithoutChangingSdkTraffic) {
-  RunInChild([] {
-    SdkDouble sdk;
-    LogFile log;
-    zq::ZQPlugin plugin;
-    ASSERT_EQ(plugin.OnInit(MakeOptions(sdk.dir(), log.cat())), 0);
     const std::pair<int, int> results[] = {{KRY_DOUBLE_SLOT_ADD_USER, 1},
                                            {KRY_DOUBLE_SLOT_DEL_USER, 2},
                                            {KRY_DOUBLE_SLOT_TICK_USER, 3},
@@ -131,30 +116,24 @@ TEST(Relay, LogsEventsAndFailuresWithoutChangingSdkTraffic) {
     plugin.OnTickUser(a);
     plugin.OnPluginMsg(a, 7, "e", 1, "data", 4);
     plugin.OnUserLogout(a);
-    // With logging on the records are the same as without.
-    Bytes add = Record(124, "alpha", 2, 0);
-    Put(add, 100, 0xFFFFFFFFull, 8);
-    EXPECT_EQ(Slice(Part(KRY_DOUBLE_SLOT_ADD_USER), 0, 108), Slice(add, 0, 108));
     EXPECT_EQ(Part(KRY_DOUBLE_SLOT_DEL_USER), Record(108, "alpha", 2, 0));
     plugin.OnQuit();
     const std::string text = log.Text();
-    for (const std::string& line :
-         {Line("DEBUG", "OnUserLogin", "zq plugin recv user(alpha) login event"),
-          Line("DEBUG", "OnUserLogout", "zq plugin recv user(alpha) logout event"),
-          Line("DEBUG", "OnTickUser", "zq plugin recv user(alpha) tick event,report heartbeat"),
-          Line("DEBUG", "OnPluginMsg", "zq plugin OnPluginMsg"),
-          Line("DEBUG", "TranslateAccountType",
-               "(acctype:4098,authtype:4097) trans to zq_acctype(2)"),
-          Line("DEBUG", "TranslatePlatID", "(client_type:102) trans to zq_platid(0)"),
-          Line("ERROR", "OnUserLogin", "add user failed,ret:1"),
-          Line("ERROR", "OnTickUser", "tick user failed,ret:3"),
-          Line("ERROR", "OnPluginMsg", "recv_anti_data_ failed,ret:2"),
-          Line("ERROR", "OnUserLogout", "del user failed,ret:2")}) {
-      EXPECT_NE(text.find(line), std::string::npos) << line << text;
-    }
-    // The event's own line comes first, then the two translation lines.
-    EXPECT_LT(text.find("login event"), text.find("(acctype:4098"));
-    EXPECT_EQ(zqtest::Count(text, "trans to zq_"), 8u);
+    ExpectLines(text, {Line("DEBUG", "OnUserLogin", "zq plugin recv user(alpha) login event"),
+                       Line("DEBUG", "OnUserLogout", "zq plugin recv user(alpha) logout event"),
+                       Line("DEBUG", "OnTickUser",
+                            "zq plugin recv user(alpha) tick event,report heartbeat"),
+                       Line("DEBUG", "OnPluginMsg", "zq plugin OnPluginMsg"),
+                       Line("DEBUG", "TranslateAccountType",
+                            "(acctype:4098,authtype:4097) trans to zq_acctype(2)"),
+                       Line("DEBUG", "TranslatePlatID", "(client_type:102) trans to zq_platid(0)"),
+                       Line("ERROR", "OnUserLogin", "add user failed,ret:1"),
+                       Line("ERROR", "OnTickUser", "tick user failed,ret:3"),
+                       Line("ERROR", "OnPluginMsg", "recv_anti_data_ failed,ret:2"),
+                       Line("ERROR", "OnUserLogout", "del user failed,ret:2")});
+    // The event's own line comes first, then the two translation lines: two per event.
+    EXPECT_LT(text.find("user(alpha) login event"), text.find("(acctype:4098"));
+    EXPECT_EQ(Count(text, "trans to zq_"), 20u);
   });
 }
 
@@ -171,7 +150,7 @@ TEST(SendPath, ForwardsSdkDataToHost) {
     EXPECT_EQ(g_last_send, std::string("player-9|1|0|-|abc\0def", 22));
     EXPECT_EQ(kry_double_send_to_client_ext("player-9", "ext", 3, "z", 1), KRY_SDK_PROC_OK);
     EXPECT_EQ(g_last_send, "player-9|1|0|ext|z");
-    zqtest::g_send_answer = -1;
+    g_send_answer = -1;
     EXPECT_EQ(kry_double_send_to_client("player-9", "x", 1), KRY_SDK_PROC_FAIL);
     EXPECT_EQ(g_last_send, "player-9|1|0|-|x");
 
@@ -181,9 +160,16 @@ TEST(SendPath, ForwardsSdkDataToHost) {
     info.anti_data_ = "q";
     info.anti_data_len_ = 1;
     info.user_ext_data_ = nullptr;
-    zqtest::g_send_answer = 0;
+    g_send_answer = 0;
     EXPECT_EQ(zq::SendDataToClientCob(&info), KRY_SDK_PROC_OK);
     EXPECT_EQ(g_last_send, std::string(64, 'a') + "|1|0|-|q");
+    // Extension data said to be longer than its field is cut to the field.
+    KrySdkUserExtData ext;
+    std::memset(ext.user_ext_data_, 'x', sizeof(ext.user_ext_data_));
+    ext.ext_data_len_ = MAX_KRY_USER_EXT_DATA_LEN + 5;
+    info.user_ext_data_ = &ext;
+    EXPECT_EQ(zq::SendDataToClientCob(&info), KRY_SDK_PROC_OK);
+    EXPECT_EQ(g_last_send, std::string(64, 'a') + "|1|0|" + std::string(1024, 'x') + "|q");
     EXPECT_EQ(zq::SendDataToClientCob(nullptr), KRY_SDK_PROC_INVALID_ARG);
     plugin.OnQuit();
   });

@@ -1,5 +1,6 @@
-// Every record type of every schema, filled with pseudo-random values, round-trips at
-// every cut version from BASEVERSION to CURRVERSION.
+// Every record type of every schema, filled with pseudo-random values, round-trips at every cut
+// version from BASEVERSION to CURRVERSION, and fails cleanly in every area shorter than its
+// encoding.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -12,8 +13,6 @@
 #include "tframehead_testsupport.h"
 
 namespace {
-
-const uint64_t kSeeds = 6;
 
 std::string failure(const char* type, unsigned int cutVer, uint64_t seed, int ret) {
   return std::string(type) + " cut " + std::to_string(cutVer) + " seed " + std::to_string(seed) +
@@ -30,32 +29,49 @@ std::vector<char> packed(const T& rec, unsigned int cutVer, int& ret) {
   return out;
 }
 
-// Records are plain structures; the big ones live on the heap.
+// Packing into every shorter area fails with -1 and never writes past it; decoding every
+// prefix of a valid encoding fails with -2.
 template <typename T>
-std::unique_ptr<T> fresh() {
-  return std::unique_ptr<T>(new T());
+void shortBuffers(const T& orig, const std::vector<char>& wire, const char* type) {
+  const char kSentinel = static_cast<char>(0xa5);
+  std::vector<char> out(wire.size() + 32);
+  auto back = std::make_unique<T>();
+  for (size_t n = 0; n < wire.size(); ++n) {
+    std::fill(out.begin(), out.end(), kSentinel);
+    size_t used = 0;
+    ASSERT_EQ(-1, orig.pack(out.data(), n, &used, 0)) << type << " length " << n;
+    ASSERT_LE(used, n);
+    ASSERT_EQ(std::vector<char>(out.size() - n, kSentinel),
+              std::vector<char>(out.begin() + static_cast<long>(n), out.end()))
+        << type << " wrote past " << n;
+    ASSERT_NE(std::string(""), kalmo_vix::VixError::getBackTrace()) << type;
+    // An exact-size copy of the prefix, so a read past it is caught by the sanitizers.
+    std::vector<char> prefix(wire.begin(), wire.begin() + static_cast<long>(n));
+    const char* from = n == 0 ? out.data() : prefix.data();  // never null: that is -19
+    ASSERT_EQ(-2, back->unpack(from, n, &used, 0)) << type << " prefix " << n;
+  }
 }
 
+// Records are plain structures (the big ones live on the heap); six seeds per cut version.
 template <typename T>
 void roundTrip(const char* type) {
   static std::vector<char> text(8 << 20);
-  for (uint64_t seed = 1; seed <= kSeeds; ++seed) {
+  for (uint64_t seed = 1; seed <= 6; ++seed) {
     for (unsigned int v = T::BASEVERSION; v <= T::CURRVERSION; ++v) {
       const uint64_t fillSeed = seed * 1000 + v;
-      auto orig = fresh<T>();
+      auto orig = std::make_unique<T>();
       vixtest_fill(*orig, fillSeed);
       int ret = 0;
       const std::vector<char> wire = packed(*orig, v, ret);
       ASSERT_EQ(0, ret) << failure(type, v, seed, ret);
 
       // Decoded into a zeroed record it equals the original as the cut version sees it.
-      auto zero = fresh<T>();
+      auto zero = std::make_unique<T>();
       size_t used = 0;
       ret = zero->unpack(wire.data(), wire.size(), &used, v);
       ASSERT_EQ(0, ret) << failure(type, v, seed, ret);
       ASSERT_EQ(wire.size(), used) << type << " cut " << v;
-      auto expected = fresh<T>();
-      std::memcpy(expected.get(), orig.get(), sizeof(T));
+      auto expected = std::make_unique<T>(*orig);
       vixtest_cut(*expected, v);
       vixtest_clear_size(*expected);
       vixtest_clear_size(*zero);
@@ -64,77 +80,29 @@ void roundTrip(const char* type) {
 
       // Decoded over a record full of other values, the entries the cut does not carry come
       // back zero: packed at the current version it matches the expectation.
-      auto dirty = fresh<T>();
+      auto dirty = std::make_unique<T>();
       vixtest_fill(*dirty, fillSeed ^ 0x5a5a5a5aULL);
       ret = dirty->unpack(wire.data(), wire.size(), &used, v);
       ASSERT_EQ(0, ret) << failure(type, v, seed, ret);
       int r1 = 0, r2 = 0;
       ASSERT_EQ(packed(*expected, 0, r1), packed(*dirty, 0, r2))
           << type << " cut " << v << " seed " << seed;
-      ASSERT_EQ(0, r1);
-      ASSERT_EQ(0, r2);
-
-      // Re-packing the decoded record gives the same bytes.
-      ASSERT_EQ(wire, packed(*zero, v, ret)) << type << " cut " << v;
-
-      // The text rendering of a valid record always succeeds.
-      size_t textUsed = 0;
+      ASSERT_EQ(0, r1 | r2);
+      ASSERT_EQ(wire, packed(*zero, v, ret)) << type << " cut " << v;  // re-packs the same
+      size_t textUsed = 0;  // the text rendering of a valid record always succeeds
       ASSERT_EQ(0, orig->visualize(text.data(), text.size(), &textUsed, 0, '\n')) << type;
       ASSERT_GT(textUsed, 0u);
-    }
-  }
-}
-
-// Packing into every shorter area fails with -1 and never writes past it; decoding every
-// prefix of a valid encoding fails with -2.
-template <typename T>
-void shortBuffers(const char* type) {
-  const unsigned char kSentinel = 0xa5;
-  for (uint64_t seed = 1; seed <= 2; ++seed) {
-    auto orig = fresh<T>();
-    vixtest_fill(*orig, seed);
-    int ret = 0;
-    const std::vector<char> wire = packed(*orig, 0, ret);
-    ASSERT_EQ(0, ret) << failure(type, 0, seed, ret);
-    std::vector<char> out(wire.size() + 32);
-    const std::vector<char> sentinel(out.size(), static_cast<char>(kSentinel));
-    auto back = fresh<T>();
-    for (size_t n = 0; n < wire.size(); ++n) {
-      std::memset(out.data(), kSentinel, out.size());
-      size_t used = 0;
-      ASSERT_EQ(-1, orig->pack(out.data(), n, &used, 0)) << type << " length " << n;
-      ASSERT_LE(used, n);
-      ASSERT_EQ(0, std::memcmp(out.data() + n, sentinel.data(), out.size() - n))
-          << type << " wrote past " << n;
-      ASSERT_NE(std::string(""), kalmo_vix::VixError::getBackTrace()) << type;
-      // An exact-size copy of the prefix, so a read past it is caught by the sanitizers.
-      std::vector<char> prefix(wire.begin(), wire.begin() + static_cast<long>(n));
-      const char* from = n == 0 ? out.data() : prefix.data();  // never null: that is -19
-      ASSERT_EQ(-2, back->unpack(from, n, &used, 0)) << type << " prefix " << n;
+      if (v == T::CURRVERSION && seed <= 2) shortBuffers(*orig, wire, type);  // current version
     }
   }
 }
 
 }  // namespace
 
-#define VIXTEST_SHORT_BUFFERS(T) \
-  shortBuffers<T>(#T);           \
+#define VIXTEST_EVERY_RECORD(T) \
+  roundTrip<T>(#T);             \
   if (HasFatalFailure()) return;
 
-TEST(ShortBuffers, EveryFrameHeadRecordAtEveryLength) {
-  TFRAMEHEAD_RECORD_TYPES(VIXTEST_SHORT_BUFFERS);
-}
-TEST(ShortBuffers, EveryClientRecordAtEveryLength) { NHP_RECORD_TYPES(VIXTEST_SHORT_BUFFERS); }
-TEST(ShortBuffers, EveryOAuthRecordAtEveryLength) {
-  O2AUTH_DATA_RECORD_TYPES(VIXTEST_SHORT_BUFFERS);
-}
-
-#define VIXTEST_ROUND_TRIP(T) \
-  roundTrip<T>(#T);           \
-  if (HasFatalFailure()) return;
-
-TEST(RoundTrip, EveryFrameHeadRecordAtEveryCutVersion) {
-  TFRAMEHEAD_RECORD_TYPES(VIXTEST_ROUND_TRIP);
-}
-TEST(RoundTrip, EveryClientRecordAtEveryCutVersion) { NHP_RECORD_TYPES(VIXTEST_ROUND_TRIP); }
-TEST(RoundTrip, EveryOAuthRecordAtEveryCutVersion) { O2AUTH_DATA_RECORD_TYPES(VIXTEST_ROUND_TRIP); }
+TEST(RoundTrip, EveryFrameHeadRecord) { TFRAMEHEAD_RECORD_TYPES(VIXTEST_EVERY_RECORD); }
+TEST(RoundTrip, EveryClientRecord) { NHP_RECORD_TYPES(VIXTEST_EVERY_RECORD); }
+TEST(RoundTrip, EveryOAuthRecord) { O2AUTH_DATA_RECORD_TYPES(VIXTEST_EVERY_RECORD); }

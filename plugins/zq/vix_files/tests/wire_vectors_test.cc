@@ -24,26 +24,19 @@ using Bytes = std::vector<unsigned char>;
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 struct Vector {
-  std::string name;
-  std::string where;  // file:line name
-  std::string type;
+  std::string name, where, type;  // where: file:line name
   unsigned cut = 0;
   Fields fields;
-  bool seeded = false;
+  bool seeded = false, hasRoom = false, hasWire = false, hasText = false, fails = false;
   uint64_t seed = 0;
   long selector = 0;
-  std::vector<unsigned> packCuts;  // packing at these gives the same bytes
-  std::vector<unsigned> readCuts;  // unpacking with these gives the same record
-  bool hasRoom = false;
+  std::vector<unsigned> packCuts, readCuts;  // packing / unpacking at these gives the same result
   size_t room = 0;
-  bool hasWire = false;
   Bytes wire;
   size_t trailing = 0;  // bytes after the record that unpack leaves unread
   Bytes after;          // bytes that follow the record in its area (pack only)
   std::vector<std::pair<unsigned, int>> sizes;  // cut version: packed size, or error if negative
-  bool hasText = false;
   std::string text;
-  bool fails = false;
   int error = 0;
   std::vector<std::string> trace;
 };
@@ -109,9 +102,7 @@ std::vector<Vector> readVectors(const std::string& path) {
       ok = k == "vector" && w.size() == 4;
       open = ok;
       v.where = where + " " + (ok ? w[1] : "");
-      if (ok) v.name = w[1];
-      if (ok) v.type = w[2];
-      if (ok) v.cut = static_cast<unsigned>(std::strtoul(w[3].c_str(), nullptr, 0));
+      if (ok) v.name = w[1], v.type = w[2], v.cut = std::strtoul(w[3].c_str(), nullptr, 0);
     } else if (k == "end") {
       open = false;
     } else if (k == "seed" || k == "select" || k == "room" || k == "trailing") {
@@ -303,12 +294,10 @@ class Check {
     EXPECT_EQ(expect, ret) << v_.where << " pack at " << cut << " " << VixError::getBackTrace();
     EXPECT_LE(used, size) << v_.where;
     used = std::min(used, size);
-    for (size_t i = used; i < area.size(); ++i) {
-      if (area[i] != kSentinel) {
-        ADD_FAILURE() << v_.where << ": byte " << i << " written past the reported size " << used;
-        break;
-      }
-    }
+    const auto past = std::find_if(area.begin() + static_cast<long>(used), area.end(),
+                                   [](char c) { return c != kSentinel; });
+    EXPECT_EQ(past, area.end()) << v_.where << ": byte " << (past - area.begin())
+                                << " written past the reported size " << used;
     return Bytes(area.begin(), area.begin() + static_cast<long>(used));
   }
 
@@ -320,9 +309,7 @@ class Check {
     std::memset(static_cast<void*>(rec.get()), 0xEE, sizeof(T));
     size_t used = 0;
     const int ret = O::unpack(*rec, v_.selector, area.get(), v_.wire.size(), &used, cut);
-    if (ret == 0) {
-      EXPECT_EQ(v_.wire.size() - v_.trailing, used) << v_.where << " consumed";
-    }
+    EXPECT_EQ(ret == 0 ? v_.wire.size() - v_.trailing : used, used) << v_.where << " consumed";
     return {ret, std::move(rec)};
   }
 
