@@ -52,7 +52,7 @@ class Cli : public testing::Test {
          "        StdType=WLOG_TERM_STDOUT\n"},
         {"bad.logconf", "Count=1\n[CategoryList[0]]\n  Colour=red\n"},
         {"nozq.logconf", "Count=1\n[CategoryList[0]]\n  Name=other\n"},
-        {"bad.vix", "schema bad\nstruct X\n"},
+        {"bad.vix", "schema bad\nstruct\x01X \xff\n"},
         {"corrupt.metalib", "not a metadata library\n"},
         {"term.bin", std::string("\x01\0\0\0", 4)},
     };
@@ -229,7 +229,7 @@ const Case kCases[] = {
     {{"vixc", "dump"}, "", 2, false, "vixc: dump needs LIB, see --help"},
     {{"vixc", "compile", VIX_SCHEMA, "-o", "@D/w.metalib"}, "", 0, true, "@D/w.metalib: "},
     {{"vixc", "compile", "@D/bad.vix", "-o", "@D/x.metalib"}, "", 1, false,
-     "@D/bad.vix:2: unknown statement: struct"},
+     "@D/bad.vix:2: unknown statement: struct\\x01X"},
     {{"vixc", "compile", "@D/none.vix", "-o", "@D/x.metalib"}, "", 2, false,
      "vixc: cannot read schema @D/none.vix: No such file or directory"},
     {{"vixc", "dump", "@D/w.metalib"}, "", 0, true,

@@ -93,9 +93,23 @@ class Parser {
   bool run(const std::string& file, std::string& error);
 
  private:
+  // The message may quote the schema's text, which may be anything: bytes that are not
+  // printable ASCII are written as \xNN and a long quote is cut, so a binary file given by
+  // mistake cannot garble the terminal.
   bool fail(const std::string& message) {
     std::ostringstream o;
-    o << s_.file << ":" << line_ << ": " << message;
+    o << s_.file << ":" << line_ << ": ";
+    const size_t kMaxQuoted = 200;
+    for (size_t i = 0; i < message.size() && i < kMaxQuoted; ++i) {
+      const unsigned char c = static_cast<unsigned char>(message[i]);
+      if (c < 0x20 || c >= 0x7f) {
+        static const char kHex[] = "0123456789abcdef";
+        o << "\\x" << kHex[c >> 4] << kHex[c & 15];
+      } else {
+        o << static_cast<char>(c);
+      }
+    }
+    if (message.size() > kMaxQuoted) o << "...";
     error_ = o.str();
     return false;
   }
