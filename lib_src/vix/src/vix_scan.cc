@@ -256,7 +256,20 @@ class Reader {
     va_start(ap, pszFormat);
     vsnprintf(szText, sizeof(szText), pszFormat, ap);
     va_end(ap);
-    vix_set_error_detail_i("; line %d: %s", line_of(pAt), szText);
+    // The detail quotes the input, which may be anything: control bytes and DEL are written as
+    // \xNN so that a binary file read by mistake cannot garble a terminal.
+    char szSafe[sizeof(szText) * 4];
+    size_t n = 0;
+    for (const char* p = szText; *p != '\0' && n + 5 < sizeof(szSafe); ++p) {
+      const unsigned char c = static_cast<unsigned char>(*p);
+      if (c < 0x20 || c == 0x7f) {
+        n += static_cast<size_t>(snprintf(szSafe + n, sizeof(szSafe) - n, "\\x%02x", c));
+      } else {
+        szSafe[n++] = static_cast<char>(c);
+      }
+    }
+    szSafe[n] = '\0';
+    vix_set_error_detail_i("; line %d: %s", line_of(pAt), szSafe);
     return iCode;
   }
 

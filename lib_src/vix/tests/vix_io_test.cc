@@ -474,6 +474,8 @@ TEST(VixScan, MalformedTextIsRefusedWithLineAndEntry) {
        "line 3: entry<inner>"},
       {rec, "  inner=1", nullptr, VIX_ERROR_UNKNOWN_ENTRY_IN_TEXT, "line 1: entry<inner>"},
       {rec, "  id=seven", nullptr, VIX_ERROR_BAD_NUMBER, "line 1: bad value<seven> of entry<id>"},
+      {rec, "  id=\x1b[2J", nullptr, VIX_ERROR_BAD_NUMBER,
+       "line 1: bad value<\\x1b[2J> of entry<id>"},
       {rec, "  id=1.5", nullptr, VIX_ERROR_BAD_NUMBER, "line 1: bad value<1.5> of entry<id>"},
       {rec, "\n  n=300", nullptr, VIX_ERROR_VALUE_OUT_OF_RANGE,
        "line 2: value<300> out of the range of entry<n>"},
