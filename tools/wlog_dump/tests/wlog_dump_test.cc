@@ -1,0 +1,137 @@
+// wlog_dump mem against a ring on a registry of the test's own: a dump of what a writer left,
+// and --follow printing records as they are written, until interrupted.
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "wlog/wlog.h"
+#include "wmng_test_util.h"
+
+namespace {
+
+const char kUri[] = "wsm-data://3/dumptest:1/log/ring";
+const wlog_loc_info_t kLoc = {"app.cc", 7, "Run", nullptr};
+
+struct Writer {
+  std::unique_ptr<WLOGCONF> conf{new WLOGCONF()};
+  WLOGCTX* ctx = wlog_alloc();
+  WLOGCATEGORYINST* cat = nullptr;
+  explicit Writer(int size) {
+    conf->iMagic = WLOG_CONF_MAGIC;
+    conf->iPriorityHigh = conf->iPriorityLow = -1;
+    conf->iCount = 1;
+    WLOGCATEGORY& c = conf->astCategoryList[0];
+    snprintf(c.szName, sizeof(c.szName), "mem");
+    c.iPriorityHigh = c.iPriorityLow = -1;
+    c.iMaxMsgSize = 256;
+    c.stDevice.iType = WLOG_DEV_MEM;
+    c.stDevice.stDevice.stMem.iEnable = 1;
+    c.stDevice.stDevice.stMem.iBuffSize = size;
+    snprintf(c.stDevice.stDevice.stMem.szUri, WLOGMEM_STRING_LEN, "%s", kUri);
+    EXPECT_EQ(0, wlog_init(ctx, conf.get()));
+    cat = wlog_get_category(ctx, "mem");
+  }
+  ~Writer() {
+    EXPECT_EQ(0, wlog_fini(ctx));
+    EXPECT_EQ(0, wlog_free(&ctx));
+  }
+  void log(const std::string& msg) {
+    WLOGEVENT e{};
+    e.evt_priority = WLOG_PRIORITY_INFO;
+    e.evt_loc = &kLoc;
+    EXPECT_EQ(0, wlog_category_logv(cat, &e, "%s", msg.c_str()));
+  }
+};
+
+// Starts wlog_dump with args; its standard output is the returned descriptor.
+pid_t start(const std::vector<std::string>& args, int* out) {
+  int fds[2];
+  EXPECT_EQ(0, pipe(fds));
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(fds[1], 1);
+    close(fds[0]);
+    close(fds[1]);
+    std::vector<char*> argv = {const_cast<char*>(WLOG_DUMP_BIN)};
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(WLOG_DUMP_BIN, argv.data());
+    _exit(127);
+  }
+  close(fds[1]);
+  *out = fds[0];
+  return pid;
+}
+
+// Reads until `want` appears in the output (or two seconds pass without output).
+std::string read_until(int fd, const std::string& want, std::string* all) {
+  char buf[4096];
+  while (all->find(want) == std::string::npos) {
+    pollfd p = {fd, POLLIN, 0};
+    if (poll(&p, 1, 2000) != 1) break;
+    const ssize_t n = read(fd, buf, sizeof(buf));
+    if (n <= 0) break;
+    all->append(buf, static_cast<size_t>(n));
+  }
+  return *all;
+}
+
+int finish(pid_t pid, int fd) {
+  std::string rest;
+  read_until(fd, "\x01never", &rest);
+  close(fd);
+  int status = 0;
+  EXPECT_EQ(pid, waitpid(pid, &status, 0));
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+TEST(WlogDumpMem, DumpsTheRingAndFollowsItUntilInterrupted) {
+  wmng_test::RegistryGuard guard(2, 4);
+  const std::string key = std::to_string(guard.key());
+  Writer w(64 + 64 * 1024);
+  w.log("one");
+  w.log("two");
+
+  int fd = -1;
+  pid_t pid = start({"mem", kUri, "--key", key}, &fd);
+  std::string out;
+  read_until(fd, "####", &out);
+  EXPECT_EQ(0, finish(pid, fd));
+  EXPECT_NE(std::string::npos, out.find("]:[app.cc:7][Run()][one]\n["));
+  EXPECT_NE(std::string::npos, out.find("]:[app.cc:7][Run()][two]\n#####TotalPacket(2)"));
+
+  pid = start({"mem", kUri, "--key", key, "--follow", "--interval", "10"}, &fd);
+  out.clear();
+  read_until(fd, "[two]", &out);
+  for (int i = 0; i < 200; ++i) w.log("more " + std::to_string(i));  // goes round the ring
+  read_until(fd, "[more 199]", &out);
+  kill(pid, SIGINT);
+  EXPECT_EQ(0, finish(pid, fd));
+  EXPECT_EQ(0u, out.find("[")) << out;
+  EXPECT_NE(std::string::npos, out.find("[more 199]")) << out;
+  // Records come in order, each once; those overwritten before they were read are reported.
+  size_t at = 0;
+  int next = 0;
+  bool lost = false;
+  while ((at = out.find("[more ", at)) != std::string::npos) {
+    const int n = atoi(out.c_str() + at + 6);
+    lost = lost || n != next;
+    EXPECT_GE(n, next) << out;
+    next = n + 1;
+    ++at;
+  }
+  if (lost) {
+    EXPECT_NE(std::string::npos, out.find("records lost"));
+  }
+
+  pid = start({"mem", "wsm-data://3/dumptest:1/log/none", "--key", key}, &fd);
+  EXPECT_EQ(2, finish(pid, fd));
+}
+
+}  // namespace
