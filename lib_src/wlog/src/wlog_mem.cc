@@ -1,6 +1,10 @@
 // Memory appender: the newest records in a ring inside a shared-memory segment, written by one
 // process and readable by others (also after the writer crashed).
 //
+// The byte total of the head counts every frame written, fillers included, so it is the stream
+// position of the write position (write position = byte total modulo capacity): readers walk
+// the ring in stream positions, which do not repeat from one round of the ring to the next.
+//
 // The writer keeps two positions in the ring head: the oldest frame and the next write. The
 // ring is empty exactly when they are equal; a frame that would make them equal on a full ring
 // pushes the oldest position one frame further. Positions and counters in the head are stored
@@ -91,6 +95,7 @@ void place_frame(WLOGMEMHEAD* head, uint64_t w, uint64_t len) {
   put_u64(frame + len - 8, len);
   uint64_t next = w + len;
   if (next == head->ullCap) next = 0;
+  store(&head->ullBytes, head->ullBytes + len);
   store(&head->ullWrite, next);
 }
 
@@ -102,7 +107,6 @@ void write_filler(WLOGMEMHEAD* head, uint64_t w) {
   memset(frame + WLOGMEM_FRAME_OFF_SEC, 0, WLOGMEM_FRAME_OFF_FILE + 1 - WLOGMEM_FRAME_OFF_SEC);
   frame[WLOGMEM_FRAME_OFF_FUNC] = '\0';
   put_u32(frame + WLOGMEM_FRAME_OFF_KIND, WLOGMEM_KIND_FILLER);
-  store(&head->ullBytes, head->ullBytes + len);
   place_frame(head, w, len);
 }
 
@@ -275,7 +279,11 @@ int wlogmem_get_slot(WLOGMEM* pstMem, int iSize, char** ppszSlot) {
   uint64_t w = head->ullWrite;
   if (w > cap || cap - w < need) {
     if (w > cap || cap - w < kOverhead) {
+      // The byte total moves on to the next round, so that it stays a multiple of the capacity
+      // away from the write position.
+      const uint64_t bytes = head->ullBytes;
       store(&head->ullOldest, 0);
+      store(&head->ullBytes, bytes + (cap - bytes % cap) % cap);
       store(&head->ullWrite, 0);
       return -1;
     }
@@ -323,7 +331,6 @@ int wlogmem_make_frame(WLOGMEM* pstMem, const WLOGEVENTBASE* pstEvt) {
   put_name(frame + WLOGMEM_FRAME_OFF_FILE, pstEvt->evt_loc->loc_file);
   put_name(frame + WLOGMEM_FRAME_OFF_FUNC, pstEvt->evt_loc->loc_function);
   store(&head->ullFrames, head->ullFrames + 1);
-  store(&head->ullBytes, head->ullBytes + len);
   place_frame(head, w, len);
   return 0;
 }
@@ -334,18 +341,18 @@ int wlogmem_dump_range(const void* pvRing, uint64_t ullFrom, uint64_t ullTo, FIL
   const WLOGMEMHEAD* head = static_cast<const WLOGMEMHEAD*>(pvRing);
   const uint64_t cap = head->ullCap;
   const char* data = data_of(head);
-  uint64_t pos = ullFrom;
-  char* copy = nullptr;  // the message, copied out before it is trusted
+  uint64_t at = ullFrom;  // stream position of the frame to read
+  char* copy = nullptr;   // the message, copied out before it is trusted
   size_t copy_cap = 0;
   int ret = -1;
-  for (uint64_t guard = cap / kOverhead + 1; guard > 0; --guard) {
-    if (pos == ullTo) {
-      ret = 0;
+  for (uint64_t guard = cap / kOverhead + 1; cap >= kOverhead && guard > 0; --guard) {
+    if (at >= ullTo) {
+      ret = at == ullTo ? 0 : -1;
       break;
     }
-    const uint64_t bytes_before = load(&head->ullBytes);
+    if (wlogmem_oldest(pvRing) > at) break;  // overwritten before it was reached
     FrameView f;
-    if (!read_frame(data, cap, pos, &f)) break;
+    if (!read_frame(data, cap, at % cap, &f)) break;
     if (f.msg_len > copy_cap) {
       char* grown = static_cast<char*>(realloc(copy, f.msg_len));
       if (grown == nullptr) break;
@@ -353,41 +360,45 @@ int wlogmem_dump_range(const void* pvRing, uint64_t ullFrom, uint64_t ullTo, FIL
       copy_cap = f.msg_len;
     }
     if (f.msg_len > 0) memcpy(copy, f.msg, f.msg_len);
-    // A live writer reserves a frame (moving the oldest position past it) before overwriting
-    // it, so the copy stands when the frame still lies wholly between the oldest and the write
-    // position and the writer has not gone round the ring meanwhile.
+    // A live writer moves the oldest position past a frame before it overwrites any of it, so
+    // the copy stands when the oldest position, read after it, has not passed the frame.
     __atomic_thread_fence(__ATOMIC_ACQUIRE);
-    const uint64_t oldest = load(&head->ullOldest) % cap;
-    const uint64_t live = (load(&head->ullWrite) + cap - oldest) % cap;
-    if ((pos + cap - oldest) % cap + f.len > live ||
-        load(&head->ullBytes) - bytes_before >= cap / 2) {
-      break;
-    }
+    if (wlogmem_oldest(pvRing) > at) break;
     if (f.kind != WLOGMEM_KIND_FILLER) {
       f.msg = copy;
       print_frame(f, fp);
       ++*piFrames;
       *pullBytes += f.len;
     }
-    pos += f.len;
-    if (pos == cap) pos = 0;
+    at += f.len;
   }
   free(copy);
-  if (pullEnd != nullptr) *pullEnd = pos;
+  if (pullEnd != nullptr) *pullEnd = at;
   return ret;
+}
+
+uint64_t wlogmem_oldest(const void* pvRing) {
+  const WLOGMEMHEAD* head = static_cast<const WLOGMEMHEAD*>(pvRing);
+  const uint64_t cap = head->ullCap;
+  // The oldest position first, then the byte total: the total is then at least the stream
+  // position of the write position the oldest one belongs to, and a writer that went round the
+  // ring meanwhile makes the result larger, never smaller, than the truth.
+  const uint64_t oldest = load(&head->ullOldest);
+  const uint64_t total = load(&head->ullBytes);
+  if (cap == 0) return total;
+  return total - (total % cap + cap - oldest % cap) % cap;
 }
 
 int wlogmem_dump(const void* pvRing, FILE* fp) {
   if (pvRing == nullptr || fp == nullptr) return -1;
   const WLOGMEMHEAD* head = static_cast<const WLOGMEMHEAD*>(pvRing);
   if (head->dwMagic != WLOGMEM_MAGIC) return -1;
-  // The write position first: every frame before it is complete.
-  const uint64_t to = load(&head->ullWrite);
-  const uint64_t from = load(&head->ullOldest);
+  const uint64_t from = wlogmem_oldest(pvRing);
+  const uint64_t to = load(&head->ullBytes);
   int frames = 0;
   uint64_t bytes = 0;
   if (wlogmem_dump_range(pvRing, from, to, fp, &frames, &bytes, nullptr) != 0) {
-    // A frame overwritten while it was read, or a damaged ring: what came before it stands.
+    // A frame overwritten before it was read, or a damaged ring: what came before it stands.
   }
   fprintf(fp, "#####TotalPacket(%d) TotalBytes(%d)####\n", frames, static_cast<int>(bytes));
   return frames;

@@ -110,6 +110,8 @@ std::vector<std::string> messages_of(const std::string& dump) {
 
 class WlogMem : public ::testing::Test {
  protected:
+  // Never on the default registry, even after an earlier test failed with a handle open.
+  void SetUp() override { ASSERT_EQ(guard_.key(), wsm_get_base()->iIndexKey); }
   wmng_test::RegistryGuard guard_{2, 4};
 };
 

@@ -42,7 +42,7 @@ typedef struct tagWlogMemHead {
   uint32_t dwReady;   /* 1 once the head is set up */
   uint32_t dwRes;     /* zero */
   uint64_t ullFrames; /* record frames written */
-  uint64_t ullBytes;  /* bytes of all frames written, fillers included */
+  uint64_t ullBytes;  /* bytes of all frames written, fillers included (stream position) */
   uint64_t ullRes;    /* zero */
   uint64_t ullOldest; /* position of the oldest frame in the data area */
   uint64_t ullWrite;  /* position of the next frame */
@@ -106,11 +106,22 @@ WLOG_MUST_CHECK int wlogmem_get_slot(WLOGMEM* pstMem, int iSize, char** ppszSlot
  * already in the slot (binary records, the category buffer) is copied into one first. */
 WLOG_MUST_CHECK int wlogmem_make_frame(WLOGMEM* pstMem, const struct tagWlogEventBase* pstEvt);
 
-/* Prints the frames from position ullFrom up to ullTo (exclusive) of an attached ring, one line
- * each (see wlogmem_dump), filler frames skipped. Stops at the first frame failing its checks
- * (length field against trailer, bounds against capacity, message length against frame length).
- * *piFrames and *pullBytes grow by the frames printed and their bytes; *pullEnd (optional) gets
- * the position reached. 0 when ullTo was reached, -1 when stopped at a bad frame or argument. */
+/* Stream positions: the byte total of the head counts every frame written (fillers included),
+ * so a frame's stream position is the total when it was started, and its ring position is the
+ * stream position modulo the capacity. The newest frame ends at the byte total; the oldest
+ * starts at wlogmem_oldest. */
+
+/* Stream position of the oldest frame of an attached ring (the byte total for an empty one).
+ * Read while a writer runs, the result may be larger than the truth, never smaller. */
+uint64_t wlogmem_oldest(const void* pvRing);
+
+/* Prints the frames from stream position ullFrom up to ullTo of an attached ring, one line each
+ * (see wlogmem_dump), filler frames skipped. Stops at the first frame failing its checks
+ * (length field against trailer, bounds against capacity, message length against frame length)
+ * or overwritten by a live writer before it was read; a frame is printed only from a copy made
+ * while the writer had not reached it. *piFrames and *pullBytes grow by the frames printed and
+ * their bytes; *pullEnd (optional) gets the stream position reached. 0 when ullTo was reached,
+ * -1 when stopped early or for a bad argument. */
 WLOG_MUST_CHECK int wlogmem_dump_range(const void* pvRing, uint64_t ullFrom, uint64_t ullTo,
                                        FILE* fp, int* piFrames, uint64_t* pullBytes,
                                        uint64_t* pullEnd);
