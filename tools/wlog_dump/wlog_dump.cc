@@ -110,24 +110,27 @@ uint64_t load(const uint64_t* p) { return __atomic_load_n(p, __ATOMIC_ACQUIRE); 
 // read, or started the ring afresh, makes the reader start again from the oldest record.
 int follow(const WLOGMEM& mem, int interval_ms) {
   const WLOGMEMHEAD* head = static_cast<const WLOGMEMHEAD*>(mem.pvMemHead);
-  const uint64_t cap = head->ullCap;
-  uint64_t seen = load(&head->ullBytes);
-  uint64_t pos = load(&head->ullOldest);
+  uint64_t at = wlogmem_oldest(head);  // stream position of the next record to print
   while (!g_stop) {
-    const uint64_t bytes = load(&head->ullBytes);
-    const uint64_t to = load(&head->ullWrite);
+    const uint64_t oldest = wlogmem_oldest(head);
+    const uint64_t to = load(&head->ullBytes);
+    if (oldest > at || to < at) {
+      printf("----- records lost: the writer went round the ring or started it afresh -----\n");
+      at = oldest;
+    }
     int frames = 0;
     uint64_t frame_bytes = 0;
-    uint64_t end = pos;
-    const bool lapped = bytes < seen || bytes - seen >= cap;
-    if (lapped || wlogmem_dump_range(head, pos, to, stdout, &frames, &frame_bytes, &end) != 0) {
-      printf("----- records lost: the writer went round the ring or started it afresh -----\n");
-      end = load(&head->ullOldest);
+    uint64_t end = at;
+    if (wlogmem_dump_range(head, at, to, stdout, &frames, &frame_bytes, &end) != 0 &&
+        wlogmem_oldest(head) <= end) {
+      // Not overtaken, so the ring holds a damaged frame: nothing past it can be read.
+      fflush(stdout);
+      fprintf(stderr, "wlog_dump: damaged record in the ring; stopping\n");
+      return 1;
     }
-    seen = bytes;
-    pos = end;
+    at = end;
     fflush(stdout);
-    if (pos == to) usleep(static_cast<useconds_t>(interval_ms) * 1000);
+    if (at == to) usleep(static_cast<useconds_t>(interval_ms) * 1000);
   }
   return 0;
 }

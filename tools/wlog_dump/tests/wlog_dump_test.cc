@@ -1,5 +1,6 @@
 // wlog_dump mem against a ring on a registry of the test's own: a dump of what a writer left,
-// and --follow printing records as they are written, until interrupted.
+// --follow printing records as they are written, until interrupted, and the ring of a host
+// simulator run.
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
@@ -49,8 +50,9 @@ struct Writer {
   }
 };
 
-// Starts wlog_dump with args; its standard output is the returned descriptor.
-pid_t start(const std::vector<std::string>& args, int* out) {
+// Starts a program (wlog_dump by default) with args; its standard output is the returned
+// descriptor.
+pid_t start(const std::vector<std::string>& args, int* out, const char* prog = WLOG_DUMP_BIN) {
   int fds[2];
   EXPECT_EQ(0, pipe(fds));
   const pid_t pid = fork();
@@ -58,10 +60,10 @@ pid_t start(const std::vector<std::string>& args, int* out) {
     dup2(fds[1], 1);
     close(fds[0]);
     close(fds[1]);
-    std::vector<char*> argv = {const_cast<char*>(WLOG_DUMP_BIN)};
+    std::vector<char*> argv = {const_cast<char*>(prog)};
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
-    execv(WLOG_DUMP_BIN, argv.data());
+    execv(prog, argv.data());
     _exit(127);
   }
   close(fds[1]);
@@ -132,6 +134,23 @@ TEST(WlogDumpMem, DumpsTheRingAndFollowsItUntilInterrupted) {
 
   pid = start({"mem", "wsm-data://3/dumptest:1/log/none", "--key", key}, &fd);
   EXPECT_EQ(2, finish(pid, fd));
+}
+
+TEST(WlogDumpMem, ShowsTheRingOfASimulatorRun) {
+  wmng_test::RegistryGuard guard(2, 4);
+  const std::string key = std::to_string(guard.key());
+  const char* uri = "wsm-data://1/quelld_sim:1/log/ring";
+  int fd = -1;
+  pid_t pid = start({"--users", "2", "--rounds", "1", "--log-level", "DEBUG", "--log-mem", uri,
+                     "--log-mem-size", "100000", "--log-mem-key", key},
+                    &fd, QUELLD_SIM_BIN);
+  ASSERT_EQ(0, finish(pid, fd));
+  pid = start({"mem", uri, "--key", key}, &fd);
+  std::string out;
+  read_until(fd, "####", &out);
+  EXPECT_EQ(0, finish(pid, fd));
+  EXPECT_NE(std::string::npos, out.find("][InitKrySDK()][")) << out;
+  EXPECT_NE(std::string::npos, out.find("[zq plugin exit success]\n#####TotalPacket(")) << out;
 }
 
 }  // namespace
