@@ -311,10 +311,12 @@ int wlogmem_make_frame(WLOGMEM* pstMem, const WLOGEVENTBASE* pstEvt) {
                        pstEvt->evt_msg == data + w + WLOGMEM_FRAME_MSG_OFFSET;
   if (!in_slot) {
     char* slot = nullptr;
-    if (wlogmem_get_slot(pstMem, pstEvt->evt_msg_len, &slot) != 0 &&
-        wlogmem_get_slot(pstMem, pstEvt->evt_msg_len, &slot) != 0) {
-      return -1;  // the second try follows a reset of a damaged ring
+    int got = -1;
+    // A second try follows a reset of a ring whose write position was damaged.
+    for (int attempt = 0; attempt < 2 && got != 0; ++attempt) {
+      got = wlogmem_get_slot(pstMem, pstEvt->evt_msg_len, &slot);
     }
+    if (got != 0) return -1;
     if (msg_len > 0) memmove(slot, pstEvt->evt_msg, msg_len);
     w = head->ullWrite;
   }
