@@ -216,6 +216,16 @@ TEST_F(WlogMem, InitAndAttachCodes) {
   r.iBuffSize = 0;
   EXPECT_EQ(-8, wlogmem_attach(&mem, &r));
   EXPECT_EQ(0, wlogmem_fini(&mem));
+  // No free data slot left for a new ring: the segment cannot be created.
+  for (const char* more : {"wsm-data://10/wlogtest:1/log/m1", "wsm-data://10/wlogtest:1/log/m2"}) {
+    ASSERT_EQ(0, wsm_vix_bind_data(h, more));
+    ASSERT_EQ(0, wsm_vix_bind_size(h, 1000));
+    ASSERT_NE(nullptr, wsm_vix_ptr(h, 0xC0));
+  }
+  snprintf(dev.szUri, sizeof(dev.szUri), "wsm-data://10/wlogtest:1/log/full");
+  dev.iBuffSize = 4096;
+  EXPECT_EQ(-4, wlogmem_init(&mem, &dev));
+  EXPECT_EQ(0, wlogmem_fini(&mem));
 }
 
 // A second writer on the same ring dumps what the first left, then starts afresh; a record too
