@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "wlog/wlog.h"
+#include "wlog_test_util.h"
 #include "wmng_test_util.h"
 
 namespace {
@@ -19,34 +20,24 @@ namespace {
 const char kUri[] = "wsm-data://3/dumptest:1/log/ring";
 const wlog_loc_info_t kLoc = {"app.cc", 7, "Run", nullptr};
 
+// A context with one memory category "mem" on a ring of `size` bytes at kUri.
 struct Writer {
-  std::unique_ptr<WLOGCONF> conf{new WLOGCONF()};
-  WLOGCTX* ctx = wlog_alloc();
-  WLOGCATEGORYINST* cat = nullptr;
+  std::unique_ptr<WLOGCONF> conf = wlog_test::make_conf();
+  wlog_test::CtxPtr ctx;
   explicit Writer(int size) {
-    conf->iMagic = WLOG_CONF_MAGIC;
-    conf->iPriorityHigh = conf->iPriorityLow = -1;
-    conf->iCount = 1;
-    WLOGCATEGORY& c = conf->astCategoryList[0];
-    snprintf(c.szName, sizeof(c.szName), "mem");
-    c.iPriorityHigh = c.iPriorityLow = -1;
-    c.iMaxMsgSize = 256;
-    c.stDevice.iType = WLOG_DEV_MEM;
-    c.stDevice.stDevice.stMem.iEnable = 1;
-    c.stDevice.stDevice.stMem.iBuffSize = size;
-    snprintf(c.stDevice.stDevice.stMem.szUri, WLOGMEM_STRING_LEN, "%s", kUri);
-    EXPECT_EQ(0, wlog_init(ctx, conf.get()));
-    cat = wlog_get_category(ctx, "mem");
-  }
-  ~Writer() {
-    EXPECT_EQ(0, wlog_fini(ctx));
-    EXPECT_EQ(0, wlog_free(&ctx));
+    WLOGCATEGORY* c = wlog_test::add_category(conf.get(), "mem", "", WLOG_DEV_MEM);
+    c->iMaxMsgSize = 256;
+    WLOGDEVMEM& m = c->stDevice.stDevice.stMem;
+    m.iEnable = 1;
+    m.iBuffSize = size;
+    snprintf(m.szUri, WLOGMEM_STRING_LEN, "%s", kUri);
+    ctx = wlog_test::init_ctx(conf.get());
   }
   void log(const std::string& msg) {
     WLOGEVENT e{};
     e.evt_priority = WLOG_PRIORITY_INFO;
     e.evt_loc = &kLoc;
-    EXPECT_EQ(0, wlog_category_logv(cat, &e, "%s", msg.c_str()));
+    EXPECT_EQ(0, wlog_category_logv(wlog_get_category(ctx.get(), "mem"), &e, "%s", msg.c_str()));
   }
 };
 
