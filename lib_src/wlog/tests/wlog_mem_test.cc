@@ -247,6 +247,34 @@ TEST_F(WlogMem, EarlierRingIsDumpedThenReset) {
   EXPECT_EQ(std::vector<std::string>{"second"}, messages_of(dump_of(reader_dev())));
 }
 
+// A clone writes to a ring of its own (the clone's name appended to the URI); a reload sets the
+// configured category's ring up again after printing what it held, and leaves the clone's.
+TEST_F(WlogMem, CloneHasItsOwnRingAndReloadStartsAfresh) {
+  auto conf = wlog_test::make_conf();
+  add_mem(conf.get(), "mem", 64 + 4096, 100);
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  ASSERT_EQ(0, wlog_clone_category(wlog_get_category(ctx.get(), "mem"), "sub"));
+  ASSERT_EQ(0, log_text(wlog_get_category(ctx.get(), "sub"), "to the clone"));
+  ASSERT_EQ(0, log_text(wlog_get_category(ctx.get(), "mem"), "to the root"));
+  WLOGDEVMEM clone = reader_dev();
+  snprintf(clone.szUri, sizeof(clone.szUri), "%ssub.log", kUri);
+  EXPECT_EQ(std::vector<std::string>{"to the clone"}, messages_of(dump_of(clone)));
+  EXPECT_EQ(std::vector<std::string>{"to the root"}, messages_of(dump_of(reader_dev())));
+
+  auto fresh = wlog_test::make_conf();
+  add_mem(fresh.get(), "mem", 64 + 4096, 100);
+  StdoutCapture cap;
+  ASSERT_EQ(0, wlog_reload(ctx.get(), fresh.get()));
+  const std::string out = cap.Stop();
+  EXPECT_NE(std::string::npos, out.find("[to the root]\n")) << out;
+  EXPECT_EQ(std::string::npos, out.find("[to the clone]")) << out;
+  EXPECT_EQ(std::vector<std::string>{}, messages_of(dump_of(reader_dev())));
+  ASSERT_EQ(0, log_text(wlog_get_category(ctx.get(), "sub"), "after reload"));
+  EXPECT_EQ((std::vector<std::string>{"to the clone", "after reload"}),
+            messages_of(dump_of(clone)));
+}
+
 // Independent model of what survives: lay frames and fillers out one after the other as the
 // ring positions demand, then keep the newest frames that start less than the capacity before
 // the farthest point any slot reserved (a slot reserves a frame for its largest message).
