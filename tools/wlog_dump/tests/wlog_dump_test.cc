@@ -7,7 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -104,7 +106,9 @@ TEST(WlogDumpMem, DumpsTheRingAndFollowsItUntilInterrupted) {
   read_until(fd, "[two]", &out);
   for (int i = 0; i < 200; ++i) w.log("more " + std::to_string(i));  // goes round the ring
   read_until(fd, "[more 199]", &out);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a few more polls, nothing new
   kill(pid, SIGINT);
+  read_until(fd, "\x01never", &out);  // everything up to the exit
   EXPECT_EQ(0, finish(pid, fd));
   EXPECT_EQ(0u, out.find("[")) << out;
   EXPECT_NE(std::string::npos, out.find("[more 199]")) << out;
