@@ -49,7 +49,7 @@ case "$cmd" in
     exec "$root/build/tools/quelld_sim/quelld_sim" "$@"
     ;;
   test)
-    ensure_packages "${base_packages[@]}"
+    ensure_packages "${base_packages[@]}" rsyslog  # rsyslog: the collector of the interop test
     configure_build build
     run_tests build "$@"
     ;;

@@ -70,6 +70,9 @@ const Setting kSettings[] = {
     Text("scenario", &SimOptions::scenario, 4095),
     Text("log_file", &SimOptions::log_file, 127),
     Text("log_conf", &SimOptions::log_conf, 4095),
+    Text("log_mem", &SimOptions::log_mem, 255),
+    Count("log_mem_size", &SimOptions::log_mem_size, 624, 1 << 30),
+    Id("log_mem_key", &SimOptions::log_mem_key),
     Text("json", &SimOptions::json, 4095),
     {"log_level", Kind::kLevel, 0, 1000, nullptr, &SimOptions::log_level, nullptr, nullptr},
     Flag("verbose", &SimOptions::verbose),
@@ -351,6 +354,11 @@ Options (every option is also a key of the --config file, written key = value):
   --dump-scenario        print the scenario text that would run, then stop
   --json FILE            also write the run's summary to FILE as JSON
   --log-file PATH        log file (default: quelld_sim.log in the work directory)
+  --log-mem URI          also keep the newest log records in a memory ring at the shared-memory
+                         URI (wsm-data://BID/PROG:ID/FUNC/VALUE); read it with wlog_dump mem URI,
+                         also while the run goes on or after it crashed
+  --log-mem-size N       bytes of that ring (default 4194304; at least 624)
+  --log-mem-key KEY      registry key of the ring (default 0: the registry's default key)
   --log-level NAME       least severe priority logged: FATAL ALERT CRIT ERROR WARN NOTICE
                          INFO DEBUG TRACE, or a number from 0 to 1000 (default INFO)
   --verbose              also write the log to standard output

@@ -8,18 +8,21 @@
 namespace quelld_sim {
 
 struct SimOptions {
-  std::string plugin;    // plug-in library to load
-  std::string sdk_dir;   // directory whose libkry_sdk.so is copied and loaded
-  std::string scenario;  // scenario file; empty runs the built-in scenario
-  std::string log_file;  // empty: quelld_sim.log in the work directory
-  std::string log_conf;  // logging configuration in wlog's text form; empty: built from the
-                         // log_file, log_level and verbose settings
-  std::string json;      // file for the run's summary as JSON; empty: none
-  int log_level = 600;   // least severe priority written (INFO)
-  bool verbose = false;  // log also to standard output
-  bool reload = true;    // run the reload phase after the scenario
-  bool verify = true;    // compare the SDK double's records with the events sent
-  bool keep = false;     // keep the work directory
+  std::string plugin;          // plug-in library to load
+  std::string sdk_dir;         // directory whose libkry_sdk.so is copied and loaded
+  std::string scenario;        // scenario file; empty runs the built-in scenario
+  std::string log_file;        // empty: quelld_sim.log in the work directory
+  std::string log_conf;        // logging configuration in wlog's text form; empty: built from
+                               // the log_file, log_mem, log_level and verbose settings
+  std::string json;            // file for the run's summary as JSON; empty: none
+  std::string log_mem;         // shared-memory URI of a memory log ring; empty: none
+  int log_mem_size = 4 << 20;  // bytes of that ring (head included)
+  uint32_t log_mem_key = 0;    // registry key of the ring; 0: the default key
+  int log_level = 600;         // least severe priority written (INFO)
+  bool verbose = false;        // log also to standard output
+  bool reload = true;          // run the reload phase after the scenario
+  bool verify = true;          // compare the SDK double's records with the events sent
+  bool keep = false;           // keep the work directory
   bool help = false;
   bool dump_scenario = false;  // print the scenario text that would run, and stop
 

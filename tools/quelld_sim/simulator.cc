@@ -23,6 +23,9 @@
 #include "latency.h"
 #include "tool_input.h"
 #include "wlog/wlog.h"
+#include "wmng/terror.h"
+#include "wmng/wsm.h"
+#include "wmng/wsm_vix.h"
 #include "zq/kry_sdk.h"
 
 namespace quelld_sim {
@@ -412,6 +415,7 @@ class Simulation {
   }
 
   bool StartLogging() {
+    if (!SelectRegistry()) return false;
     if (!opts_.log_conf.empty()) {
       if (!LoadLogConf()) return false;
     } else if (!BuildLogConf()) {
@@ -424,7 +428,8 @@ class Simulation {
       if (wlog_free(&ctx_) != 0) ctx_ = nullptr;  // cannot fail: ctx_ is not null
       return Fail("logging could not start: " + WlogResult("wlog_init", rc) +
                   (opts_.log_conf.empty() ? "; log file " + log_path_
-                                          : "; logging configuration " + opts_.log_conf));
+                                          : "; logging configuration " + opts_.log_conf) +
+                  (opts_.log_mem.empty() ? "" : "; memory ring " + opts_.log_mem));
     }
     rc = wlog_set_module_name(ctx_, "quelld_sim");
     if (rc != 0) return Fail("logging: " + WlogResult("wlog_set_module_name", rc));
@@ -454,9 +459,25 @@ class Simulation {
     conf_->iMagic = WLOG_CONF_MAGIC;
     conf_->iPriorityHigh = WLOG_PRIORITY_NULL;
     conf_->iPriorityLow = opts_.log_level;
-    conf_->iCount = opts_.verbose ? 2 : 1;
-    WLOGCATEGORY& file = conf_->astCategoryList[0];
-    snprintf(file.szName, sizeof(file.szName), "%s", "zq");
+    // With a memory ring the plug-in's category "zq" is the ring, which forwards every record
+    // to the file category "zq_file"; the terminal category comes last.
+    const bool mem = !opts_.log_mem.empty();
+    conf_->iCount = (opts_.verbose ? 2 : 1) + (mem ? 1 : 0);
+    if (mem) {
+      WLOGCATEGORY& ring = conf_->astCategoryList[0];
+      snprintf(ring.szName, sizeof(ring.szName), "%s", "zq");
+      ring.iPriorityHigh = WLOG_PRIORITY_NULL;
+      ring.iPriorityLow = opts_.log_level;
+      ring.iMaxMsgSize = 2048;
+      snprintf(ring.szForwardCat, sizeof(ring.szForwardCat), "%s", "zq_file");
+      ring.stDevice.iType = WLOG_DEV_MEM;
+      WLOGDEVMEM& m = ring.stDevice.stDevice.stMem;
+      m.iEnable = 1;
+      m.iBuffSize = opts_.log_mem_size;
+      snprintf(m.szUri, sizeof(m.szUri), "%s", opts_.log_mem.c_str());
+    }
+    WLOGCATEGORY& file = conf_->astCategoryList[mem ? 1 : 0];
+    snprintf(file.szName, sizeof(file.szName), "%s", mem ? "zq_file" : "zq");
     file.iPriorityHigh = WLOG_PRIORITY_NULL;
     file.iPriorityLow = opts_.log_level;
     snprintf(file.szFormat, sizeof(file.szFormat), "%s", WLOG_DEFAULT_FORMAT);
@@ -469,13 +490,29 @@ class Simulation {
     dev.iNoFindLatest = 1;
     if (opts_.verbose) {
       snprintf(file.szForwardCat, sizeof(file.szForwardCat), "%s", "zq_term");
-      WLOGCATEGORY& term = conf_->astCategoryList[1];
+      WLOGCATEGORY& term = conf_->astCategoryList[mem ? 2 : 1];
       snprintf(term.szName, sizeof(term.szName), "%s", "zq_term");
       term.iPriorityHigh = WLOG_PRIORITY_NULL;
       term.iPriorityLow = opts_.log_level;
       snprintf(term.szFormat, sizeof(term.szFormat), "%s", "[%p] %m%n");
       term.stDevice.iType = WLOG_DEV_TERM;
       term.stDevice.stDevice.stTerm.iStdType = WLOG_TERM_STDOUT;
+    }
+    return true;
+  }
+
+  // Uses the registry key asked for, with the capacities of a registry already there.
+  bool SelectRegistry() {
+    if (opts_.log_mem_key == 0) return true;
+    WsmBase base;
+    const int key = static_cast<int>(opts_.log_mem_key);
+    if (wsm_index_probe(key, &base) != 0) {
+      terror_clear(nullptr);  // none yet: it is made with the default capacities
+      if (wsm_base_default(&base) != 0) return Fail("no default registry settings");
+      base.iIndexKey = key;
+    }
+    if (wsm_vix_base_set(&base) != 0) {
+      return Fail("registry key " + std::to_string(opts_.log_mem_key) + " cannot be used");
     }
     return true;
   }

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 extern char** environ;
@@ -57,10 +58,29 @@ class Cli : public testing::Test {
         {"term.bin", std::string("\x01\0\0\0", 4)},
     };
     for (const auto& f : files) std::ofstream(dir_ + "/" + f.first) << f.second;
+    // Binary log records: (seconds, id, class, body); the last file ends in a cut record.
+    std::string bin;
+    const std::tuple<uint32_t, uint32_t, uint32_t, std::string> recs[] = {
+        {1000, 1500, 7, "first"},
+        {2000, 2000, 7, "second"},
+        {3000, 1600, 8, std::string("\x01\xff", 2)}};
+    for (const auto& r : recs)
+      bin += BinRecord(std::get<0>(r), std::get<1>(r), std::get<2>(r), std::get<3>(r));
+    std::ofstream(dir_ + "/records.bin", std::ios::binary) << bin;
+    std::ofstream(dir_ + "/cut.bin", std::ios::binary) << bin.substr(0, bin.size() - 1);
     fs::create_directories(dir_ + "/dir");
     fs::create_directories(dir_ + "/sdk/libkry_sdk.so");
   }
   static void TearDownTestSuite() { fs::remove_all(dir_); }
+
+  // A binary log record: the 40-byte big-endian head (version 1, magic '7', sequence 1) and body.
+  static std::string BinRecord(uint32_t sec, uint32_t id, uint32_t cls, const std::string& body) {
+    std::string r = {1, '7', 0, 40};
+    for (uint32_t v : {static_cast<uint32_t>(body.size()), sec, 5u, 1u, id, cls, 0u, 0u, 0u}) {
+      for (int shift = 24; shift >= 0; shift -= 8) r += static_cast<char>((v >> shift) & 0xff);
+    }
+    return r + body;
+  }
 
   // Tool names to programs, @D to the fixtures directory.
   static std::string Expand(std::string s) {
@@ -68,6 +88,7 @@ class Cli : public testing::Test {
     if (s == "fd") return FRAME_DECODE_BIN;
     if (s == "wx") return WLOG_EXAMPLE_BIN;
     if (s == "vixc") return VIXC_BIN;
+    if (s == "wd") return WLOG_DUMP_BIN;
     for (size_t at; (at = s.find("@D")) != std::string::npos;) s.replace(at, 2, dir_);
     return s;
   }
@@ -248,6 +269,26 @@ const Case kCases[] = {
      "vixc: cannot read record file @D/none.bin: No such file or directory"},
     {{"vixc", "verify", "@D/w.metalib", "0123456789abcdef0123456789abcdef"}, "", 1, false,
      "vixc: @D/w.metalib: digest differs (the library's is "},
+    // wlog_dump: binary files filtered by id, class and time; wrong input.
+    {{"wd", "--help"}, "", 0, true, "usage: wlog_dump mem URI"},
+    {{"wd", "--x"}, "", 2, false, "wlog_dump: unknown option --x (see wlog_dump --help)"},
+    {{"wd", "bin", "@D/records.bin", "--id", "1000-1999", "--cls", "7"}, "", 0, true,
+     " seq=1 id=1500 cls=7 type=0 ver=0 len=5: first\n"},
+    {{"wd", "bin", "@D/records.bin", "--since", "1500", "--until", "3001"}, "", 0, true,
+     "id=2000 cls=7 type=0 ver=0 len=6: second\n["},
+    {{"wd", "bin", "@D/records.bin", "--cls", "8"}, "", 0, true,
+     ".000005] seq=1 id=1600 cls=8 type=0 ver=0 len=2: 01FF\n"},
+    {{"wd", "bin", "@D/cut.bin", "--id", "1"}, "", 1, false,
+     "wlog_dump: @D/cut.bin: offset 91: record cut short"},
+    {{"wd", "bin", "@D/dir"}, "", 2, false, "wlog_dump: cannot read @D/dir: is a directory, not a file"},
+    {{"wd", "bin", "@D/records.bin", "@D/none"}, "", 2, false, "@D/none: No such file or directory"},
+    {{"wd", "bin", "@D/records.bin", "--id", "5-1"}, "", 2, false, "bad --id value '5-1'"},
+    {{"wd", "bin", "@D/records.bin", "--since", "yesterday"}, "", 2, false, "bad --since value"},
+    {{"wd", "bin"}, "", 2, false, "bin needs at least one FILE"},
+    {{"wd", "mem", "wsm-data://1/a:1/b/c", "--key", "0x7e7e0dd1"}, "", 2, false,
+     "wlog_dump: no shared-memory registry at key 0x7e7e0dd1"},
+    {{"wd", "mem", "u", "--interval", "5"}, "", 2, false, "bad --interval value '5'"},
+    {{"wd", "tail"}, "", 2, false, "unknown command 'tail'"},
 };
 // clang-format on
 

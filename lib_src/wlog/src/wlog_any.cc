@@ -81,8 +81,18 @@ void net_clone_refresh(WLOGDEVANY* clone, const WLOGDEVANY* root) {
 // 0 when the last send delivered the whole record, else 1.
 int net_status(const WLOGANY* a) { return a->stInst.stAny.stNet.stInst.iIsSendNetSucc ? 0 : 1; }
 
-// ---- shared-memory ring: its appender comes with the shared-memory manager; until then the
-// row only describes the configuration ----
+// ---- shared-memory ring: records are framed by the ring itself (slot and frame hooks) ----
+int mem_init(WLOGANY* a, WLOGDEVANY* d) {
+  return wlogmem_init(&a->stInst.stAny.stMem, &d->stDevice.stMem);
+}
+int mem_writev(WLOGANY*, unsigned, unsigned, const WLOGIOVEC*, int) { return 0; }
+int mem_fini(WLOGANY* a) { return wlogmem_fini(&a->stInst.stAny.stMem); }
+int mem_get_slot(WLOGANY* a, int iSize, char** ppszSlot) {
+  return wlogmem_get_slot(&a->stInst.stAny.stMem, iSize, ppszSlot);
+}
+int mem_make_frame(WLOGANY* a, const WLOGEVENTBASE* e) {
+  return wlogmem_make_frame(&a->stInst.stAny.stMem, e);
+}
 void mem_clone_rename(WLOGDEVANY* d, const char* prefix, const char* suffix) {
   char name[2 * WLOGMEM_STRING_LEN];
   snprintf(name, sizeof(name), "%s.%s", prefix, suffix);
@@ -198,8 +208,13 @@ const WLOGANYOPS kOps[] = {
      .pfnQueryStatus = net_status},
     // The ring's records are built by the ring itself: nothing may forward into it.
     {.iType = WLOG_DEV_MEM,
+     .pfnInit = mem_init,
+     .pfnWritev = mem_writev,
+     .pfnFini = mem_fini,
      .pfnCloneRename = mem_clone_rename,
      .pfnCloneRefresh = mem_clone_refresh,
+     .pfnGetSlot = mem_get_slot,
+     .pfnMakeFrame = mem_make_frame,
      .iNoForwardTarget = 1},
     {.iType = WLOG_DEV_TERM,
      .pfnInit = term_init,

@@ -38,22 +38,37 @@ inline bool can_write_filter(const WLOGCATEGORYINNERINST* c, unsigned id, unsign
          (c->pstCat->stFilter.iCount < 1 || wlogfilter_match_vec(&c->pstCat->stFilter, id, cls));
 }
 
-// The buffer a log call formats into, with its size in *max; null when the category has no
+// Initialises the category's appender on first use; false when that fails.
+bool ensure_inited(WLOGCATEGORYINNERINST* a) {
+  if (a->iInited) return true;
+  if (wlogany_init(&a->stWlogAnyInst, &a->pstCat->stDevice) < 0) return false;
+  a->iInited = 1;
+  return true;
+}
+
+// The buffer a log call formats into, with its size in *max: a slot of the device when it
+// frames its own records and has room, else the category buffer; null when the category has no
 // configuration, no buffer or a size below 1.
 char* message_buffer(WLOGCATEGORYINNERINST* c, int* max) {
   if (c->pstCat == nullptr) return nullptr;
   *max = c->pstCat->iMaxMsgSize;
-  return *max < 1 ? nullptr : c->pszBuff;
+  if (*max < 1) return nullptr;
+  const WLOGANYOPS* ops = wlogany_find_ops_i(c->pstCat->stDevice.iType);
+  char* slot = nullptr;
+  if (ops != nullptr && ops->pfnGetSlot != nullptr && ensure_inited(c) &&
+      ops->pfnGetSlot(&c->stWlogAnyInst, *max, &slot) == 0) {
+    return slot;
+  }
+  return c->pszBuff;
 }
 
 // Hands the record to one category's appender (initialising it on first use).
 int append(WLOGCATEGORYINNERINST* a, WLOGEVENTBASE* e) {
   if (!window_accepts(a, e->evt_priority)) return 0;
-  if (!a->iInited) {
-    if (wlogany_init(&a->stWlogAnyInst, &a->pstCat->stDevice) < 0) return -1;
-    a->iInited = 1;
-  }
+  if (!ensure_inited(a)) return -1;
   const WLOGANYOPS* ops = wlogany_find_ops_i(a->stWlogAnyInst.stInst.iType);
+  if (ops != nullptr && ops->pfnMakeFrame != nullptr)
+    return ops->pfnMakeFrame(&a->stWlogAnyInst, e);
   const size_t msg_len = e->evt_msg_len > 0 ? static_cast<size_t>(e->evt_msg_len) : 0;
   const size_t pre_len = e->evt_msg_prefix_len > 0 ? static_cast<size_t>(e->evt_msg_prefix_len) : 0;
   const size_t suf_len = e->evt_msg_sufix_len > 0 ? static_cast<size_t>(e->evt_msg_sufix_len) : 0;
@@ -109,6 +124,8 @@ void build_binary_head(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e) {
       wlogbin_hton_head(e->evt_msg_prefix_buffer, sizeof(e->evt_msg_prefix_buffer), &head);
 }
 
+void layout(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e, const WLOGANYOPS* ops);
+
 // The category write on one category of the forward chain.
 int log_in(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e) {
   WLOGCATEGORY* cat = c->pstCat;
@@ -129,16 +146,9 @@ int log_in(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e) {
   e->evt_hostName = ctx->szHostName;
   e->evt_moduleName = ctx->szModuleName;
 
-  if (e->evt_is_msg_binary) {
-    const WLOGANYOPS* ops = wlogany_find_ops_i(cat->stDevice.iType);
-    if (ops == nullptr || ops->pfnDropsBinaryHead == nullptr ||
-        !ops->pfnDropsBinaryHead(&cat->stDevice)) {
-      build_binary_head(c, e);
-    }
-  } else if (cat->szFormat[0] != '\0') {
-    wlog_layout_format_cached_i(&c->stLayout, e, cat->szFormat);
-  }
-
+  const WLOGANYOPS* ops = wlogany_find_ops_i(cat->stDevice.iType);
+  // A device that frames its records itself gets the message alone (text or binary).
+  if (ops == nullptr || ops->pfnMakeFrame == nullptr) layout(c, e, ops);
   int ret = append(c, e);
   WLOGCATEGORYINNERINST* a = c;
   for (int guard = 0; guard < kMaxChain && a->pstCat != nullptr && a->pstCat->iLevelDispatch &&
@@ -148,6 +158,19 @@ int log_in(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e) {
     ret = append(a, e);
   }
   return ret;
+}
+
+// Binary head or layout into the event's prefix and suffix.
+void layout(WLOGCATEGORYINNERINST* c, WLOGEVENTBASE* e, const WLOGANYOPS* ops) {
+  WLOGCATEGORY* cat = c->pstCat;
+  if (e->evt_is_msg_binary) {
+    if (ops == nullptr || ops->pfnDropsBinaryHead == nullptr ||
+        !ops->pfnDropsBinaryHead(&cat->stDevice)) {
+      build_binary_head(c, e);
+    }
+  } else if (cat->szFormat[0] != '\0') {
+    wlog_layout_format_cached_i(&c->stLayout, e, cat->szFormat);
+  }
 }
 
 void event_base_from(WLOGEVENTBASE* b, const WLOGEVENT* e) {

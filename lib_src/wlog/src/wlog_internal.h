@@ -7,9 +7,10 @@
  * wlog_init/wlog_fini for every row), the name-refresh interval setter, and what the context
  * and the category write need to know about a device description: how a clone renames its
  * files and what it takes over from its root on reload, whether it is a bill device, which file
- * pattern it has, whether binary records lose their head, the status query, and whether a
- * forward chain may reach it. A hook a row leaves null means "nothing to do" (init: the type
- * cannot be opened, -1). Rows name their fields; every field a row leaves out is null or 0.
+ * pattern it has, whether binary records lose their head, the status query, whether a forward
+ * chain may reach it, and for a device that builds its own records the slot and frame hooks. A hook
+ * a row leaves null means "nothing to do" (init: the type cannot be opened, -1). Rows name their
+ * fields; every field a row leaves out is null or 0.
  */
 #ifndef WLOG_SRC_WLOG_INTERNAL_H
 #define WLOG_SRC_WLOG_INTERNAL_H
@@ -41,6 +42,11 @@ typedef struct tagWlogAnyOps {
   int (*pfnDropsBinaryHead)(const WLOGDEVANY* pstDev) = nullptr;
   /* wlog_query_net_category_status of an appender of this type (null: 0). */
   int (*pfnQueryStatus)(const WLOGANY* pstAny) = nullptr;
+  /* Devices that build their records themselves instead of the layout (the memory ring): the
+   * category write formats the message into the space pfnGetSlot hands out (iSize bytes; -1:
+   * use the category buffer) and passes the event to pfnMakeFrame; pfnWritev is not used. */
+  int (*pfnGetSlot)(WLOGANY* pstAny, int iSize, char** ppszSlot) = nullptr;
+  int (*pfnMakeFrame)(WLOGANY* pstAny, const WLOGEVENTBASE* pstEvt) = nullptr;
   /* Non-zero when writing the pieces joined into one gives the same result as writing them
    * one after the other (a byte stream), so a short record may be handed over as one piece. */
   int iJoinPieces = 0;

@@ -177,8 +177,9 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
   WLOGDEVMEM& m = add_category(conf.get(), "mem", "", WLOG_DEV_MEM)->stDevice.stDevice.stMem;
   snprintf(m.szUri, WLOGMEM_STRING_LEN, "wsm-data://ring");
   snprintf(m.szPattern, WLOGMEM_STRING_LEN, "%sdump.txt", d.c_str());
+  m.iEnable = 0;  // only the renaming is looked at here: no shared memory is touched
   conf->iDelayInit = 1;
-  conf->iSuppressError = 1;  // devices without an appender here: their clones stay uninitialised
+  conf->iSuppressError = 1;  // the network element has no collector: that clone stays uninitialised
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
 

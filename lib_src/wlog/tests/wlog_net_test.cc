@@ -327,3 +327,38 @@ TEST(WlogNetUrl, ParsesUrlsAndSplitsHostAndPort) {
 }
 
 }  // namespace
+
+// One element failing on every write (a file on a full device) does not keep the record from
+// the others: the write counts the elements that took it.
+TEST_F(WlogNet, VectorKeepsWritingToTheOthersWhenOneElementFails) {
+  zq_test::TempDir dir;
+  const int col = Bind(SOCK_DGRAM);
+  WLOGDEVVEC dev{};
+  dev.iCount = 3;
+  const std::string good = dir.path() + "/good.log";
+  const char* files[] = {"/dev/full", nullptr, good.c_str()};
+  for (int i = 0; i < 3; ++i) {
+    WLOGDEVELEMENT& el = dev.astElements[i];
+    el.iType = files[i] != nullptr ? WLOG_DEV_FILE : WLOG_DEV_NET;
+    if (files[i] == nullptr) {
+      el.stDevice.stNet = Dev("udp://", "127.0.0.1", PortOf(col));
+      continue;
+    }
+    snprintf(el.stDevice.stFile.szPattern, WLOGFILE_PATTERN_LEN, "%s", files[i]);
+    el.stDevice.stFile.iMaxRotate = 1;
+    el.stDevice.stFile.iNoFindLatest = 1;
+  }
+  WLOGVEC vec{};
+  ASSERT_EQ(0, wlogvec_init(&vec, &dev));
+  std::string all;
+  for (int i = 0; i < 3; ++i) {
+    std::string rec = "record " + std::to_string(i) + "\n";
+    WLOGIOVEC piece = {&rec[0], rec.size()};
+    EXPECT_EQ(2, wlogvec_writev(&vec, 0, 0, &piece, 1)) << i;
+    EXPECT_EQ(rec, Recv(col));
+    all += rec;
+  }
+  EXPECT_EQ(0, wlogvec_fini(&vec));
+  EXPECT_EQ(all, zq_test::ReadFile(good));
+  close(col);
+}
