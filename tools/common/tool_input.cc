@@ -1,6 +1,7 @@
 #include "tool_input.h"
 
 #include <fcntl.h>
+#include <iconv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -239,6 +240,29 @@ std::string Printable(const std::string& text, size_t max_chars) {
   }
   if (n < text.size()) s += "...";
   return s;
+}
+
+std::string GbkToUtf8(const std::string& gbk) {
+  iconv_t cd = iconv_open("UTF-8", "GBK");
+  if (cd == reinterpret_cast<iconv_t>(-1)) return Printable(gbk, gbk.size());
+  std::string out;
+  char buf[256];
+  char* in = const_cast<char*>(gbk.data());
+  size_t left = gbk.size();
+  while (left > 0) {
+    char* o = buf;
+    size_t room = sizeof(buf);
+    const size_t r = iconv(cd, &in, &left, &o, &room);
+    out.append(buf, static_cast<size_t>(o - buf));
+    if (r == static_cast<size_t>(-1) && errno != E2BIG) {
+      out += Printable(std::string(in, 1), 1);  // not GBK: show the byte, go on after it
+      ++in;
+      --left;
+      iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    }
+  }
+  iconv_close(cd);
+  return out;
 }
 
 }  // namespace zq_tools

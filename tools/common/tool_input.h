@@ -52,6 +52,10 @@ bool StripComment(const std::string& line, std::string* code, std::string* err);
 // (and the backslash as \\); at most `max_chars` source bytes are shown, then "...".
 std::string Printable(const std::string& text, size_t max_chars = 80);
 
+// GBK text (the libraries' own messages are GBK) as UTF-8 for a terminal; a byte sequence that
+// is not GBK is written as \xHH.
+std::string GbkToUtf8(const std::string& gbk);
+
 }  // namespace zq_tools
 
 #endif  // TOOLS_COMMON_TOOL_INPUT_H_

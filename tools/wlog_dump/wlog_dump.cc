@@ -55,8 +55,10 @@ int usage_error(const std::string& msg) {
 int error(const std::string& msg) {
   fprintf(stderr, "wlog_dump: %s\n", msg.c_str());
   if (terror_count(nullptr) > 0) {
-    fprintf(stderr, "error stack (newest first):\n");
-    terror_dump(nullptr, stderr);
+    char stack[8192];
+    if (terror_dump_string(nullptr, stack, sizeof(stack)) >= 0) {
+      fprintf(stderr, "error stack (newest first):\n%s", zq_tools::GbkToUtf8(stack).c_str());
+    }
   }
   return 2;
 }
@@ -121,7 +123,7 @@ int follow(const WLOGMEM& mem, int interval_ms) {
     int frames = 0;
     uint64_t frame_bytes = 0;
     uint64_t end = at;
-    if (wlogmem_dump_range(head, at, to, stdout, &frames, &frame_bytes, &end) != 0 &&
+    if (wlogmem_dump_range(head, at, to, stdout, "\n", &frames, &frame_bytes, &end) != 0 &&
         wlogmem_oldest(head) <= end) {
       // Not overtaken, so the ring holds a damaged frame: nothing past it can be read.
       fflush(stdout);
@@ -147,17 +149,29 @@ int cmd_mem(const Options& o) {
   if (probe != 0 || wsm_vix_base_set(&base) != 0) return error("cannot read the registry");
   WLOGDEVMEM dev{};
   snprintf(dev.szUri, sizeof(dev.szUri), "%s", o.args[0].c_str());
-  if (!o.follow) {
-    const int ret = wmemlog_dump_memdev(&dev, stdout);
-    if (ret != 0) return error("no memory log ring at " + zq_tools::Printable(o.args[0]));
-    return 0;
-  }
   WLOGMEM mem;
   const int ret = wlogmem_attach(&mem, &dev);
   if (ret != 0) {
     (void)wlogmem_fini(&mem);
     return error("no memory log ring at " + zq_tools::Printable(o.args[0]) + " (" +
                  std::to_string(ret) + ")");
+  }
+  if (!o.follow) {
+    // One record a line (the library's own dump puts nothing between records), then the totals.
+    const WLOGMEMHEAD* head = static_cast<const WLOGMEMHEAD*>(mem.pvMemHead);
+    int frames = 0;
+    uint64_t bytes = 0;
+    const int cut = wlogmem_dump_range(head, wlogmem_oldest(head), load(&head->ullBytes), stdout,
+                                       "\n", &frames, &bytes, nullptr);
+    printf("#####TotalPacket(%d) TotalBytes(%llu)####\n", frames,
+           static_cast<unsigned long long>(bytes));
+    (void)wlogmem_fini(&mem);
+    if (cut != 0) {
+      fflush(stdout);
+      fprintf(stderr, "wlog_dump: the dump stopped at a damaged or overwritten record\n");
+      return 1;
+    }
+    return 0;
   }
   struct sigaction sa;
   memset(&sa, 0, sizeof(sa));

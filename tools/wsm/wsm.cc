@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tool_input.h"
 #include "vix/vix_error.h"
 #include "vix/vix_io.h"
 #include "vix/vix_metalib.h"
@@ -58,8 +59,10 @@ int fail(const char* fmt, const std::string& a = "", const std::string& b = "") 
   fprintf(stderr, fmt, a.c_str(), b.c_str());
   fprintf(stderr, "\n");
   if (terror_count(nullptr) > 0) {
-    fprintf(stderr, "error stack (newest first):\n");
-    terror_dump(nullptr, stderr);
+    char stack[8192];
+    if (terror_dump_string(nullptr, stack, sizeof(stack)) >= 0) {
+      fprintf(stderr, "error stack (newest first):\n%s", zq_tools::GbkToUtf8(stack).c_str());
+    }
   }
   return 2;
 }

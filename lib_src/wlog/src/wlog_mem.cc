@@ -150,7 +150,7 @@ bool read_frame(const char* data, uint64_t cap, uint64_t pos, FrameView* f) {
   return true;
 }
 
-void print_frame(const FrameView& f, FILE* fp) {
+void print_frame(const FrameView& f, FILE* fp, const char* end) {
   struct tm tm_local;
   memset(&tm_local, 0, sizeof(tm_local));
   const time_t t = static_cast<time_t>(f.sec);
@@ -168,7 +168,8 @@ void print_frame(const FrameView& f, FILE* fp) {
   } else {
     fwrite(f.msg, 1, strnlen(f.msg, f.msg_len), fp);
   }
-  fputs("]\n", fp);
+  fputc(']', fp);
+  fputs(end, fp);
 }
 
 WLOG_MUST_CHECK int open_handle(WLOGMEM* m, WsmVixHandleP* h) {
@@ -338,7 +339,8 @@ int wlogmem_make_frame(WLOGMEM* pstMem, const WLOGEVENTBASE* pstEvt) {
 }
 
 int wlogmem_dump_range(const void* pvRing, uint64_t ullFrom, uint64_t ullTo, FILE* fp,
-                       int* piFrames, uint64_t* pullBytes, uint64_t* pullEnd) {
+                       const char* pszRecordEnd, int* piFrames, uint64_t* pullBytes,
+                       uint64_t* pullEnd) {
   if (pvRing == nullptr || fp == nullptr || piFrames == nullptr || pullBytes == nullptr) return -1;
   const WLOGMEMHEAD* head = static_cast<const WLOGMEMHEAD*>(pvRing);
   const uint64_t cap = head->ullCap;
@@ -368,7 +370,7 @@ int wlogmem_dump_range(const void* pvRing, uint64_t ullFrom, uint64_t ullTo, FIL
     if (wlogmem_oldest(pvRing) > at) break;
     if (f.kind != WLOGMEM_KIND_FILLER) {
       f.msg = copy;
-      print_frame(f, fp);
+      print_frame(f, fp, pszRecordEnd != nullptr ? pszRecordEnd : "");
       ++*piFrames;
       *pullBytes += f.len;
     }
@@ -399,7 +401,7 @@ int wlogmem_dump(const void* pvRing, FILE* fp) {
   const uint64_t to = load(&head->ullBytes);
   int frames = 0;
   uint64_t bytes = 0;
-  if (wlogmem_dump_range(pvRing, from, to, fp, &frames, &bytes, nullptr) != 0) {
+  if (wlogmem_dump_range(pvRing, from, to, fp, nullptr, &frames, &bytes, nullptr) != 0) {
     // A frame overwritten before it was read, or a damaged ring: what came before it stands.
   }
   fprintf(fp, "#####TotalPacket(%d) TotalBytes(%d)####\n", frames, static_cast<int>(bytes));

@@ -87,23 +87,24 @@ std::string hex(const std::string& bytes) {
   return out;
 }
 
-// The messages of a dump's record lines, in order; fails the test on a line of another shape.
+// The messages of a dump's records, in order; fails the test on text of another shape.
 std::vector<std::string> messages_of(const std::string& dump) {
-  static const std::regex line(
+  static const std::regex record(
       R"(\[\d{8} \d{2}:\d{2}:\d{8}\]:\[mem_test\.cc:42\]\[TestFn\(\)\]\[([^\]]*)\])");
   std::vector<std::string> out;
-  size_t start = 0;
-  while (start < dump.size()) {
-    const size_t end = dump.find('\n', start);
-    const std::string l = dump.substr(start, end - start);
-    start = end == std::string::npos ? dump.size() : end + 1;
-    if (l.rfind("#####TotalPacket(", 0) == 0) continue;
+  for (auto at = dump.cbegin(); at != dump.cend();) {
     std::smatch m;
-    if (!std::regex_match(l, m, line)) {
-      ADD_FAILURE() << "unparsable dump line: " << l;
+    if (std::string(at, dump.cend()).rfind("#####TotalPacket(", 0) == 0) {
+      const size_t nl = dump.find('\n', static_cast<size_t>(at - dump.cbegin()));
+      at = nl == std::string::npos ? dump.cend() : dump.cbegin() + static_cast<ptrdiff_t>(nl) + 1;
+    } else if (std::regex_search(at, dump.cend(), m, record,
+                                 std::regex_constants::match_continuous)) {
+      out.push_back(m[1]);
+      at += m.length(0);
+    } else {
+      ADD_FAILURE() << "unparsable dump text: " << std::string(at, dump.cend());
       break;
     }
-    out.push_back(m[1]);
   }
   return out;
 }
@@ -168,7 +169,7 @@ TEST_F(WlogMem, RingHeadFrameAndDumpLayout) {
   localtime_r(&sec, &tm);
   strftime(stamp, sizeof(stamp), "%Y%m%d %H:%M:%S", &tm);
   const std::string line = std::string("[") + stamp + "000123]:[mem_test.cc:42][TestFn()]";
-  EXPECT_EQ(line + "[hello]\n" + line + "[01AB]\n#####TotalPacket(2) TotalBytes(1127)####\n",
+  EXPECT_EQ(line + "[hello]" + line + "[01AB]#####TotalPacket(2) TotalBytes(1127)####\n",
             dump_of(reader_dev()));
 }
 
@@ -242,7 +243,7 @@ TEST_F(WlogMem, EarlierRingIsDumpedThenReset) {
   CtxPtr ctx = init_ctx(conf.get());
   ASSERT_TRUE(ctx);
   const std::string out = cap.Stop();
-  EXPECT_NE(std::string::npos, out.find("[first]\n#####TotalPacket(1) TotalBytes(565)####")) << out;
+  EXPECT_NE(std::string::npos, out.find("[first]#####TotalPacket(1) TotalBytes(565)####")) << out;
   ASSERT_EQ(0, log_text(wlog_get_category(ctx.get(), "mem"), "second"));
   EXPECT_EQ(std::vector<std::string>{"second"}, messages_of(dump_of(reader_dev())));
 }
@@ -267,7 +268,7 @@ TEST_F(WlogMem, CloneHasItsOwnRingAndReloadStartsAfresh) {
   StdoutCapture cap;
   ASSERT_EQ(0, wlog_reload(ctx.get(), fresh.get()));
   const std::string out = cap.Stop();
-  EXPECT_NE(std::string::npos, out.find("[to the root]\n")) << out;
+  EXPECT_NE(std::string::npos, out.find("[to the root]")) << out;
   EXPECT_EQ(std::string::npos, out.find("[to the clone]")) << out;
   EXPECT_EQ(std::vector<std::string>{}, messages_of(dump_of(reader_dev())));
   ASSERT_EQ(0, log_text(wlog_get_category(ctx.get(), "sub"), "after reload"));

@@ -115,20 +115,21 @@ WLOG_MUST_CHECK int wlogmem_make_frame(WLOGMEM* pstMem, const struct tagWlogEven
  * Read while a writer runs, the result may be larger than the truth, never smaller. */
 uint64_t wlogmem_oldest(const void* pvRing);
 
-/* Prints the frames from stream position ullFrom up to ullTo of an attached ring, one line each
- * (see wlogmem_dump), filler frames skipped. Stops at the first frame failing its checks
- * (length field against trailer, bounds against capacity, message length against frame length)
- * or overwritten by a live writer before it was read; a frame is printed only from a copy made
- * while the writer had not reached it. *piFrames and *pullBytes grow by the frames printed and
- * their bytes; *pullEnd (optional) gets the stream position reached. 0 when ullTo was reached,
- * -1 when stopped early or for a bad argument. */
+/* Prints the frames from stream position ullFrom up to ullTo of an attached ring in the form of
+ * wlogmem_dump, each followed by pszRecordEnd (null: nothing), filler frames skipped. Stops at the
+ * first frame failing its checks (length field against trailer, bounds against capacity, message
+ * length against frame length) or overwritten by a live writer before it was read; a frame is
+ * printed only from a copy made while the writer had not reached it. *piFrames and *pullBytes grow
+ * by the frames printed and their bytes; *pullEnd (optional) gets the stream position reached. 0
+ * when ullTo was reached, -1 when stopped early or for a bad argument. */
 WLOG_MUST_CHECK int wlogmem_dump_range(const void* pvRing, uint64_t ullFrom, uint64_t ullTo,
-                                       FILE* fp, int* piFrames, uint64_t* pullBytes,
-                                       uint64_t* pullEnd);
+                                       FILE* fp, const char* pszRecordEnd, int* piFrames,
+                                       uint64_t* pullBytes, uint64_t* pullEnd);
 
 /* Prints every frame from the oldest to the newest as
- * "[%04d%02d%02d %02d:%02d:%02d%06d]:[%s:%d][%s()][%s]" and a line feed (local date and time,
- * microseconds, file, line, function, message; a binary message as upper-case hexadecimal),
+ * "[%04d%02d%02d %02d:%02d:%02d%06d]:[%s:%d][%s()][%s]" (local date and time, microseconds,
+ * file, line, function, message; a binary message as upper-case hexadecimal; nothing between
+ * records, as a message carries its own line end if it has one),
  * then "#####TotalPacket(%d) TotalBytes(%d)####\n" with the frames printed and their bytes.
  * The number of frames printed, or -1 for a null argument or a ring without its magic. */
 WLOG_MUST_CHECK int wlogmem_dump(const void* pvRing, FILE* fp);
