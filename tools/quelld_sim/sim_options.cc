@@ -330,6 +330,12 @@ bool ParseArgs(SimOptions* opts, int argc, const char* const* argv, std::string*
     *err = "--config - and --scenario - cannot both read standard input";
     return false;
   }
+  // A logging configuration file describes every category itself, memory rings included.
+  if (!opts->log_conf.empty() && (!opts->log_mem.empty() || !opts->log_file.empty())) {
+    *err = std::string(opts->log_mem.empty() ? "--log-file" : "--log-mem") +
+           " cannot be used with --log-conf (describe that category in the configuration file)";
+    return false;
+  }
   return true;
 }
 
@@ -364,8 +370,9 @@ Options (every option is also a key of the --config file, written key = value):
   --verbose              also write the log to standard output
   --log-conf FILE        logging configuration in wlog's text form (see
                          tools/quelld_sim/example.logconf); it must define the category zq,
-                         which the simulator and the plug-in log to; --log-file, --log-level
-                         and --verbose do not apply, and the log is not checked
+                         which the simulator and the plug-in log to; --log-level and --verbose
+                         do not apply, --log-file and --log-mem are refused (describe those
+                         categories in the file), and the log is not checked
   --no-reload            skip the reload phase after the scenario
   --no-verify            do not compare the SDK double's records with the events sent
   --keep                 keep the work directory (SDK copy and default log file)

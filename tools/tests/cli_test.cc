@@ -217,6 +217,8 @@ const Case kCases[] = {
      "quelld_sim: error: logging configuration @D/nozq.logconf has no category zq"},
     {{"sim", "--config", "-", "--scenario", "-"}, "", 2, false,
      "--config - and --scenario - cannot both read standard input"},
+    {{"sim", "--log-conf", "@D/good.logconf", "--log-mem", "wsm-data://1/a:1/b/c"}, "", 2, false,
+     "--log-mem cannot be used with --log-conf"},
     // Options and numbers.
     {{"sim", "--bogus"}, "", 2, false,
      "quelld_sim: error: unknown option --bogus (see quelld_sim --help)"},
