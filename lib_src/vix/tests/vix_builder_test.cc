@@ -76,49 +76,27 @@ struct Record {
 
 #define M(T, f, type, n) \
   { #f, type, n, offsetof(T, f) }
+// Name, kind, packing, then size and alignment of the C twin C<name>.
+#define REC(name, type, align) #name, type, align, sizeof(C##name), alignof(C##name)
 
 const std::vector<Record>& records() {
   static const std::vector<Record> kRecords = {
-      {"Inner",
-       VIX_TYPE_STRUCT,
-       0,
-       sizeof(CInner),
-       alignof(CInner),
+      {REC(Inner, VIX_TYPE_STRUCT, 0),
        {M(CInner, a, "int8", 1), M(CInner, b, "int64", 1), M(CInner, c, "int16", 1)}},
-      {"U",
-       VIX_TYPE_UNION,
-       0,
-       sizeof(CU),
-       alignof(CU),
+      {REC(U, VIX_TYPE_UNION, 0),
        {M(CU, x, "int8", 1), M(CU, d, "double", 1), M(CU, s, "string", 13)}},
-      {"Outer",
-       VIX_TYPE_STRUCT,
-       0,
-       sizeof(COuter),
-       alignof(COuter),
+      {REC(Outer, VIX_TYPE_STRUCT, 0),
        {M(COuter, c, "char", 1), M(COuter, in, "Inner", 2), M(COuter, w, "uint16", 1),
         M(COuter, u, "U", 1), M(COuter, date, "date", 1), M(COuter, dt, "datetime", 1),
         M(COuter, arr, "short", 3), M(COuter, str, "string", 5), M(COuter, f, "float", 1),
         M(COuter, wstr, "wstring", 3), M(COuter, ip, "ip", 1)}},
-      {"Pack2",
-       VIX_TYPE_STRUCT,
-       2,
-       sizeof(CPack2),
-       alignof(CPack2),
+      {REC(Pack2, VIX_TYPE_STRUCT, 2),
        {M(CPack2, a, "int8", 1), M(CPack2, b, "int64", 1), M(CPack2, in, "Inner", 1),
         M(CPack2, z, "int8", 1)}},
-      {"Packed",
-       VIX_TYPE_STRUCT,
-       1,
-       sizeof(CPacked),
-       alignof(CPacked),
+      {REC(Packed, VIX_TYPE_STRUCT, 1),
        {M(CPacked, a, "int8", 1), M(CPacked, b, "int32", 1), M(CPacked, in, "Inner", 1),
         M(CPacked, w, "uint16", 1)}},
-      {"Wrap",
-       VIX_TYPE_STRUCT,
-       0,
-       sizeof(CWrap),
-       alignof(CWrap),
+      {REC(Wrap, VIX_TYPE_STRUCT, 0),
        {M(CWrap, a, "int8", 1), M(CWrap, p, "Packed", 1), M(CWrap, z, "int32", 1),
         M(CWrap, p2, "Pack2", 2), M(CWrap, tail, "char", 1)}},
   };
@@ -224,10 +202,7 @@ struct Refusal {
 };
 
 int entry_with(VIXBUILDER* b, const std::function<void(VIXENTRYDESC&)>& fnSet) {
-  VIXENTRYDESC e;
-  vix_entry_desc_init(&e);
-  e.pszName = "e";
-  e.pszType = "int32";
+  VIXENTRYDESC e = vixtest::entry_desc("e", "int32");
   fnSet(e);
   return vix_builder_add_entry(b, &e);
 }

@@ -14,6 +14,7 @@
 namespace {
 
 using vixtest::Build;
+using vixtest::entry_desc;
 using vixtest::LibPtr;
 
 // The record "Rec" of io_lib(), as C declares it.
@@ -36,22 +37,13 @@ struct Rec {
   int32_t extra;  // since version 3
 };
 
-VIXENTRYDESC entry(const char* pszName, const char* pszType, int iCount = 1) {
-  VIXENTRYDESC d;
-  vix_entry_desc_init(&d);
-  d.pszName = pszName;
-  d.pszType = pszType;
-  d.iCount = iCount;
-  return d;
-}
-
 // Rec (versions 2..3) and All, a member of every base type, arrays fixed and counted, nested
 // records, a union chosen by a selector and strings of both kinds.
 LibPtr io_lib() {
   Build b("io", 3);
   b.macro("CMD_LOGIN", 1).macro("CMD_LOGOUT", 2).macro("MAXN", 4);
   b.group("Cmd", {"CMD_LOGIN", "CMD_LOGOUT"});
-  VIXENTRYDESC d = entry("cmd", "uint8");
+  VIXENTRYDESC d = entry_desc("cmd", "uint8");
   d.pszMacrosGroup = "Cmd";
   b.meta("Inner", 1).entry("a", "int16").entry(d).end();
   b.meta("Branch", 2, VIX_TYPE_UNION)
@@ -61,13 +53,13 @@ LibPtr io_lib() {
       .end();
   b.meta("Rec", 3, VIX_TYPE_STRUCT, 2).entry("id", "int32").entry("inner", "Inner");
   b.entry("n", "int8");
-  d = entry("vals", "uint16", 4);
+  d = entry_desc("vals", "uint16", 4);
   d.pszRefer = "n";
   b.entry(d);
-  d = entry("body", "Branch");
+  d = entry_desc("body", "Branch");
   d.pszSelect = "inner.cmd";
   b.entry(d).entry("name", "string", 16);
-  d = entry("extra", "int32");
+  d = entry_desc("extra", "int32");
   d.iVersion = 3;
   b.entry(d).end();
 
@@ -79,16 +71,16 @@ LibPtr io_lib() {
   }
   b.entry("ws", "wstring", 8).entry("s", "string", 24).entry("bytes", "byte", 3);
   b.entry("chars", "int8", 3);
-  d = entry("strs", "string", 2);
+  d = entry_desc("strs", "string", 2);
   d.iCustomHUnitSize = 8;
   b.entry(d).entry("inners", "Inner", 2).entry("cnt", "int8");
-  d = entry("var", "int32", 5);
+  d = entry_desc("var", "int32", 5);
   d.pszRefer = "cnt";
   b.entry(d);
-  d = entry("sel", "uint8");
+  d = entry_desc("sel", "uint8");
   d.pszMacrosGroup = "Cmd";
   b.entry(d);
-  d = entry("br", "Branch");
+  d = entry_desc("br", "Branch");
   d.pszSelect = "sel";
   b.entry(d).end();
   return b.finish();

@@ -20,6 +20,16 @@ struct LibDeleter {
 };
 using LibPtr = std::unique_ptr<VIXMETALIB, LibDeleter>;
 
+// An entry description with the given name, type and count, the rest at its defaults.
+inline VIXENTRYDESC entry_desc(const char* pszName, const char* pszType, int iCount = 1) {
+  VIXENTRYDESC d;
+  vix_entry_desc_init(&d);
+  d.pszName = pszName;
+  d.pszType = pszType;
+  d.iCount = iCount;
+  return d;
+}
+
 // A library written in a few lines; every step is expected to succeed.
 class Build {
  public:
@@ -66,11 +76,7 @@ class Build {
   }
   // A union branch taking selector values [iMin, iMax] (iMin > iMax: the default branch).
   Build& branch(const char* pszName, const char* pszType, int iMin, int iMax, int iCount = 1) {
-    VIXENTRYDESC d;
-    vix_entry_desc_init(&d);
-    d.pszName = pszName;
-    d.pszType = pszType;
-    d.iCount = iCount;
+    VIXENTRYDESC d = entry_desc(pszName, pszType, iCount);
     d.iMinId = iMin;
     d.iMaxId = iMax;
     return entry(d);
@@ -107,11 +113,8 @@ class Build {
 inline void fill_sample(Build& b) {
   b.macro("CMD_LOGIN", 1).macro("CMD_LOGOUT", 2).macro("CMD_DATA", 3).macro("MAX_ITEMS", 8);
   b.group("Cmd", {"CMD_DATA", "CMD_LOGIN", "CMD_LOGOUT"});
-  VIXENTRYDESC e;
   b.meta("Head", 1).entry("magic", "int16");
-  vix_entry_desc_init(&e);
-  e.pszName = "cmd";
-  e.pszType = "uint8";
+  VIXENTRYDESC e = entry_desc("cmd", "uint8");
   e.pszMacrosGroup = "Cmd";
   e.iHasID = 1;
   e.iID = 9;
@@ -131,16 +134,11 @@ inline void fill_sample(Build& b) {
   m.pszCustomAttr = "attr1";
   m.pszSplitTableKey = "head.len";
   b.meta(m).entry("head", "Head").entry("count", "int8");
-  vix_entry_desc_init(&e);
-  e.pszName = "items";
-  e.pszType = "int32";
-  e.iCount = 8;
+  e = entry_desc("items", "int32", 8);
   e.pszRefer = "count";
   e.pszDefault = "7";
   b.entry(e);
-  vix_entry_desc_init(&e);
-  e.pszName = "body";
-  e.pszType = "Body";
+  e = entry_desc("body", "Body");
   e.pszSelect = "head.cmd";
   e.pszCustomAttr2 = "attr2";
   b.entry(e).entry("at", "datetime");
