@@ -56,8 +56,21 @@ TEST(ToffsetArray, AllocFreeFollowTheFreeList) {
   ASSERT_EQ(toffset_array_init(b, kHead, kStore, kElem, 4, 1), 0);
   // Allocation in index order, then 0 (nothing pushed) once full.
   std::vector<uint64_t> got;
-  for (int i = 0; i < 4; ++i) got.push_back(toffset_array_alloc(b, kHead));
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(got[i], kStore + i * kStride + 16);
+  // Element i at its offset, its pointer and back; the link before it and a byte into it are
+  // no element.
+  for (int i = 0; i < 4; ++i) {
+    got.push_back(toffset_array_alloc(b, kHead));
+    EXPECT_EQ(got[i], kStore + i * kStride + 16);
+    EXPECT_EQ(toffset_array_offset(b, kHead, i), got[i]);
+    EXPECT_EQ(toffset_array_ptr(b, kHead, i), static_cast<char*>(b) + got[i]);
+    EXPECT_EQ(toffset_array_index(b, kHead, got[i]), i);
+    EXPECT_EQ(toffset_array_index(b, kHead, got[i] - 16), -1);
+    EXPECT_EQ(toffset_array_index(b, kHead, got[i] + 1), -1);
+  }
+  EXPECT_EQ(toffset_array_index(b, kHead, kStore - 1), -1);
+  EXPECT_EQ(toffset_array_index(b, kHead, kStore + 4 * kStride + 16), -1);
+  EXPECT_EQ(toffset_array_offset(b, kHead, 4), 0u);
+  EXPECT_EQ(toffset_array_ptr(b, kHead, -1), nullptr);
   terror_clear(nullptr);
   EXPECT_EQ(toffset_array_alloc(b, kHead), 0u);
   EXPECT_EQ(terror_count(nullptr), 0);
@@ -89,24 +102,6 @@ TEST(ToffsetArray, AllocFreeFollowTheFreeList) {
   EXPECT_EQ(st.iCurCap, 3);
   EXPECT_EQ(st.iUsed, 3);
   EXPECT_EQ(st.iFree, 1);
-}
-
-TEST(ToffsetArray, Conversions) {
-  Segment seg(4096);
-  void* b = seg.base();
-  ASSERT_EQ(toffset_array_init(b, kHead, kStore, kElem, 4, 1), 0);
-  for (int i = 0; i < 4; ++i) {
-    const uint64_t off = toffset_array_offset(b, kHead, i);
-    EXPECT_EQ(off, kStore + i * kStride + 16);
-    EXPECT_EQ(toffset_array_ptr(b, kHead, i), static_cast<char*>(b) + off);
-    EXPECT_EQ(toffset_array_index(b, kHead, off), i);
-    EXPECT_EQ(toffset_array_index(b, kHead, off - 16), -1);  // remainder 0: the link
-    EXPECT_EQ(toffset_array_index(b, kHead, off + 1), -1);
-  }
-  EXPECT_EQ(toffset_array_index(b, kHead, kStore - 1), -1);
-  EXPECT_EQ(toffset_array_index(b, kHead, kStore + 4 * kStride + 16), -1);
-  EXPECT_EQ(toffset_array_offset(b, kHead, 4), 0u);
-  EXPECT_EQ(toffset_array_ptr(b, kHead, -1), nullptr);
 }
 
 TEST(ToffsetArray, WithoutFreeListNothingIsAllocated) {
