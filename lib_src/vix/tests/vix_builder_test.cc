@@ -215,18 +215,24 @@ int begin_with(VIXBUILDER* b, const std::function<void(VIXMETADESC&)>& fnSet) {
   return vix_builder_begin_meta(b, &d);
 }
 
+// Adds the simple entry name/type/count.
+Call simple(const char* pszName, const char* pszType, int iCount) {
+  return [=](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, pszName, pszType, iCount); };
+}
+// Adds the macro A again with another value, or a macro of the given name.
+Call macro(const char* pszName) {
+  return [=](VIXBUILDER* b) { return vix_builder_add_macro(b, pszName, 2, nullptr); };
+}
+
 const char* const kKey[] = {"k"};
 const Call kEnd = [](VIXBUILDER* b) { return vix_builder_end_meta(b); };
 const Call kKeyed = [](VIXBUILDER* b) { return vix_builder_set_primarykey(b, kKey, 1); };
 
 TEST(Builder, RefusalsChangeNothing) {
   const Refusal kCases[] = {
-      {"duplicate macro", VIX_ERROR_DUP_MACRO_NAME, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_macro(b, "A", 2, nullptr); }},
-      {"macro name", VIX_ERROR_BAD_NAME, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_macro(b, "1x", 2, nullptr); }},
-      {"empty name", VIX_ERROR_EMPTY_NAME, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_macro(b, "", 2, nullptr); }},
+      {"duplicate macro", VIX_ERROR_DUP_MACRO_NAME, nullptr, macro("A")},
+      {"macro name", VIX_ERROR_BAD_NAME, nullptr, macro("1x")},
+      {"empty name", VIX_ERROR_EMPTY_NAME, nullptr, macro("")},
       {"group of an unknown macro", VIX_ERROR_MACRO_UNDEFINED, nullptr,
        [](VIXBUILDER* b) {
          const char* apsz[] = {"A", "B"};
@@ -234,16 +240,11 @@ TEST(Builder, RefusalsChangeNothing) {
        }},
       {"meta inside a meta", VIX_ERROR_META_NOT_FINISHED, nullptr,
        [](VIXBUILDER* b) { return begin_with(b, [](VIXMETADESC&) {}); }},
-      {"duplicate entry", VIX_ERROR_DUP_ENTRY_NAME, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "k", "int8", 1); }},
-      {"unknown type", VIX_ERROR_BAD_ENTRY_TYPE, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "Nope", 1); }},
-      {"void", VIX_ERROR_BAD_ENTRY_TYPE, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "void", 1); }},
-      {"negative count", VIX_ERROR_BAD_COUNT, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "int8", -1); }},
-      {"the meta itself", VIX_ERROR_META_CONTAINS_SELF, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "T", 1); }},
+      {"duplicate entry", VIX_ERROR_DUP_ENTRY_NAME, nullptr, simple("k", "int8", 1)},
+      {"unknown type", VIX_ERROR_BAD_ENTRY_TYPE, nullptr, simple("e", "Nope", 1)},
+      {"void", VIX_ERROR_BAD_ENTRY_TYPE, nullptr, simple("e", "void", 1)},
+      {"negative count", VIX_ERROR_BAD_COUNT, nullptr, simple("e", "int8", -1)},
+      {"the meta itself", VIX_ERROR_META_CONTAINS_SELF, nullptr, simple("e", "T", 1)},
       {"refer not defined yet", VIX_ERROR_ENTRY_NOT_FOUND, nullptr,
        [](VIXBUILDER* b) { return entry_with(b, [](VIXENTRYDESC& e) { e.pszRefer = "e"; }); }},
       {"refer to a string", VIX_ERROR_REFER_NOT_INTEGER, nullptr,
@@ -278,12 +279,10 @@ TEST(Builder, RefusalsChangeNothing) {
          x.iColumnNum = 2;
          return vix_builder_add_index(b, &x);
        }},
-      {"entry after a key", VIX_ERROR_META_FINISHED, kKeyed,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "int8", 1); }},
+      {"entry after a key", VIX_ERROR_META_FINISHED, kKeyed, simple("e", "int8", 1)},
       {"second primary key", VIX_ERROR_BAD_PRIMARY_KEY, kKeyed, kKeyed},
-      {"entry after an open array", VIX_ERROR_VARIABLE_ARRAY_NOT_LAST,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "v", "int8", 0); },
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "int8", 1); }},
+      {"entry after an open array", VIX_ERROR_VARIABLE_ARRAY_NOT_LAST, simple("v", "int8", 0),
+       simple("e", "int8", 1)},
       {"duplicate meta name", VIX_ERROR_DUP_META_NAME, kEnd,
        [](VIXBUILDER* b) { return begin_with(b, [](VIXMETADESC& d) { d.pszName = "Base"; }); }},
       {"duplicate meta id", VIX_ERROR_DUP_META_ID, kEnd,

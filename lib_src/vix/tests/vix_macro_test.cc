@@ -138,6 +138,14 @@ TEST(MacroExpr, StepsAndTheirCodes) {
   EXPECT_EQ(0, String2Int64("-9223372036854775808", &i));
   EXPECT_EQ(INT64_MIN, i);
   EXPECT_EQ(kBadNumber, String2Int64("9223372036854775808", &i));
+  EXPECT_EQ("-42", Int64ToString(-42));
+  EXPECT_EQ(2, Priority('%'));
+  EXPECT_EQ(0, Priority('('));
+  EXPECT_EQ(-1, GetType('a'));
+  EXPECT_EQ(1, GetType('.'));
+  EXPECT_TRUE(IsNumber("1.5"));
+  EXPECT_FALSE(IsNumber(".5"));
+  EXPECT_EQ("a b", Trim("\t a b\r\n"));
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ TEST(Terror, PushPopTopAndTheDefaultSetsCapacity) {
   terror_clear(nullptr);
 }
 
-TEST(Terror, IterationBothWays) {
+TEST(Terror, IterationDumpFormatsAndRefusals) {
   TErrorSet* set = two_frames();
   std::string order;
   for (const TErrorFrame* f = terror_begin(set); f != terror_end(set); f = terror_next(set)) {
@@ -73,12 +73,6 @@ TEST(Terror, IterationBothWays) {
     order += f->szErrStr;
   }
   EXPECT_EQ(order, "yx|xy");
-  terror_destroy(&set);
-  EXPECT_EQ(set, nullptr);
-}
-
-TEST(Terror, DumpFormatsAndRefusals) {
-  TErrorSet* set = two_frames();
   EXPECT_EQ(dump_to_string(terror_dump, set), std::string(kNewestLine) + kOldestLine);
   EXPECT_EQ(dump_to_string(terror_rdump, set), std::string(kOldestLine) + kNewestLine);
   // dump_string writes the newest-first text and leaves the cursor where it was.
@@ -98,6 +92,7 @@ TEST(Terror, DumpFormatsAndRefusals) {
   EXPECT_EQ(terror_dump_string(set, buf, sizeof(kNewestLine) + 3), -3);
   EXPECT_STREQ(buf, kNewestLine);  // only whole lines
   terror_destroy(&set);
+  EXPECT_EQ(set, nullptr);
   EXPECT_EQ(terror_init(0), nullptr);
 }
 
