@@ -70,6 +70,15 @@ class Build {
     expect(vix_builder_add_simple_entry(b_, pszName, pszType, iCount));
     return *this;
   }
+  // An entry counted by, or a union entry selected by, another member, or bound to a macro group.
+  Build& entry(const char* pszName, const char* pszType, int iCount, const char* pszRefer,
+               const char* pszSelect = nullptr, const char* pszGroup = nullptr) {
+    VIXENTRYDESC d = entry_desc(pszName, pszType, iCount);
+    d.pszRefer = pszRefer;
+    d.pszSelect = pszSelect;
+    d.pszMacrosGroup = pszGroup;
+    return entry(d);
+  }
   Build& entry(const VIXENTRYDESC& d) {
     expect(vix_builder_add_entry(b_, &d));
     return *this;

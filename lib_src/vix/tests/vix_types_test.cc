@@ -327,10 +327,7 @@ TEST(Strings, WideAndGbk) {
   size_t iMbs = sizeof(szMbs);
   ASSERT_EQ(0, vix_wcstochinesembs(szMbs, &iMbs, awText, 16));
   EXPECT_EQ(5u, iMbs);
-  EXPECT_STREQ(
-      "\xd6\xd0\xce\xc4"
-      "A",
-      szMbs);
+  EXPECT_STREQ("\xd6\xd0\xce\xc4\x41", szMbs);
   vix_wchar_t awBack[8];
   size_t iWcs = 8;
   ASSERT_EQ(0, vix_chinesembstowcs(awBack, &iWcs, szMbs, sizeof(szMbs)));
@@ -340,10 +337,8 @@ TEST(Strings, WideAndGbk) {
   iMbs = 5;  // no room for the terminator
   EXPECT_EQ(VIX_ERROR_OUT_BUF_TOO_SMALL, vix_wcstochinesembs(szMbs, &iMbs, awText, 16));
   iWcs = 3;
-  EXPECT_EQ(VIX_ERROR_OUT_BUF_TOO_SMALL, vix_chinesembstowcs(awBack, &iWcs,
-                                                             "\xd6\xd0\xce\xc4"
-                                                             "A",
-                                                             16));
+  EXPECT_EQ(VIX_ERROR_OUT_BUF_TOO_SMALL,
+            vix_chinesembstowcs(awBack, &iWcs, "\xd6\xd0\xce\xc4\x41", 16));
   const vix_wchar_t awNoGbk[] = {0x263A, 0};  // no GBK form
   iMbs = sizeof(szMbs);
   EXPECT_EQ(VIX_ERROR_ENCODING_CONVERT, vix_wcstochinesembs(szMbs, &iMbs, awNoGbk, 2));
