@@ -527,8 +527,8 @@ TEST(VixDump, WholeLibrary) {
         "  primarykey head.magic, count\n"}) {
     EXPECT_NE(std::string::npos, s.find(pszLine)) << pszLine;
   }
-  vixtest::TempDir dir;
-  const std::string sPath = dir.path("dump.txt");
+  zq_test::TempDir dir("vix_test");
+  const std::string sPath = dir.file("dump.txt");
   EXPECT_EQ(0, vix_dump_metalib_file(lib.get(), sPath.c_str()));
   EXPECT_EQ(VIX_ERROR_OPEN_FILE_WRITE, vix_dump_metalib_file(lib.get(), "/nonexistent/dir/x"));
   lib->nBuild = 10;

@@ -1,10 +1,9 @@
-// Helpers of the vix tests: owned libraries, a few-line builder, scratch files.
+// Helpers of the vix tests: owned libraries, a few-line builder, library bytes to files.
 #ifndef VIX_TESTS_VIX_TEST_UTIL_H
 #define VIX_TESTS_VIX_TEST_UTIL_H
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "vix/vix_builder.h"
 #include "vix/vix_metalib.h"
+#include "zq_test/support.h"
 
 namespace vixtest {
 
@@ -171,39 +171,13 @@ inline LibPtr sample_lib() {
   return b.finish();
 }
 
-// A scratch directory removed with everything in it.
-class TempDir {
- public:
-  TempDir() {
-    char szTemplate[] = "/tmp/vix_test_XXXXXX";
-    const char* psz = mkdtemp(szTemplate);
-    EXPECT_NE(nullptr, psz);
-    dir_ = psz != nullptr ? psz : "/tmp";
-  }
-  ~TempDir() {
-    for (const std::string& s : files_) unlink(s.c_str());
-    rmdir(dir_.c_str());
-  }
-  std::string path(const char* pszName) {
-    files_.push_back(dir_ + "/" + pszName);
-    return files_.back();
-  }
-
- private:
-  std::string dir_;
-  std::vector<std::string> files_;
-};
-
 inline std::vector<char> bytes_of(const VIXMETALIB* pstLib) {
   const char* p = reinterpret_cast<const char*>(pstLib);
   return std::vector<char>(p, p + pstLib->iSize);
 }
 
 inline void write_file(const std::string& sPath, const std::vector<char>& bytes) {
-  FILE* fp = fopen(sPath.c_str(), "wb");
-  ASSERT_NE(nullptr, fp);
-  ASSERT_EQ(bytes.size(), fwrite(bytes.data(), 1, bytes.size(), fp));
-  fclose(fp);
+  ASSERT_TRUE(zq_test::WriteFile(sPath, std::string(bytes.begin(), bytes.end()))) << sPath;
 }
 
 }  // namespace vixtest

@@ -1,5 +1,6 @@
 // The error stack: pushes, the default set's capacity, iteration and the dump formats.
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <string>
@@ -22,16 +23,15 @@ TErrorSet* two_frames() {
 }
 
 std::string dump_to_string(int (*dump)(TErrorSet*, FILE*), TErrorSet* set) {
-  FILE* fp = tmpfile();
+  char* text = nullptr;
+  size_t len = 0;
+  FILE* fp = open_memstream(&text, &len);
   EXPECT_NE(fp, nullptr);
   if (fp == nullptr) return "";
   dump(set, fp);
-  rewind(fp);
-  std::string out;
-  char buf[256];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof(buf), fp)) > 0) out.append(buf, n);
   fclose(fp);
+  const std::string out(text, len);
+  free(text);
   return out;
 }
 

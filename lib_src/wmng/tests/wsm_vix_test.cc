@@ -15,6 +15,7 @@
 
 #include "wmng/wsm_vix.h"
 #include "wmng_test_util.h"
+#include "zq_test/support.h"
 
 namespace {
 
@@ -271,13 +272,10 @@ TEST_F(WsmVix, LoadMetaCreatesComparesAndReplaces) {
   EXPECT_EQ(wsm_vix_load_meta(h_, long_name.get(), 0), -4);
   EXPECT_EQ(wsm_vix_load_meta_file(h_, "/nonexistent/lib.bin", 0), -3);
   // From a file, replacing.
-  char path[] = "/tmp/wsm_vix_test_XXXXXX";
-  const int fd = mkstemp(path);
-  ASSERT_GE(fd, 0);
-  close(fd);
-  ASSERT_EQ(vix_save_metalib(v1.get(), path), 0);
-  EXPECT_EQ(wsm_vix_load_meta_file(h_, path, WSM_VIX_REPLACE), 1);
-  unlink(path);
+  zq_test::TempDir dir("wsm_vix_test");
+  const std::string path = dir.file("lib.bin");
+  ASSERT_EQ(vix_save_metalib(v1.get(), path.c_str()), 0);
+  EXPECT_EQ(wsm_vix_load_meta_file(h_, path.c_str(), WSM_VIX_REPLACE), 1);
 }
 
 TEST_F(WsmVix, QueryRowsAndTypedData) {
