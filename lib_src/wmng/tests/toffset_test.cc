@@ -24,7 +24,7 @@ const uint64_t kStore = 128;  // after the array header, leaving room
 const uint64_t kElem = 24;
 const uint64_t kStride = kElem + 16;
 
-TEST(ToffsetArray, InitRefusals) {
+TEST(ToffsetArray, InitRefusalsAndNoFreeList) {
   Segment seg(4096);
   struct Case {
     void* base;
@@ -48,6 +48,18 @@ TEST(ToffsetArray, InitRefusals) {
   }
   EXPECT_EQ(toffset_array_size(kElem, 4), 4 * kStride);
   EXPECT_EQ(toffset_array_size(kElem, -1), TOFFSET_INVALID);
+  // Without a free list the links are self-linked and nothing is allocated (code 2).
+  void* b = seg.base();
+  ASSERT_EQ(toffset_array_init(b, kHead, kStore, 0, 3, -1), 0);
+  const OffsetList* links = reinterpret_cast<const OffsetList*>(static_cast<char*>(b) + kStore);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(links[i].prev, kStore + 16 * i);
+    EXPECT_EQ(links[i].next, kStore + 16 * i);
+  }
+  terror_clear(nullptr);
+  EXPECT_EQ(toffset_array_alloc(b, kHead), 0u);
+  ASSERT_NE(terror_top(nullptr), nullptr);
+  EXPECT_EQ(terror_top(nullptr)->iErrNo, 2);
 }
 
 TEST(ToffsetArray, AllocFreeFollowTheFreeList) {
@@ -102,21 +114,6 @@ TEST(ToffsetArray, AllocFreeFollowTheFreeList) {
   EXPECT_EQ(st.iCurCap, 3);
   EXPECT_EQ(st.iUsed, 3);
   EXPECT_EQ(st.iFree, 1);
-}
-
-TEST(ToffsetArray, WithoutFreeListNothingIsAllocated) {
-  Segment seg(4096);
-  void* b = seg.base();
-  ASSERT_EQ(toffset_array_init(b, kHead, kStore, 0, 3, -1), 0);
-  const OffsetList* links = reinterpret_cast<const OffsetList*>(static_cast<char*>(b) + kStore);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(links[i].prev, kStore + 16 * i);
-    EXPECT_EQ(links[i].next, kStore + 16 * i);
-  }
-  terror_clear(nullptr);
-  EXPECT_EQ(toffset_array_alloc(b, kHead), 0u);
-  ASSERT_NE(terror_top(nullptr), nullptr);
-  EXPECT_EQ(terror_top(nullptr)->iErrNo, 2);
 }
 
 TEST(ToffsetHash, BucketCountsAndSizes) {
