@@ -76,49 +76,27 @@ struct Record {
 
 #define M(T, f, type, n) \
   { #f, type, n, offsetof(T, f) }
+// Name, kind, packing, then size and alignment of the C twin C<name>.
+#define REC(name, type, align) #name, type, align, sizeof(C##name), alignof(C##name)
 
 const std::vector<Record>& records() {
   static const std::vector<Record> kRecords = {
-      {"Inner",
-       VIX_TYPE_STRUCT,
-       0,
-       sizeof(CInner),
-       alignof(CInner),
+      {REC(Inner, VIX_TYPE_STRUCT, 0),
        {M(CInner, a, "int8", 1), M(CInner, b, "int64", 1), M(CInner, c, "int16", 1)}},
-      {"U",
-       VIX_TYPE_UNION,
-       0,
-       sizeof(CU),
-       alignof(CU),
+      {REC(U, VIX_TYPE_UNION, 0),
        {M(CU, x, "int8", 1), M(CU, d, "double", 1), M(CU, s, "string", 13)}},
-      {"Outer",
-       VIX_TYPE_STRUCT,
-       0,
-       sizeof(COuter),
-       alignof(COuter),
+      {REC(Outer, VIX_TYPE_STRUCT, 0),
        {M(COuter, c, "char", 1), M(COuter, in, "Inner", 2), M(COuter, w, "uint16", 1),
         M(COuter, u, "U", 1), M(COuter, date, "date", 1), M(COuter, dt, "datetime", 1),
         M(COuter, arr, "short", 3), M(COuter, str, "string", 5), M(COuter, f, "float", 1),
         M(COuter, wstr, "wstring", 3), M(COuter, ip, "ip", 1)}},
-      {"Pack2",
-       VIX_TYPE_STRUCT,
-       2,
-       sizeof(CPack2),
-       alignof(CPack2),
+      {REC(Pack2, VIX_TYPE_STRUCT, 2),
        {M(CPack2, a, "int8", 1), M(CPack2, b, "int64", 1), M(CPack2, in, "Inner", 1),
         M(CPack2, z, "int8", 1)}},
-      {"Packed",
-       VIX_TYPE_STRUCT,
-       1,
-       sizeof(CPacked),
-       alignof(CPacked),
+      {REC(Packed, VIX_TYPE_STRUCT, 1),
        {M(CPacked, a, "int8", 1), M(CPacked, b, "int32", 1), M(CPacked, in, "Inner", 1),
         M(CPacked, w, "uint16", 1)}},
-      {"Wrap",
-       VIX_TYPE_STRUCT,
-       0,
-       sizeof(CWrap),
-       alignof(CWrap),
+      {REC(Wrap, VIX_TYPE_STRUCT, 0),
        {M(CWrap, a, "int8", 1), M(CWrap, p, "Packed", 1), M(CWrap, z, "int32", 1),
         M(CWrap, p2, "Pack2", 2), M(CWrap, tail, "char", 1)}},
   };
@@ -139,7 +117,7 @@ void add_records(Build& b) {
   }
 }
 
-TEST(Builder, HostLayoutIsGcc) {
+TEST(Builder, HostLayoutIsGccNetworkLayoutPacked) {
   Build b;
   add_records(b);
   LibPtr lib = b.finish();
@@ -154,6 +132,13 @@ TEST(Builder, HostLayoutIsGcc) {
           << r.pszName << "." << r.members[i].pszName;
     }
   }
+  // The network layout is packed. Outer: c 1, in 2 x (1 + 8 + 2), w 2, u max(1, 8, 13), date 4,
+  // dt 8, arr 6, str 5, f 4, wstr 6, ip 4.
+  const VIXMETA* outer = vix_get_meta_by_name(lib.get(), "Outer");
+  const VIXOFF kNOff[] = {0, 1, 23, 25, 38, 42, 50, 56, 61, 65, 71};
+  for (int i = 0; i < 11; ++i) EXPECT_EQ(kNOff[i], vix_get_entry_by_index(outer, i)->iNOff) << i;
+  EXPECT_EQ(75u, outer->iNUnitSize);
+  EXPECT_EQ(13u, vix_get_meta_by_name(lib.get(), "U")->iNUnitSize);
   // A trailing open array adds alignment, not size: struct { int16_t n; int64_t v[]; }.
   Build t;
   t.meta("Tail", 1).entry("n", "int16").entry("v", "int64", 0).end();
@@ -161,18 +146,6 @@ TEST(Builder, HostLayoutIsGcc) {
   const VIXMETA* m = vix_get_meta_by_name(tail.get(), "Tail");
   EXPECT_EQ(8u, vix_get_meta_size(m));
   EXPECT_EQ(8, vix_get_entry_offset(vix_get_entry_by_index(m, 1)));
-}
-
-TEST(Builder, NetworkLayoutIsPacked) {
-  Build b;
-  add_records(b);
-  LibPtr lib = b.finish();
-  const VIXMETA* outer = vix_get_meta_by_name(lib.get(), "Outer");
-  // c 1, in 2 x (1 + 8 + 2), w 2, u max(1, 8, 13), date 4, dt 8, arr 6, str 5, f 4, wstr 6, ip 4
-  const VIXOFF kNOff[] = {0, 1, 23, 25, 38, 42, 50, 56, 61, 65, 71};
-  for (int i = 0; i < 11; ++i) EXPECT_EQ(kNOff[i], vix_get_entry_by_index(outer, i)->iNOff) << i;
-  EXPECT_EQ(75u, outer->iNUnitSize);
-  EXPECT_EQ(13u, vix_get_meta_by_name(lib.get(), "U")->iNUnitSize);
 }
 
 TEST(Builder, FixedBlockOfExactSizeEqualsGrown) {
@@ -224,10 +197,7 @@ struct Refusal {
 };
 
 int entry_with(VIXBUILDER* b, const std::function<void(VIXENTRYDESC&)>& fnSet) {
-  VIXENTRYDESC e;
-  vix_entry_desc_init(&e);
-  e.pszName = "e";
-  e.pszType = "int32";
+  VIXENTRYDESC e = vixtest::entry_desc("e", "int32");
   fnSet(e);
   return vix_builder_add_entry(b, &e);
 }
@@ -240,18 +210,24 @@ int begin_with(VIXBUILDER* b, const std::function<void(VIXMETADESC&)>& fnSet) {
   return vix_builder_begin_meta(b, &d);
 }
 
+// Adds the simple entry name/type/count.
+Call simple(const char* pszName, const char* pszType, int iCount) {
+  return [=](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, pszName, pszType, iCount); };
+}
+// Adds the macro A again with another value, or a macro of the given name.
+Call macro(const char* pszName) {
+  return [=](VIXBUILDER* b) { return vix_builder_add_macro(b, pszName, 2, nullptr); };
+}
+
 const char* const kKey[] = {"k"};
 const Call kEnd = [](VIXBUILDER* b) { return vix_builder_end_meta(b); };
 const Call kKeyed = [](VIXBUILDER* b) { return vix_builder_set_primarykey(b, kKey, 1); };
 
 TEST(Builder, RefusalsChangeNothing) {
   const Refusal kCases[] = {
-      {"duplicate macro", VIX_ERROR_DUP_MACRO_NAME, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_macro(b, "A", 2, nullptr); }},
-      {"macro name", VIX_ERROR_BAD_NAME, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_macro(b, "1x", 2, nullptr); }},
-      {"empty name", VIX_ERROR_EMPTY_NAME, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_macro(b, "", 2, nullptr); }},
+      {"duplicate macro", VIX_ERROR_DUP_MACRO_NAME, nullptr, macro("A")},
+      {"macro name", VIX_ERROR_BAD_NAME, nullptr, macro("1x")},
+      {"empty name", VIX_ERROR_EMPTY_NAME, nullptr, macro("")},
       {"group of an unknown macro", VIX_ERROR_MACRO_UNDEFINED, nullptr,
        [](VIXBUILDER* b) {
          const char* apsz[] = {"A", "B"};
@@ -259,16 +235,11 @@ TEST(Builder, RefusalsChangeNothing) {
        }},
       {"meta inside a meta", VIX_ERROR_META_NOT_FINISHED, nullptr,
        [](VIXBUILDER* b) { return begin_with(b, [](VIXMETADESC&) {}); }},
-      {"duplicate entry", VIX_ERROR_DUP_ENTRY_NAME, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "k", "int8", 1); }},
-      {"unknown type", VIX_ERROR_BAD_ENTRY_TYPE, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "Nope", 1); }},
-      {"void", VIX_ERROR_BAD_ENTRY_TYPE, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "void", 1); }},
-      {"negative count", VIX_ERROR_BAD_COUNT, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "int8", -1); }},
-      {"the meta itself", VIX_ERROR_META_CONTAINS_SELF, nullptr,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "T", 1); }},
+      {"duplicate entry", VIX_ERROR_DUP_ENTRY_NAME, nullptr, simple("k", "int8", 1)},
+      {"unknown type", VIX_ERROR_BAD_ENTRY_TYPE, nullptr, simple("e", "Nope", 1)},
+      {"void", VIX_ERROR_BAD_ENTRY_TYPE, nullptr, simple("e", "void", 1)},
+      {"negative count", VIX_ERROR_BAD_COUNT, nullptr, simple("e", "int8", -1)},
+      {"the meta itself", VIX_ERROR_META_CONTAINS_SELF, nullptr, simple("e", "T", 1)},
       {"refer not defined yet", VIX_ERROR_ENTRY_NOT_FOUND, nullptr,
        [](VIXBUILDER* b) { return entry_with(b, [](VIXENTRYDESC& e) { e.pszRefer = "e"; }); }},
       {"refer to a string", VIX_ERROR_REFER_NOT_INTEGER, nullptr,
@@ -303,12 +274,10 @@ TEST(Builder, RefusalsChangeNothing) {
          x.iColumnNum = 2;
          return vix_builder_add_index(b, &x);
        }},
-      {"entry after a key", VIX_ERROR_META_FINISHED, kKeyed,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "int8", 1); }},
+      {"entry after a key", VIX_ERROR_META_FINISHED, kKeyed, simple("e", "int8", 1)},
       {"second primary key", VIX_ERROR_BAD_PRIMARY_KEY, kKeyed, kKeyed},
-      {"entry after an open array", VIX_ERROR_VARIABLE_ARRAY_NOT_LAST,
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "v", "int8", 0); },
-       [](VIXBUILDER* b) { return vix_builder_add_simple_entry(b, "e", "int8", 1); }},
+      {"entry after an open array", VIX_ERROR_VARIABLE_ARRAY_NOT_LAST, simple("v", "int8", 0),
+       simple("e", "int8", 1)},
       {"duplicate meta name", VIX_ERROR_DUP_META_NAME, kEnd,
        [](VIXBUILDER* b) { return begin_with(b, [](VIXMETADESC& d) { d.pszName = "Base"; }); }},
       {"duplicate meta id", VIX_ERROR_DUP_META_ID, kEnd,

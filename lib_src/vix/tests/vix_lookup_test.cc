@@ -284,10 +284,7 @@ LibPtr versioned(int iVariant) {
   Build b("v", iVariant == 4 ? 2 : 1);
   b.meta("A", 1, VIX_TYPE_STRUCT, 1).entry("x", "int32");
   if (iVariant == 1) {  // a member added at a higher version
-    VIXENTRYDESC e;
-    vix_entry_desc_init(&e);
-    e.pszName = "y";
-    e.pszType = "int16";
+    VIXENTRYDESC e = vixtest::entry_desc("y", "int16");
     e.iVersion = 2;
     b.entry(e);
   }

@@ -1,10 +1,9 @@
-// Helpers of the vix tests: owned libraries, a few-line builder, scratch files.
+// Helpers of the vix tests: owned libraries, a few-line builder, library bytes to files.
 #ifndef VIX_TESTS_VIX_TEST_UTIL_H
 #define VIX_TESTS_VIX_TEST_UTIL_H
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "vix/vix_builder.h"
 #include "vix/vix_metalib.h"
+#include "zq_test/support.h"
 
 namespace vixtest {
 
@@ -19,6 +19,16 @@ struct LibDeleter {
   void operator()(VIXMETALIB* p) const { vix_free_lib(&p); }
 };
 using LibPtr = std::unique_ptr<VIXMETALIB, LibDeleter>;
+
+// An entry description with the given name, type and count, the rest at its defaults.
+inline VIXENTRYDESC entry_desc(const char* pszName, const char* pszType, int iCount = 1) {
+  VIXENTRYDESC d;
+  vix_entry_desc_init(&d);
+  d.pszName = pszName;
+  d.pszType = pszType;
+  d.iCount = iCount;
+  return d;
+}
 
 // A library written in a few lines; every step is expected to succeed.
 class Build {
@@ -60,17 +70,22 @@ class Build {
     expect(vix_builder_add_simple_entry(b_, pszName, pszType, iCount));
     return *this;
   }
+  // An entry counted by, or a union entry selected by, another member, or bound to a macro group.
+  Build& entry(const char* pszName, const char* pszType, int iCount, const char* pszRefer,
+               const char* pszSelect = nullptr, const char* pszGroup = nullptr) {
+    VIXENTRYDESC d = entry_desc(pszName, pszType, iCount);
+    d.pszRefer = pszRefer;
+    d.pszSelect = pszSelect;
+    d.pszMacrosGroup = pszGroup;
+    return entry(d);
+  }
   Build& entry(const VIXENTRYDESC& d) {
     expect(vix_builder_add_entry(b_, &d));
     return *this;
   }
   // A union branch taking selector values [iMin, iMax] (iMin > iMax: the default branch).
   Build& branch(const char* pszName, const char* pszType, int iMin, int iMax, int iCount = 1) {
-    VIXENTRYDESC d;
-    vix_entry_desc_init(&d);
-    d.pszName = pszName;
-    d.pszType = pszType;
-    d.iCount = iCount;
+    VIXENTRYDESC d = entry_desc(pszName, pszType, iCount);
     d.iMinId = iMin;
     d.iMaxId = iMax;
     return entry(d);
@@ -107,11 +122,8 @@ class Build {
 inline void fill_sample(Build& b) {
   b.macro("CMD_LOGIN", 1).macro("CMD_LOGOUT", 2).macro("CMD_DATA", 3).macro("MAX_ITEMS", 8);
   b.group("Cmd", {"CMD_DATA", "CMD_LOGIN", "CMD_LOGOUT"});
-  VIXENTRYDESC e;
   b.meta("Head", 1).entry("magic", "int16");
-  vix_entry_desc_init(&e);
-  e.pszName = "cmd";
-  e.pszType = "uint8";
+  VIXENTRYDESC e = entry_desc("cmd", "uint8");
   e.pszMacrosGroup = "Cmd";
   e.iHasID = 1;
   e.iID = 9;
@@ -131,16 +143,11 @@ inline void fill_sample(Build& b) {
   m.pszCustomAttr = "attr1";
   m.pszSplitTableKey = "head.len";
   b.meta(m).entry("head", "Head").entry("count", "int8");
-  vix_entry_desc_init(&e);
-  e.pszName = "items";
-  e.pszType = "int32";
-  e.iCount = 8;
+  e = entry_desc("items", "int32", 8);
   e.pszRefer = "count";
   e.pszDefault = "7";
   b.entry(e);
-  vix_entry_desc_init(&e);
-  e.pszName = "body";
-  e.pszType = "Body";
+  e = entry_desc("body", "Body");
   e.pszSelect = "head.cmd";
   e.pszCustomAttr2 = "attr2";
   b.entry(e).entry("at", "datetime");
@@ -164,39 +171,13 @@ inline LibPtr sample_lib() {
   return b.finish();
 }
 
-// A scratch directory removed with everything in it.
-class TempDir {
- public:
-  TempDir() {
-    char szTemplate[] = "/tmp/vix_test_XXXXXX";
-    const char* psz = mkdtemp(szTemplate);
-    EXPECT_NE(nullptr, psz);
-    dir_ = psz != nullptr ? psz : "/tmp";
-  }
-  ~TempDir() {
-    for (const std::string& s : files_) unlink(s.c_str());
-    rmdir(dir_.c_str());
-  }
-  std::string path(const char* pszName) {
-    files_.push_back(dir_ + "/" + pszName);
-    return files_.back();
-  }
-
- private:
-  std::string dir_;
-  std::vector<std::string> files_;
-};
-
 inline std::vector<char> bytes_of(const VIXMETALIB* pstLib) {
   const char* p = reinterpret_cast<const char*>(pstLib);
   return std::vector<char>(p, p + pstLib->iSize);
 }
 
 inline void write_file(const std::string& sPath, const std::vector<char>& bytes) {
-  FILE* fp = fopen(sPath.c_str(), "wb");
-  ASSERT_NE(nullptr, fp);
-  ASSERT_EQ(bytes.size(), fwrite(bytes.data(), 1, bytes.size(), fp));
-  fclose(fp);
+  ASSERT_TRUE(zq_test::WriteFile(sPath, std::string(bytes.begin(), bytes.end()))) << sPath;
 }
 
 }  // namespace vixtest

@@ -24,7 +24,7 @@ const uint64_t kStore = 128;  // after the array header, leaving room
 const uint64_t kElem = 24;
 const uint64_t kStride = kElem + 16;
 
-TEST(ToffsetArray, InitRefusals) {
+TEST(ToffsetArray, InitRefusalsAndNoFreeList) {
   Segment seg(4096);
   struct Case {
     void* base;
@@ -48,6 +48,18 @@ TEST(ToffsetArray, InitRefusals) {
   }
   EXPECT_EQ(toffset_array_size(kElem, 4), 4 * kStride);
   EXPECT_EQ(toffset_array_size(kElem, -1), TOFFSET_INVALID);
+  // Without a free list the links are self-linked and nothing is allocated (code 2).
+  void* b = seg.base();
+  ASSERT_EQ(toffset_array_init(b, kHead, kStore, 0, 3, -1), 0);
+  const OffsetList* links = reinterpret_cast<const OffsetList*>(static_cast<char*>(b) + kStore);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(links[i].prev, kStore + 16 * i);
+    EXPECT_EQ(links[i].next, kStore + 16 * i);
+  }
+  terror_clear(nullptr);
+  EXPECT_EQ(toffset_array_alloc(b, kHead), 0u);
+  ASSERT_NE(terror_top(nullptr), nullptr);
+  EXPECT_EQ(terror_top(nullptr)->iErrNo, 2);
 }
 
 TEST(ToffsetArray, AllocFreeFollowTheFreeList) {
@@ -56,8 +68,21 @@ TEST(ToffsetArray, AllocFreeFollowTheFreeList) {
   ASSERT_EQ(toffset_array_init(b, kHead, kStore, kElem, 4, 1), 0);
   // Allocation in index order, then 0 (nothing pushed) once full.
   std::vector<uint64_t> got;
-  for (int i = 0; i < 4; ++i) got.push_back(toffset_array_alloc(b, kHead));
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(got[i], kStore + i * kStride + 16);
+  // Element i at its offset, its pointer and back; the link before it and a byte into it are
+  // no element.
+  for (int i = 0; i < 4; ++i) {
+    got.push_back(toffset_array_alloc(b, kHead));
+    EXPECT_EQ(got[i], kStore + i * kStride + 16);
+    EXPECT_EQ(toffset_array_offset(b, kHead, i), got[i]);
+    EXPECT_EQ(toffset_array_ptr(b, kHead, i), static_cast<char*>(b) + got[i]);
+    EXPECT_EQ(toffset_array_index(b, kHead, got[i]), i);
+    EXPECT_EQ(toffset_array_index(b, kHead, got[i] - 16), -1);
+    EXPECT_EQ(toffset_array_index(b, kHead, got[i] + 1), -1);
+  }
+  EXPECT_EQ(toffset_array_index(b, kHead, kStore - 1), -1);
+  EXPECT_EQ(toffset_array_index(b, kHead, kStore + 4 * kStride + 16), -1);
+  EXPECT_EQ(toffset_array_offset(b, kHead, 4), 0u);
+  EXPECT_EQ(toffset_array_ptr(b, kHead, -1), nullptr);
   terror_clear(nullptr);
   EXPECT_EQ(toffset_array_alloc(b, kHead), 0u);
   EXPECT_EQ(terror_count(nullptr), 0);
@@ -89,39 +114,6 @@ TEST(ToffsetArray, AllocFreeFollowTheFreeList) {
   EXPECT_EQ(st.iCurCap, 3);
   EXPECT_EQ(st.iUsed, 3);
   EXPECT_EQ(st.iFree, 1);
-}
-
-TEST(ToffsetArray, Conversions) {
-  Segment seg(4096);
-  void* b = seg.base();
-  ASSERT_EQ(toffset_array_init(b, kHead, kStore, kElem, 4, 1), 0);
-  for (int i = 0; i < 4; ++i) {
-    const uint64_t off = toffset_array_offset(b, kHead, i);
-    EXPECT_EQ(off, kStore + i * kStride + 16);
-    EXPECT_EQ(toffset_array_ptr(b, kHead, i), static_cast<char*>(b) + off);
-    EXPECT_EQ(toffset_array_index(b, kHead, off), i);
-    EXPECT_EQ(toffset_array_index(b, kHead, off - 16), -1);  // remainder 0: the link
-    EXPECT_EQ(toffset_array_index(b, kHead, off + 1), -1);
-  }
-  EXPECT_EQ(toffset_array_index(b, kHead, kStore - 1), -1);
-  EXPECT_EQ(toffset_array_index(b, kHead, kStore + 4 * kStride + 16), -1);
-  EXPECT_EQ(toffset_array_offset(b, kHead, 4), 0u);
-  EXPECT_EQ(toffset_array_ptr(b, kHead, -1), nullptr);
-}
-
-TEST(ToffsetArray, WithoutFreeListNothingIsAllocated) {
-  Segment seg(4096);
-  void* b = seg.base();
-  ASSERT_EQ(toffset_array_init(b, kHead, kStore, 0, 3, -1), 0);
-  const OffsetList* links = reinterpret_cast<const OffsetList*>(static_cast<char*>(b) + kStore);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(links[i].prev, kStore + 16 * i);
-    EXPECT_EQ(links[i].next, kStore + 16 * i);
-  }
-  terror_clear(nullptr);
-  EXPECT_EQ(toffset_array_alloc(b, kHead), 0u);
-  ASSERT_NE(terror_top(nullptr), nullptr);
-  EXPECT_EQ(terror_top(nullptr)->iErrNo, 2);
 }
 
 TEST(ToffsetHash, BucketCountsAndSizes) {

@@ -151,20 +151,26 @@ TEST(WsmIndex, MountRefusesForeignRegistries) {
   EXPECT_EQ(wsm_index_mount(&index), -4);
   EXPECT_EQ(top_message(), "size(100) in shmid(" + std::to_string(id) +
                                ") less than wsm index size(" + std::to_string(size) + ")");
+  WsmBase probed;
+  EXPECT_EQ(wsm_index_probe(key, &probed), -4);
+  WsmVixHandleP h = nullptr;
+  EXPECT_EQ(wsm_vix_open(&h), -4);
   ASSERT_EQ(wsm_index_remove(key), 0);
   EXPECT_EQ(wsm_index_remove(key), -1);
+  EXPECT_EQ(wsm_index_probe(key, &probed), -2);
   // A proper registry, damaged one field at a time.
   struct Case {
     size_t offset;
     int32_t value;
-    int code;
+    int code;  // of the mount; the typed handle's open fails with -4 over it
     const char* message;
+    int probe;
   } cases[] = {
-      {0, 0x12345678, -10, kMsgMagic},
-      {68, 2, -11, kMsgVersion},
-      {72, 400, -12, kMsgSelfSize},
-      {80 + 32, 5, -13, kMsgTuningMismatch},    // more meta slots than the layout holds
-      {224 + 16, 81, -13, kMsgTuningMismatch},  // hash nodes
+      {0, 0x12345678, -10, kMsgMagic, -5},
+      {68, 2, -11, kMsgVersion, -6},
+      {72, 400, -12, kMsgSelfSize, -7},
+      {80 + 32, 5, -13, kMsgTuningMismatch, -8},    // more meta slots than the layout holds
+      {224 + 16, 81, -13, kMsgTuningMismatch, -8},  // hash nodes
   };
   ASSERT_EQ(wsm_index_mount(&index), 0);
   ASSERT_EQ(wsm_index_unmount(&index), 0);
@@ -177,9 +183,18 @@ TEST(WsmIndex, MountRefusesForeignRegistries) {
     terror_clear(nullptr);
     EXPECT_EQ(wsm_index_mount(&index), c.code) << c.offset;
     EXPECT_EQ(top_message(), c.message) << c.offset;
+    EXPECT_EQ(wsm_index_probe(key, &probed), c.probe) << c.offset;
+    terror_clear(nullptr);
+    EXPECT_EQ(wsm_vix_open(&h), -4) << c.offset;
+    EXPECT_EQ(h, nullptr);
+    // The mount's frame lies at the bottom (under a mismatch, the tuning check's own).
+    EXPECT_EQ(terror_rbegin(nullptr)->iErrNo, c.code == -13 ? 2 : -c.code) << c.offset;
     EXPECT_EQ(shmget(key, 0, 0), id);  // a registry found is never removed
     write_at(seg, c.offset, saved);
   }
+  ASSERT_EQ(wsm_index_probe(key, &probed), 0);
+  EXPECT_EQ(probed.iUriCap, 6);
+  EXPECT_EQ(probed.iIndexSize, size);
   EXPECT_EQ(wsm_index_mount(&index), 0);
   EXPECT_EQ(wsm_index_unmount(&index), 0);
   shmdt(seg);
