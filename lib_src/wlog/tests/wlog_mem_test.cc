@@ -403,6 +403,19 @@ TEST_F(WlogMem, ReaderRacingALiveWriterSeesOnlyWholeFrames) {
   close(fds[1]);
 }
 
+// Slots of 660 bytes on a ring of 2300: the fourth record finds 617 bytes left, a filler takes
+// them, and its slot at the start overlaps the first two frames.
+TEST_F(WlogMem, FillerAtTheRingEndIsNoRecord) {
+  auto conf = wlog_test::make_conf();
+  add_mem(conf.get(), "mem", 64 + 2300, 100);
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  for (const char* m : {"a", "b", "c", "d"}) {
+    ASSERT_EQ(0, log_text(wlog_get_category(ctx.get(), "mem"), m));
+  }
+  EXPECT_EQ((std::vector<std::string>{"c", "d"}), messages_of(dump_of(reader_dev())));
+}
+
 // A damaged frame ends the dump: the records before it are printed, nothing after.
 TEST_F(WlogMem, DumpStopsAtAFrameFailingItsChecks) {
   auto conf = wlog_test::make_conf();
