@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "vix/vix_builder.h"
 #include "wlog/wlog.h"
 #include "wlog_test_util.h"
 
@@ -155,25 +154,9 @@ TEST(WlogLogHex, ConvertsAndHandlesTheBoundary) {
 }
 
 TEST(WlogLogVix, PrintsTheRecordIntoTheCategoryBuffer) {
-  VIXLIBPARAM param = {};
-  snprintf(param.szName, sizeof(param.szName), "t");
-  VIXBUILDER* b = nullptr;
-  ASSERT_EQ(0, vix_builder_open_growing(&b, &param));
-  VIXMETADESC md;
-  vix_meta_desc_init(&md);
-  md.pszName = "Pt";
-  ASSERT_EQ(0, vix_builder_begin_meta(b, &md));
-  ASSERT_EQ(0, vix_builder_add_simple_entry(b, "x", "int32", 1));
-  ASSERT_EQ(0, vix_builder_add_simple_entry(b, "tag", "string", 4));
-  ASSERT_EQ(0, vix_builder_end_meta(b));
-  VIXMETALIB* lib = nullptr;
-  ASSERT_EQ(0, vix_builder_finish(b, &lib));
-  vix_builder_close(&b);
-  const VIXMETA* meta = vix_get_meta_by_name(lib, "Pt");
-  const struct {
-    int32_t x;
-    char tag[4];
-  } pt = {-7, "ab"};
+  const VIXMETA* meta = vix_get_meta_by_name(wlog_get_meta_data(), "DevTerm");
+  ASSERT_NE(nullptr, meta);
+  const WLOGDEVTERM pt = {-7};
 
   auto conf = make_conf();
   add_category(conf.get(), "vix", "<%m>")->iMaxMsgSize = 64;
@@ -185,19 +168,18 @@ TEST(WlogLogVix, PrintsTheRecordIntoTheCategoryBuffer) {
   WLOGEVENT evt = {WLOG_PRIORITY_INFO, nullptr, 0, nullptr, 0, 0, 0, 0, 0};
   wlog_test::Capture cap;
   EXPECT_EQ(0, wlog_category_log_vix(c, &evt, meta, &pt, sizeof(pt), 0));
-  EXPECT_EQ(33, evt.evt_msg_len);
+  EXPECT_EQ(35, evt.evt_msg_len);
   // Filling the buffer: the length is the capacity and the last byte gives way to a NUL.
   EXPECT_EQ(0, wlog_category_log_vix(small, &evt, meta, &pt, sizeof(pt), 0));
   EXPECT_EQ(16, evt.evt_msg_len);
   // A record that cannot be printed (no bytes) is logged as the nothing printed.
   EXPECT_EQ(0, wlog_category_log_vix(c, &evt, meta, &pt, -1, 0));
-  EXPECT_EQ(std::string("<[Pt version=\"0\"]:\n  x=-7\n  tag=ab><[Pt version=\"0\"\0><>", 55),
+  EXPECT_EQ(std::string("<[DevTerm version=\"1\"]:\n  StdType=-7><[DevTerm versio\0><>", 57),
             cap.Take());
   EXPECT_EQ(-1, wlog_category_log_vix(nullptr, &evt, meta, &pt, sizeof(pt), 0));
   EXPECT_EQ(-1, wlog_category_log_vix(c, nullptr, meta, &pt, sizeof(pt), 0));
   EXPECT_EQ(-1, wlog_category_log_vix(c, &evt, nullptr, &pt, sizeof(pt), 0));
   EXPECT_EQ(-1, wlog_category_log_vix(c, &evt, meta, nullptr, sizeof(pt), 0));
-  vix_free_lib(&lib);
 }
 
 TEST(WlogLog, BinaryMessageGetsHead) {

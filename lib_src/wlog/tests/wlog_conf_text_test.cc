@@ -115,7 +115,7 @@ TEST(WlogConfText, BadFilesGiveTheCodeLineAndElement) {
        "3: entry<Colour>"},
       {"Count=1\n[CategoryList[0]]\n  MaxMsgSize=12x\n", VIX_ERROR_BAD_NUMBER, "3: "},
       {"Count=1\n[CategoryList[0]]\n  [Devi", VIX_ERROR_BAD_TEXT_INPUT, "3: "},
-      {"Count=600\n", VIX_ERROR_REFER_SURPASS_COUNT, " the count of CategoryList is outside"},
+      {"Count=513\n", VIX_ERROR_REFER_SURPASS_COUNT, " the count of CategoryList is outside"},
       {"Count=1\n[CategoryList[0]]\n  [Filter]\n    Count=-1\n", VIX_ERROR_MINUS_REFER_VALUE,
        " the count of CategoryList.Filter.Filters is outside"},
   };

@@ -21,18 +21,6 @@ using zq_test::ReadFile;
 using zq_test::StdoutCapture;
 using zq_test::TempDir;
 
-namespace {
-
-std::string local_time(const char* fmt, time_t sec) {
-  struct tm tm;
-  localtime_r(&sec, &tm);
-  char buf[64];
-  strftime(buf, sizeof(buf), fmt, &tm);
-  return buf;
-}
-
-}  // namespace
-
 TEST(WlogInit, BadMagicLeavesContextUntouched) {
   auto conf = make_conf();
   conf->iMagic = 1547;
@@ -194,7 +182,8 @@ TEST(WlogClone, RenamesTheFilePartOfEachPatternAndWritesThere) {
   EXPECT_EQ(&conf->astCategoryList[6], inner(sub)->pstCat);
   EXPECT_EQ(7, conf->iCount);
   log_text(sub, 0, "hello");
-  EXPECT_EQ("sub:hello\n", ReadFile(d + "app_" + local_time("%Y", time(nullptr)) + "_sub.log"));
+  EXPECT_EQ("sub:hello\n",
+            ReadFile(d + "app_" + wlog_test::local_time("%Y", time(nullptr)) + "_sub.log"));
   for (int i = 1; i < 4; ++i) {
     const std::string child = "sub" + std::to_string(i);
     WLOGCLONEOPTION opt = {child.c_str(), "sub", "log"};
@@ -284,7 +273,8 @@ TEST(WlogBill, LinesWithTimeLongLineCutAndClockOverride) {
   EXPECT_EQ(-1, wlog_bill_fini(&bill));
 
   const std::string data = ReadFile(dir.file("bill.log"));
-  const std::string first = local_time("%Y%m%d-%H:%M:%S | ", 1700000000) + "user=ann gold=7\n";
+  const std::string first =
+      wlog_test::local_time("%Y%m%d-%H:%M:%S | ", 1700000000) + "user=ann gold=7\n";
   ASSERT_EQ(first.size() + 8192 + 3, data.size());
   EXPECT_EQ(first, data.substr(0, first.size()));
   EXPECT_EQ('\n', data[first.size() + 8191]);  // the cut line still ends with a line feed

@@ -4,7 +4,6 @@
 #include "wlog/wlog_file.h"
 #include "wlog/wlog.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
@@ -44,17 +43,6 @@ struct FakeClock {
 
 bool Exists(const std::string& p) { return access(p.c_str(), F_OK) == 0; }
 
-std::vector<std::string> FilesIn(const std::string& dir) {
-  std::vector<std::string> names;
-  if (DIR* d = opendir(dir.c_str())) {
-    while (const struct dirent* e = readdir(d)) {
-      if (e->d_name[0] != '.') names.push_back(e->d_name);
-    }
-    closedir(d);
-  }
-  return names;
-}
-
 WLOGDEVFILE Dev(const std::string& pattern, uint32_t limit, int max_rotate) {
   WLOGDEVFILE d;
   memset(&d, 0, sizeof(d));
@@ -65,14 +53,6 @@ WLOGDEVFILE Dev(const std::string& pattern, uint32_t limit, int max_rotate) {
 }
 
 int Put(WLOGFILE* f, const std::string& s) { return wlogfile_write(f, s.data(), s.size()); }
-
-std::string Strftime(const char* fmt, time_t t) {
-  struct tm tm;
-  localtime_r(&t, &tm);
-  char buf[192];
-  strftime(buf, sizeof(buf), fmt, &tm);
-  return buf;
-}
 
 // Sequences of records through one appender (a new run starts the appender again) and every
 // file they leave, in each rotation mode. "a|b" is one record of the pieces a and b.
@@ -137,7 +117,8 @@ TEST(WlogFileRotate, EveryModeLeavesExactlyTheseFiles) {
       EXPECT_EQ(0, wlogfile_fini(&f)) << c.what;
     }
     std::map<std::string, std::string> files;
-    for (const std::string& name : FilesIn(dir.path())) files[name] = ReadFile(dir.file(name));
+    for (const std::string& name : wlog_test::files_in(dir.path()))
+      files[name] = ReadFile(dir.file(name));
     EXPECT_EQ(c.files, files) << c.what;
   }
 }
@@ -181,7 +162,7 @@ TEST(WlogFilePeriod, NewHourSwitchesToIndexZeroOfTheNewName) {
   d.iPrecision = 3600;
   WLOGFILE f;
   ASSERT_EQ(0, wlogfile_init(&f, &d));
-  const std::string first = dir.path() + Strftime("/log_%Y%m%d%H", hour);
+  const std::string first = dir.path() + wlog_test::local_time("/log_%Y%m%d%H", hour);
   EXPECT_EQ(first, f.stInst.szPath);
   EXPECT_EQ(0, Put(&f, "aaaa\n"));
   EXPECT_EQ(0, Put(&f, "bbbb\n"));  // rotates to index 1 inside the hour
@@ -190,7 +171,7 @@ TEST(WlogFilePeriod, NewHourSwitchesToIndexZeroOfTheNewName) {
   g_now = hour + 3600;
   EXPECT_EQ(0, Put(&f, "d\n"));  // fits the size limit: only the period switches files
   EXPECT_EQ(0, wlogfile_fini(&f));
-  const std::string second = dir.path() + Strftime("/log_%Y%m%d%H", hour + 3600);
+  const std::string second = dir.path() + wlog_test::local_time("/log_%Y%m%d%H", hour + 3600);
   EXPECT_EQ("aaaa\n", ReadFile(first));
   EXPECT_EQ("bbbb\nc\n", ReadFile(first + ".1"));
   EXPECT_EQ("d\n", ReadFile(second));
@@ -210,8 +191,8 @@ TEST(WlogFilePeriod, BillModeStartsEachPeriodOnTheBareNameInANewDirectory) {
   g_now = day + 1;
   EXPECT_EQ(0, Put(&f, "s1\n"));
   EXPECT_EQ(0, wlogfile_fini(&f));
-  EXPECT_EQ("s0\n", ReadFile(dir.path() + Strftime("/%S/bill.log", day)));
-  EXPECT_EQ("s1\n", ReadFile(dir.path() + Strftime("/%S/bill.log", day + 1)));
+  EXPECT_EQ("s0\n", ReadFile(dir.path() + wlog_test::local_time("/%S/bill.log", day)));
+  EXPECT_EQ("s1\n", ReadFile(dir.path() + wlog_test::local_time("/%S/bill.log", day + 1)));
 }
 
 TEST(WlogFileFlush, BufferedDataWaitsForTheSyncInterval) {
@@ -361,7 +342,7 @@ std::string FindLatest(WLOGDEVFILE* dev, time_t now) {
 // The cases the earlier walk over every index was checked against: the scan chooses the same.
 TEST(WlogFileRotate, FindLatestChoosesTheNewestFileOfTheRotation) {
   const time_t now = 1700000000;
-  const std::string cut_dir = Strftime("%c%c%c%c", now) + std::string(65, 'd');
+  const std::string cut_dir = wlog_test::local_time("%c%c%c%c", now) + std::string(65, 'd');
   const std::vector<LatestCase> cases = {
       {"nothing yet", 3, {}, "app.log"},
       {"bare name only", 3, {{"app.log", 1000, 0, nullptr, false}}, "app.log"},

@@ -44,13 +44,7 @@ std::string dump_of(WLOGDEVMEM dev, int* ret = nullptr) {
 }
 
 WLOGCATEGORY* add_mem(WLOGCONF* conf, const char* name, int size, int max_msg = 0) {
-  WLOGCATEGORY* cat = add_category(conf, name, "%m", WLOG_DEV_MEM);
-  WLOGDEVMEM& m = cat->stDevice.stDevice.stMem;
-  m.iEnable = 1;
-  snprintf(m.szUri, sizeof(m.szUri), "%s", kUri);
-  m.iBuffSize = size;
-  cat->iMaxMsgSize = max_msg;
-  return cat;
+  return wlog_test::add_mem_category(conf, name, kUri, size, max_msg);
 }
 
 WLOGDEVMEM reader_dev(int size = 0) {
@@ -61,19 +55,19 @@ WLOGDEVMEM reader_dev(int size = 0) {
 }
 
 int log_text(WLOGCATEGORYINST* cat, const std::string& msg, int prio = WLOG_PRIORITY_INFO) {
-  WLOGEVENT e{};
-  e.evt_priority = prio;
-  e.evt_loc = &kLoc;
-  return wlog_category_logv(cat, &e, "%s", msg.c_str());
+  return wlog_test::log_at(cat, &kLoc, msg, prio);
 }
 
 int log_bin(WLOGCATEGORYINST* cat, const std::string& bytes) {
-  WLOGEVENT e{};
-  e.evt_priority = WLOG_PRIORITY_INFO;
-  e.evt_loc = &kLoc;
-  e.evt_is_msg_binary = 1;
-  e.evt_msg = const_cast<char*>(bytes.data());
-  e.evt_msg_len = static_cast<int>(bytes.size());
+  WLOGEVENT e = {WLOG_PRIORITY_INFO,
+                 const_cast<char*>(bytes.data()),
+                 static_cast<int>(bytes.size()),
+                 &kLoc,
+                 1,
+                 0,
+                 0,
+                 0,
+                 0};
   return wlog_category_log(cat, &e);
 }
 
@@ -92,20 +86,15 @@ std::vector<std::string> messages_of(const std::string& dump) {
   static const std::regex record(
       R"(\[\d{8} \d{2}:\d{2}:\d{8}\]:\[mem_test\.cc:42\]\[TestFn\(\)\]\[([^\]]*)\])");
   std::vector<std::string> out;
-  for (auto at = dump.cbegin(); at != dump.cend();) {
-    std::smatch m;
-    if (std::string(at, dump.cend()).rfind("#####TotalPacket(", 0) == 0) {
-      const size_t nl = dump.find('\n', static_cast<size_t>(at - dump.cbegin()));
-      at = nl == std::string::npos ? dump.cend() : dump.cbegin() + static_cast<ptrdiff_t>(nl) + 1;
-    } else if (std::regex_search(at, dump.cend(), m, record,
-                                 std::regex_constants::match_continuous)) {
-      out.push_back(m[1]);
-      at += m.length(0);
-    } else {
-      ADD_FAILURE() << "unparsable dump text: " << std::string(at, dump.cend());
-      break;
-    }
+  std::smatch m;
+  auto at = dump.cbegin();
+  for (; std::regex_search(at, dump.cend(), m, record, std::regex_constants::match_continuous);
+       at += m.length(0)) {
+    out.push_back(m[1]);
   }
+  EXPECT_TRUE(std::regex_match(at, dump.cend(),
+                               std::regex(R"(#####TotalPacket\(\d+\) TotalBytes\(\d+\)####\n)")))
+      << "unparsable dump text: " << std::string(at, dump.cend());
   return out;
 }
 
@@ -130,16 +119,12 @@ TEST_F(WlogMem, RingHeadFrameAndDumpLayout) {
   const unsigned char* ring =
       static_cast<const unsigned char*>(inner(cat)->stWlogAnyInst.stInst.stAny.stMem.pvMemHead);
   ASSERT_NE(nullptr, ring);
-  auto u32 = [&](size_t off) {
-    uint32_t v;
-    memcpy(&v, ring + off, 4);
+  auto u64 = [&](size_t off, size_t width = 8) {
+    uint64_t v = 0;  // little-endian host
+    memcpy(&v, ring + off, width);
     return v;
   };
-  auto u64 = [&](size_t off) {
-    uint64_t v;
-    memcpy(&v, ring + off, 8);
-    return v;
-  };
+  auto u32 = [&](size_t off) { return u64(off, 4); };
   EXPECT_EQ(4674u, u32(0));
   EXPECT_EQ(1u, u32(4));
   EXPECT_EQ(1u, u32(8));
@@ -163,12 +148,8 @@ TEST_F(WlogMem, RingHeadFrameAndDumpLayout) {
   EXPECT_EQ(565u, u64(f + 557));     // trailer
   EXPECT_EQ(1u, u32(f + 565 + 36));  // binary kind
 
-  char stamp[32];
-  struct tm tm;
-  const time_t sec = tv.tv_sec;
-  localtime_r(&sec, &tm);
-  strftime(stamp, sizeof(stamp), "%Y%m%d %H:%M:%S", &tm);
-  const std::string line = std::string("[") + stamp + "000123]:[mem_test.cc:42][TestFn()]";
+  const std::string line = "[" + wlog_test::local_time("%Y%m%d %H:%M:%S", tv.tv_sec) +
+                           "000123]:[mem_test.cc:42][TestFn()]";
   EXPECT_EQ(line + "[hello]" + line + "[01AB]#####TotalPacket(2) TotalBytes(1127)####\n",
             dump_of(reader_dev()));
 }
@@ -420,6 +401,19 @@ TEST_F(WlogMem, ReaderRacingALiveWriterSeesOnlyWholeFrames) {
   waitpid(pid, nullptr, 0);
   close(fds[0]);
   close(fds[1]);
+}
+
+// Slots of 660 bytes on a ring of 2300: the fourth record finds 617 bytes left, a filler takes
+// them, and its slot at the start overlaps the first two frames.
+TEST_F(WlogMem, FillerAtTheRingEndIsNoRecord) {
+  auto conf = wlog_test::make_conf();
+  add_mem(conf.get(), "mem", 64 + 2300, 100);
+  CtxPtr ctx = init_ctx(conf.get());
+  ASSERT_TRUE(ctx);
+  for (const char* m : {"a", "b", "c", "d"}) {
+    ASSERT_EQ(0, log_text(wlog_get_category(ctx.get(), "mem"), m));
+  }
+  EXPECT_EQ((std::vector<std::string>{"c", "d"}), messages_of(dump_of(reader_dev())));
 }
 
 // A damaged frame ends the dump: the records before it are printed, nothing after.

@@ -61,13 +61,7 @@ std::string Recv(int fd, size_t want = 0) {
   return out;
 }
 WLOGDEVNET Dev(const std::string& proto, const char* host, uint16_t port) {
-  WLOGDEVNET d{};
-  snprintf(d.szUrl, sizeof(d.szUrl), "%s%s:%u", proto.c_str(), host, port);
-  d.iBuffSize = 4096;
-  d.iAutoReconnect = 1;
-  d.iConnTimeout = 1000;
-  d.iSendTimeout = 1000;
-  return d;
+  return wlog_test::net_dev(proto + host + ":" + std::to_string(port));
 }
 int Write(WLOGNET* net, const std::string& s) { return wlognet_write(net, s.data(), s.size()); }
 // Writes until the stream appender notices the broken connection and drops its socket.

@@ -4,12 +4,12 @@
 // line numbers ending at the last line; every file but the newest must be full (the next
 // line did not fit); and bill mode must keep every line.
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -31,6 +31,7 @@ struct Mode {
 
 // One retained file: its name, size and the numbers of its lines.
 struct LogFile {
+  int index;  // of the name: app.log is 0, app.log.<n> is n
   std::string name;
   size_t size = 0;
   long first = -1;
@@ -39,9 +40,11 @@ struct LogFile {
 
 // Parses a file of "<n>\n" lines; fails the test unless every line is whole and each number
 // is one more than the one before.
-LogFile Parse(const std::string& dir, const std::string& name) {
+LogFile Parse(const std::string& dir, int index) {
   LogFile f;
-  f.name = name;
+  f.index = index;
+  f.name = index == 0 ? std::string("app.log") : "app.log." + std::to_string(index);
+  const std::string& name = f.name;
   const std::string text = zq_test::ReadFile(dir + "/" + name);
   f.size = text.size();
   EXPECT_FALSE(text.empty()) << name;
@@ -66,20 +69,6 @@ LogFile Parse(const std::string& dir, const std::string& name) {
 
 size_t LineLen(long n) { return std::to_string(n).size() + 1; }
 
-std::vector<std::string> FilesIn(const std::string& dir) {
-  std::vector<std::string> names;
-  DIR* d = opendir(dir.c_str());
-  if (!d) return names;
-  while (struct dirent* e = readdir(d))
-    if (e->d_name[0] != '.') names.push_back(e->d_name);
-  closedir(d);
-  return names;
-}
-
-std::string Numbered(int i) {
-  return i == 0 ? std::string("app.log") : "app.log." + std::to_string(i);
-}
-
 // Logs kLines numbered lines through a file category configured by mode.
 void LogLines(const std::string& dir, const Mode& mode) {
   auto conf = wlog_test::make_conf();
@@ -102,58 +91,42 @@ void LogLines(const std::string& dir, const Mode& mode) {
   }
 }
 
-// Checks files given oldest first: consecutive runs that join up and end at the last line,
-// every file but the newest closed only because the next line would not fit.
-void CheckChain(const std::string& dir, const std::vector<std::string>& oldest_first,
-                uint32_t limit) {
-  std::vector<LogFile> files;
-  for (const std::string& name : oldest_first) files.push_back(Parse(dir, name));
-  ASSERT_FALSE(files.empty());
+// Logs the lines in mode and checks the files left. Rotating mode keeps its files in turn,
+// sticky mode shifts older files up (the bare name is the newest), bill mode numbers new files
+// upwards and keeps them all.
+void CheckMode(const Mode& mode) {
+  zq_test::TempDir dir;
+  LogLines(dir.path(), mode);
+  const int n = static_cast<int>(wlog_test::files_in(dir.path()).size());
+  if (mode.max_rotate > 0) {
+    ASSERT_EQ(mode.max_rotate, n);
+  } else {
+    ASSERT_GT(n, 30);
+  }
+  std::vector<LogFile> files;  // oldest first, by content
+  for (int i = 0; i < n; ++i) files.push_back(Parse(dir.path(), i));
+  std::sort(files.begin(), files.end(),
+            [](const LogFile& a, const LogFile& b) { return a.first < b.first; });
   EXPECT_EQ(kLines - 1, files.back().last);
+  EXPECT_TRUE(mode.max_rotate > 0 || files.front().first == 0) << "bill mode lost lines";
+  const int step = mode.sticky ? n - 1 : 1;
   for (size_t k = 0; k < files.size(); ++k) {
     const LogFile& f = files[k];
-    EXPECT_LE(f.size, limit) << f.name;
+    EXPECT_LE(f.size, mode.limit) << f.name;
     if (k + 1 < files.size()) {
+      EXPECT_EQ((f.index + step) % n, files[k + 1].index) << f.name << " is not followed in turn";
       EXPECT_EQ(f.last + 1, files[k + 1].first) << f.name << " does not join " << files[k + 1].name;
-      EXPECT_GT(f.size + LineLen(f.last + 1), limit) << f.name << " was rotated before it was full";
+      EXPECT_GT(f.size + LineLen(f.last + 1), mode.limit)
+          << f.name << " was rotated before it was full";
     }
   }
 }
 
 TEST(WlogRotation, RotatingModeKeepsTheNewestFilesInTurn) {
-  zq_test::TempDir dir;
-  const Mode mode = {4, 0, 100001, 65536, 60, 0};
-  LogLines(dir.path(), mode);
-  ASSERT_EQ(4u, FilesIn(dir.path()).size());
-  // The newest file is the one holding the last line; the others follow it in turn.
-  int newest = -1;
-  for (int i = 0; i < 4; ++i)
-    if (Parse(dir.path(), Numbered(i)).last == kLines - 1) newest = i;
-  ASSERT_GE(newest, 0);
-  std::vector<std::string> order;
-  for (int k = 1; k <= 4; ++k) order.push_back(Numbered((newest + k) % 4));
-  CheckChain(dir.path(), order, mode.limit);
+  CheckMode({4, 0, 100001, 65536, 60, 0});
 }
-
-TEST(WlogRotation, StickyModeShiftsOlderFilesUp) {
-  zq_test::TempDir dir;
-  const Mode mode = {5, 1, 50003, 4096, 1, 0};
-  LogLines(dir.path(), mode);
-  ASSERT_EQ(5u, FilesIn(dir.path()).size());
-  CheckChain(dir.path(), {"app.log.4", "app.log.3", "app.log.2", "app.log.1", "app.log"},
-             mode.limit);
-}
-
-TEST(WlogRotation, BillModeLosesNoLine) {
-  zq_test::TempDir dir;
-  const Mode mode = {0, 0, 200000, 0, 0, 1};  // bill-like: unbuffered, 1 s period, flush always
-  LogLines(dir.path(), mode);
-  const size_t count = FilesIn(dir.path()).size();
-  ASSERT_GT(count, 30u);
-  std::vector<std::string> order;
-  for (size_t i = 0; i < count; ++i) order.push_back(Numbered(static_cast<int>(i)));
-  CheckChain(dir.path(), order, mode.limit);
-  EXPECT_EQ(0, Parse(dir.path(), "app.log").first);
-}
+TEST(WlogRotation, StickyModeShiftsOlderFilesUp) { CheckMode({5, 1, 50003, 4096, 1, 0}); }
+// Bill-like: unbuffered, 1 s period, flushed after every line.
+TEST(WlogRotation, BillModeLosesNoLine) { CheckMode({0, 0, 200000, 0, 0, 1}); }
 
 }  // namespace

@@ -24,53 +24,43 @@ namespace {
 
 const char* const kRsyslogd[] = {"/usr/sbin/rsyslogd", "/sbin/rsyslogd", "/usr/bin/rsyslogd"};
 
-// A loopback port free at the time of asking.
-uint16_t free_port(int type) {
+// port 0: a loopback port free at the time of asking (0 when none); else whether a stream
+// connection to the port is accepted (1) or not (0).
+uint16_t probe(int type, uint16_t port) {
   const int fd = socket(AF_INET, type, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof(a);
-  uint16_t port = 0;
-  if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
-      getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0) {
-    port = ntohs(a.sin_port);
-  }
-  if (fd >= 0) close(fd);
-  return port;
-}
-
-bool tcp_accepts(uint16_t port) {
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in a{};
   a.sin_family = AF_INET;
   a.sin_port = htons(port);
   a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const bool ok = fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0;
+  socklen_t len = sizeof(a);
+  uint16_t ret = 0;
+  if (fd >= 0 && port == 0 && bind(fd, reinterpret_cast<sockaddr*>(&a), len) == 0 &&
+      getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0) {
+    ret = ntohs(a.sin_port);
+  } else if (fd >= 0 && port != 0) {
+    ret = connect(fd, reinterpret_cast<sockaddr*>(&a), len) == 0 ? 1 : 0;
+  }
   if (fd >= 0) close(fd);
-  return ok;
+  return ret;
 }
+bool tcp_accepts(uint16_t port) { return probe(SOCK_STREAM, port) == 1; }
 
 // rsyslogd in the foreground with its own configuration; stopped when the object goes.
 class Rsyslogd {
  public:
   Rsyslogd(const std::string& bin, const std::string& dir) : dir_(dir) {
-    udp_ = free_port(SOCK_DGRAM);
-    tcp_ = free_port(SOCK_STREAM);
-    const std::string conf =
-        "global(workDirectory=\"" + dir +
-        "\")\n"
-        "module(load=\"imudp\")\n"
-        "module(load=\"imtcp\")\n"
-        "input(type=\"imudp\" address=\"127.0.0.1\" port=\"" +
-        std::to_string(udp_) +
-        "\")\n"
-        "input(type=\"imtcp\" address=\"127.0.0.1\" port=\"" +
-        std::to_string(tcp_) +
-        "\")\n"
-        "template(name=\"line\" type=\"string\" string=\"%pri%|%programname%|%msg%\\n\")\n"
-        "*.* action(type=\"omfile\" file=\"" +
-        dir + "/out.log\" template=\"line\")\n";
+    udp_ = probe(SOCK_DGRAM, 0);
+    tcp_ = probe(SOCK_STREAM, 0);
+    char conf[1024];
+    snprintf(conf, sizeof(conf), R"(global(workDirectory="%s")
+module(load="imudp")
+module(load="imtcp")
+input(type="imudp" address="127.0.0.1" port="%u")
+input(type="imtcp" address="127.0.0.1" port="%u")
+template(name="line" type="string" string="%%pri%%|%%programname%%|%%msg%%\n")
+*.* action(type="omfile" file="%s/out.log" template="line")
+)",
+             dir.c_str(), udp_, tcp_, dir.c_str());
     EXPECT_TRUE(zq_test::WriteFile(dir + "/rsyslog.conf", conf));
     pid_ = fork();
     if (pid_ == 0) {
@@ -138,13 +128,8 @@ TEST(WlogRsyslog, UdpAndTcpRecordsLandIntactAndInOrder) {
   } cats[] = {{"zq_udp", "udp", collector.udp(), "<14>%c[%P]: %m"},
               {"zq_tcp", "tcp", collector.tcp(), "<14>%c[%P]: %m%n"}};
   for (const auto& c : cats) {
-    WLOGCATEGORY* cat = wlog_test::add_category(conf.get(), c.name, c.format, WLOG_DEV_NET);
-    WLOGDEVNET& net = cat->stDevice.stDevice.stNet;
-    snprintf(net.szUrl, sizeof(net.szUrl), "%s://127.0.0.1:%u", c.proto, c.port);
-    net.iBuffSize = 4096;
-    net.iAutoReconnect = 1;
-    net.iConnTimeout = 1000;
-    net.iSendTimeout = 1000;
+    wlog_test::add_category(conf.get(), c.name, c.format, WLOG_DEV_NET)->stDevice.stDevice.stNet =
+        wlog_test::net_dev(std::string(c.proto) + "://127.0.0.1:" + std::to_string(c.port));
   }
   wlog_test::CtxPtr ctx = wlog_test::init_ctx(conf.get());
   ASSERT_TRUE(ctx);

@@ -3,11 +3,13 @@
 #ifndef WLOG_TESTS_WLOG_TEST_UTIL_H
 #define WLOG_TESTS_WLOG_TEST_UTIL_H
 
+#include <dirent.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <time.h>
 
-#include <stddef.h>
-
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -123,6 +125,57 @@ inline int log_text(WLOGCATEGORYINST* cat, int prio, const char* text, unsigned 
                     unsigned cls = 0) {
   WLOGEVENT evt = {prio, nullptr, 0, nullptr, 0, id, cls, 0, 0};
   return wlog_category_logv(cat, &evt, "%s", text);
+}
+
+// Logs text from the source location loc.
+inline int log_at(WLOGCATEGORYINST* cat, const wlog_loc_info_t* loc, const std::string& text,
+                  int prio = WLOG_PRIORITY_INFO) {
+  WLOGEVENT evt = {prio, nullptr, 0, loc, 0, 0, 0, 0, 0};
+  return wlog_category_logv(cat, &evt, "%s", text.c_str());
+}
+
+// Appends an enabled memory-ring category ("%m") on the ring at uri of size bytes.
+inline WLOGCATEGORY* add_mem_category(WLOGCONF* conf, const char* name, const char* uri, int size,
+                                      int max_msg) {
+  WLOGCATEGORY* cat = add_category(conf, name, "%m", WLOG_DEV_MEM);
+  WLOGDEVMEM& m = cat->stDevice.stDevice.stMem;
+  m.iEnable = 1;
+  snprintf(m.szUri, sizeof(m.szUri), "%s", uri);
+  m.iBuffSize = size;
+  cat->iMaxMsgSize = max_msg;
+  return cat;
+}
+
+// A network device for url that reconnects, with 1 s connect and send timeouts.
+inline WLOGDEVNET net_dev(const std::string& url) {
+  WLOGDEVNET d{};
+  snprintf(d.szUrl, sizeof(d.szUrl), "%s", url.c_str());
+  d.iBuffSize = 4096;
+  d.iAutoReconnect = 1;
+  d.iConnTimeout = 1000;
+  d.iSendTimeout = 1000;
+  return d;
+}
+
+// sec as local time in the strftime format fmt (up to 191 characters).
+inline std::string local_time(const char* fmt, time_t sec) {
+  struct tm tm;
+  localtime_r(&sec, &tm);
+  char buf[192];
+  return strftime(buf, sizeof(buf), fmt, &tm) > 0 ? buf : "";
+}
+
+// The names in a directory but "." entries, sorted.
+inline std::vector<std::string> files_in(const std::string& dir) {
+  std::vector<std::string> names;
+  if (DIR* d = opendir(dir.c_str())) {
+    while (const struct dirent* e = readdir(d)) {
+      if (e->d_name[0] != '.') names.push_back(e->d_name);
+    }
+    closedir(d);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 }  // namespace wlog_test

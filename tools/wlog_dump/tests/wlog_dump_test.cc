@@ -27,19 +27,11 @@ struct Writer {
   std::unique_ptr<WLOGCONF> conf = wlog_test::make_conf();
   wlog_test::CtxPtr ctx;
   explicit Writer(int size) {
-    WLOGCATEGORY* c = wlog_test::add_category(conf.get(), "mem", "", WLOG_DEV_MEM);
-    c->iMaxMsgSize = 256;
-    WLOGDEVMEM& m = c->stDevice.stDevice.stMem;
-    m.iEnable = 1;
-    m.iBuffSize = size;
-    snprintf(m.szUri, WLOGMEM_STRING_LEN, "%s", kUri);
+    wlog_test::add_mem_category(conf.get(), "mem", kUri, size, 256);
     ctx = wlog_test::init_ctx(conf.get());
   }
   void log(const std::string& msg) {
-    WLOGEVENT e{};
-    e.evt_priority = WLOG_PRIORITY_INFO;
-    e.evt_loc = &kLoc;
-    EXPECT_EQ(0, wlog_category_logv(wlog_get_category(ctx.get(), "mem"), &e, "%s", msg.c_str()));
+    EXPECT_EQ(0, wlog_test::log_at(wlog_get_category(ctx.get(), "mem"), &kLoc, msg));
   }
 };
 
