@@ -81,12 +81,15 @@ function(zq_instrument_flags kind out_var)
 endfunction()
 
 # zq_fuzz_cover(<target>...): under ZQ_BUILD_FUZZ, libraries whose code a fuzz target exercises
-# report coverage to libFuzzer.
+# report coverage to libFuzzer. Every program linking them (a build tool such as vixgen too)
+# then needs the sanitizer runtime, which their link interface brings.
 function(zq_fuzz_cover)
   if(ZQ_BUILD_FUZZ)
     zq_instrument_flags(fuzz-cover flags)
+    zq_instrument_flags(sanitize runtime)
     foreach(t ${ARGN})
       target_compile_options(${t} PRIVATE ${flags})
+      target_link_options(${t} INTERFACE ${runtime})
     endforeach()
   endif()
 endfunction()
