@@ -725,7 +725,7 @@ class LibWriter {
     const int iRet = vix_follow_path_i(&stHit, m, pszPath);
     if (iRet != 0) return iRet;
     const VIXMETAENTRY* e = stHit.pstEntry;
-    if (!vix_type_is_integer_i(e->iType) || (e->iCount != 1 && !stHit.iIndexed) ||
+    if (!vix_type_is_integer(e->iType) || (e->iCount != 1 && !stHit.iIndexed) ||
         e->iHUnitSize != uint64_t(vix_idx_to_typeinfo(e->iType)->iSize)) {
       return VIX_ERROR_INVALID_PARAM;
     }

@@ -113,10 +113,6 @@ inline bool vix_type_is_composite_i(int iTypeIdx) {
   return iTypeIdx == VIX_TYPEIDX_UNION || iTypeIdx == VIX_TYPEIDX_STRUCT;
 }
 
-/* Integer types usable as counts, selectors and sizes (1, 2, 4 or 8 bytes; not byte-like
- * strings, dates, money or ip). */
-bool vix_type_is_integer_i(int iTypeIdx);
-
 /* ---- block (vix_lib.cc, vix_check.cc) ---- */
 
 /* XOR of the iSize / 4 32-bit words of a block. */

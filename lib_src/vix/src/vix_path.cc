@@ -146,7 +146,7 @@ int vix_sizeinfo_to_off(VIXSIZEINFO* pstSizeInfo, const VIXMETA* pstMeta, const 
   const int iType = vix_typename_to_idx(pszSpec);
   if (iType >= 0) {
     // A size prefix of the type's width written before the member.
-    if (!vix_type_is_integer_i(iType)) return VIX_ERROR_BAD_SIZEINFO;
+    if (!vix_type_is_integer(iType)) return VIX_ERROR_BAD_SIZEINFO;
     stInfo.iNOff = -1;
     stInfo.iHOff = -1;
     stInfo.iUnitSize = static_cast<uint64_t>(vix_idx_to_typeinfo(iType)->iSize);
@@ -155,7 +155,7 @@ int vix_sizeinfo_to_off(VIXSIZEINFO* pstSizeInfo, const VIXMETA* pstMeta, const 
     VIXPATHHIT stHit;
     if (vix_follow_path_i(&stHit, pstMeta, pszSpec) != 0) return VIX_ERROR_BAD_SIZEINFO;
     const VIXMETAENTRY* e = stHit.pstEntry;
-    if (!vix_type_is_integer_i(e->iType) || (e->iCount != 1 && !stHit.iIndexed) ||
+    if (!vix_type_is_integer(e->iType) || (e->iCount != 1 && !stHit.iIndexed) ||
         e->iHUnitSize != static_cast<uint64_t>(vix_idx_to_typeinfo(e->iType)->iSize)) {
       return VIX_ERROR_BAD_SIZEINFO;
     }

@@ -101,8 +101,8 @@ int vix_set_mprefix_by_name(const char* pszTypeName, const char* pszPrefix) {
   return set_prefix_i(pszTypeName, pszPrefix, true);
 }
 
-bool vix_type_is_integer_i(int iTypeIdx) {
-  if (!in_table_i(iTypeIdx)) return false;
+int vix_type_is_integer(int iTypeIdx) {
+  if (!in_table_i(iTypeIdx)) return 0;
   switch (g_astTypes[iTypeIdx].iType) {
     case VIX_TYPE_CHAR:
     case VIX_TYPE_UCHAR:
@@ -114,8 +114,8 @@ bool vix_type_is_integer_i(int iTypeIdx) {
     case VIX_TYPE_ULONG:
     case VIX_TYPE_LONGLONG:
     case VIX_TYPE_ULONGLONG:
-      return true;
+      return 1;
     default:
-      return false;
+      return 0;
   }
 }

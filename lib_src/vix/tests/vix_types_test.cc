@@ -86,6 +86,12 @@ TEST(TypeTable, EveryRowAndLookup) {
   EXPECT_EQ(23, vix_typename_to_idx("DateTime"));
   EXPECT_EQ(-1, vix_typename_to_idx("integer"));
   EXPECT_EQ(-1, vix_typename_to_idx(nullptr));
+  // Integers usable as counts: not byte-like types, dates or ip, nothing outside the table.
+  for (const char* n : {"tinyint", "byte", "int", "ulonglong"})
+    EXPECT_EQ(1, vix_type_is_integer(vix_typename_to_idx(n))) << n;
+  for (const char* n : {"string", "date", "ip", "float"})
+    EXPECT_EQ(0, vix_type_is_integer(vix_typename_to_idx(n))) << n;
+  EXPECT_EQ(0, vix_type_is_integer(-1));
   EXPECT_EQ(nullptr, vix_idx_to_typeinfo(39));
   EXPECT_EQ(nullptr, vix_get_typename_by_index(-1));
 }

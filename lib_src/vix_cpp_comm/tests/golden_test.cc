@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "golden.h"
+#include "vix_cpp_comm/VixTestSupport.h"
 #include "vix_cpp_comm/VixTime.h"
 
 using namespace golden;
@@ -15,18 +16,6 @@ using kalmo_vix::VixError;
 namespace {
 
 typedef std::vector<unsigned char> Bytes;
-
-// The entry names of the current back-trace, outermost first.
-std::vector<std::string> traceEntries() {
-  std::vector<std::string> names;
-  const std::string t = VixError::getBackTrace();
-  const std::string key = "-->entry_name[";
-  for (size_t at = t.find(key); at != std::string::npos; at = t.find(key, at + 1)) {
-    const size_t from = at + key.size();
-    names.push_back(t.substr(from, t.find(']', from) - from));
-  }
-  return names;
-}
 
 typedef std::vector<std::string> Names;
 
@@ -216,7 +205,7 @@ TEST(GoldenCodec, StringErrorsInOrder) {
   EXPECT_EQ(-4, run({0, 0, 0, 0, 0}));
   EXPECT_EQ(-5, run({0, 0, 0, 3, 'a', 0, 0, 0}));      // an earlier NUL
   EXPECT_EQ(-5, run({0, 0, 0, 3, 'a', 'b', 'c', 0}));  // no final NUL
-  EXPECT_EQ((Names{"stBody", "szText"}), traceEntries());
+  EXPECT_EQ((Names{"stBody", "szText"}), kalmo_vix::vixtest_trace_entries());
   EXPECT_EQ(0, run({0, 0, 0, 3, 'a', 'b', 0, 0}));
 }
 
@@ -226,7 +215,7 @@ TEST(GoldenCodec, ReferChecksInAllThreeOperations) {
   GdMessage m = sampleMessage();
   m.nSigLen = -1;
   EXPECT_EQ(-6, m.pack(out, sizeof(out), nullptr, 0));
-  EXPECT_EQ((Names{"nSigLen"}), traceEntries());
+  EXPECT_EQ((Names{"nSigLen"}), kalmo_vix::vixtest_trace_entries());
   EXPECT_EQ(-6, m.visualize(text, sizeof(text), nullptr, 0, '\n'));
   m.nSigLen = 4;  // equal to the capacity: accepted
   EXPECT_EQ(0, m.pack(out, sizeof(out), nullptr, 0));
@@ -236,15 +225,15 @@ TEST(GoldenCodec, ReferChecksInAllThreeOperations) {
   m = sampleMessage();
   m.bCount = 4;
   EXPECT_EQ(-7, m.pack(out, sizeof(out), nullptr, 0));
-  EXPECT_EQ((Names{"bCount"}), traceEntries());
+  EXPECT_EQ((Names{"bCount"}), kalmo_vix::vixtest_trace_entries());
   m = sampleMessage();
   m.bHasToken = 2;
   EXPECT_EQ(-7, m.pack(out, sizeof(out), nullptr, 0));
-  EXPECT_EQ((Names{"bHasToken"}), traceEntries());
+  EXPECT_EQ((Names{"bHasToken"}), kalmo_vix::vixtest_trace_entries());
   m = sampleMessage();
   m.stToken.wSize = 5;
   EXPECT_EQ(-7, m.pack(out, sizeof(out), nullptr, 0));
-  EXPECT_EQ((Names{"stToken", "wSize"}), traceEntries());
+  EXPECT_EQ((Names{"stToken", "wSize"}), kalmo_vix::vixtest_trace_entries());
 
   // The same values arriving on the wire.
   Bytes b = kMessageV3;
@@ -276,9 +265,9 @@ TEST(GoldenCodec, VersionChecks) {
   EXPECT_EQ(-20, h.unpack(tooNew, sizeof(tooNew), nullptr, 3));
   const char tooOld[] = {0, 0, 0};
   EXPECT_EQ(-20, h.unpack(tooOld, sizeof(tooOld), nullptr, 3));
-  EXPECT_EQ((Names{"chVer"}), traceEntries());
+  EXPECT_EQ((Names{"chVer"}), kalmo_vix::vixtest_trace_entries());
   EXPECT_EQ(-2, h.unpack(tooOld, 0, nullptr, 3));
-  EXPECT_EQ((Names{"tVer"}), traceEntries());
+  EXPECT_EQ((Names{"tVer"}), kalmo_vix::vixtest_trace_entries());
 
   GdMessage m;
   Bytes b = kMessageV3;
@@ -293,7 +282,7 @@ TEST(GoldenCodec, NullAreasAndBackTraceReset) {
   EXPECT_EQ(-19, m.unpack(nullptr, 10, &used, 0));
   char out[8];
   EXPECT_EQ(-1, m.pack(out, sizeof(out), &used, 0));
-  EXPECT_FALSE(traceEntries().empty());
+  EXPECT_FALSE(kalmo_vix::vixtest_trace_entries().empty());
   char big[256];
   EXPECT_EQ(0, m.pack(big, sizeof(big), &used, 0));
   EXPECT_STREQ("", VixError::getBackTrace());
@@ -310,16 +299,16 @@ TEST(GoldenCodec, ShortOutputAtEveryLengthWithSentinel) {
     ASSERT_LE(used, n);
     for (size_t i = n; i < out.size(); ++i)
       ASSERT_EQ(static_cast<char>(0xa5), out[i]) << "length " << n;
-    ASSERT_FALSE(traceEntries().empty());
+    ASSERT_FALSE(kalmo_vix::vixtest_trace_entries().empty());
   }
   // One byte short: the last field does not fit.
   std::vector<char> out(kMessageV3.size() - 1);
   EXPECT_EQ(-1, m.pack(out.data(), out.size(), nullptr, 0));
-  EXPECT_EQ((Names{"ullBig"}), traceEntries());
+  EXPECT_EQ((Names{"ullBig"}), kalmo_vix::vixtest_trace_entries());
   // Inside the optional token's block: the outer entry leads.
   std::vector<char> cut(47);
   EXPECT_EQ(-1, m.pack(cut.data(), cut.size(), nullptr, 0));
-  EXPECT_EQ((Names{"stToken", "szData"}), traceEntries());
+  EXPECT_EQ((Names{"stToken", "szData"}), kalmo_vix::vixtest_trace_entries());
   std::vector<char> exact(kMessageV3.size() + 8, static_cast<char>(0xa5));
   size_t used = 0;
   ASSERT_EQ(0, m.pack(exact.data(), kMessageV3.size(), &used, 0));
@@ -331,7 +320,8 @@ TEST(GoldenCodec, ShortInputAtEveryLength) {
     GdMessage back;
     ASSERT_EQ(-2, back.unpack(reinterpret_cast<const char*>(kMessageV3.data()), n, nullptr, 0))
         << n;
-    EXPECT_EQ((Names{"nBuf"}), traceEntries());  // the stated length is checked first
+    EXPECT_EQ((Names{"nBuf"}),
+              kalmo_vix::vixtest_trace_entries());  // the stated length is checked first
   }
   // Without a size indicator the failing field is named, inside its enclosing entries.
   GdHead h;
@@ -346,7 +336,7 @@ TEST(GoldenCodec, ShortInputAtEveryLength) {
   }
   GdHead back;
   EXPECT_EQ(-2, back.unpack(out, 8, nullptr, 0));
-  EXPECT_EQ((Names{"stBody", "stPoint", "nY"}), traceEntries());
+  EXPECT_EQ((Names{"stBody", "stPoint", "nY"}), kalmo_vix::vixtest_trace_entries());
 }
 
 TEST(GoldenCodec, UncheckedBlockOverALargerArea) {
@@ -363,7 +353,7 @@ TEST(GoldenCodec, UncheckedBlockOverALargerArea) {
   ASSERT_EQ(kMessageV3.size() + 1 + 4, used);
   EXPECT_EQ(0, std::memcmp(out + kMessageV3.size(), "\x04\x01\x02\x03\x04", 5));
   EXPECT_EQ(-1, f->pack(out, used - 1, nullptr, 0));
-  EXPECT_EQ((Names{"szBody"}), traceEntries());
+  EXPECT_EQ((Names{"szBody"}), kalmo_vix::vixtest_trace_entries());
   GdFrame back;
   EXPECT_EQ(-7, back.unpack(out, used, nullptr, 0));  // decoding never writes past the record
 }

@@ -21,24 +21,6 @@ constexpr long kMaxConfText = 64L * 1024 * 1024;
 // Deepest nesting followed while filling defaults (the library's own nesting is 7).
 constexpr int kMaxDepth = 32;
 
-bool is_integer_type(int iType) {
-  switch (iType) {
-    case VIX_TYPE_CHAR:
-    case VIX_TYPE_UCHAR:
-    case VIX_TYPE_SMALLINT:
-    case VIX_TYPE_SMALLUINT:
-    case VIX_TYPE_INT:
-    case VIX_TYPE_UINT:
-    case VIX_TYPE_LONG:
-    case VIX_TYPE_ULONG:
-    case VIX_TYPE_LONGLONG:
-    case VIX_TYPE_ULONGLONG:
-      return true;
-    default:
-      return false;
-  }
-}
-
 // Stores v in the iSize-byte integer at p (host order).
 void store_int(char* p, size_t iSize, long long v) {
   switch (iSize) {
@@ -108,7 +90,7 @@ void fill_value(const VIXMETAENTRY* e, char* p) {
     const size_t n = iLen < iRoom - 1 ? iLen : iRoom - 1;
     memcpy(p, pszDefault, n);
     p[n] = '\0';
-  } else if (is_integer_type(t->iType)) {
+  } else if (vix_type_is_integer(vix_get_entry_type(e))) {
     const long long v = strtoll(pszDefault, nullptr, 0);
     for (int i = 0; i < iCount; ++i) store_int(p + static_cast<size_t>(i) * iUnit, iUnit, v);
   }

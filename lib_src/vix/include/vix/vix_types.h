@@ -131,6 +131,10 @@ extern "C" {
 /* Row iIdx of the table, or null when iIdx is outside 0..38. */
 const VIXCTYPEINFO* vix_idx_to_typeinfo(int iIdx);
 
+/* 1 when row iTypeIdx is an integer type usable as a count, selector or size (1, 2, 4 or 8
+ * bytes; not byte-like strings, dates, money or ip), else 0 (also outside the table). */
+int vix_type_is_integer(int iTypeIdx);
+
 /* Index of the first row whose name equals pszName ignoring case, or -1. */
 int vix_typename_to_idx(const char* pszName);
 

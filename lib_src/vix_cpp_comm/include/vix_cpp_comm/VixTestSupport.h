@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "vix_cpp_comm/VixError.h"
+
 namespace kalmo_vix {
 
 // splitmix64: the same seed always gives the same sequence, on every platform.
@@ -265,6 +267,18 @@ inline void vixtest_list(const VixTestType& t, const void* rec, long selector,
       if (v != 0) out.push_back({element, text});
     }
   }
+}
+
+// The entry names of the current back-trace, outermost first.
+inline std::vector<std::string> vixtest_trace_entries() {
+  std::vector<std::string> names;
+  const std::string t = VixError::getBackTrace();
+  const std::string key = "-->entry_name[";
+  for (size_t at = t.find(key); at != std::string::npos; at = t.find(key, at + 1)) {
+    const size_t from = at + key.size();
+    names.push_back(t.substr(from, t.find(']', from) - from));
+  }
+  return names;
 }
 
 }  // namespace kalmo_vix

@@ -154,18 +154,6 @@ std::vector<Vector> readVectors(const std::string& path) {
   return out;
 }
 
-// The entry names of the current back-trace, outermost first.
-std::vector<std::string> traceEntries() {
-  std::vector<std::string> names;
-  const std::string t = VixError::getBackTrace();
-  const std::string key = "-->entry_name[";
-  for (size_t at = t.find(key); at != std::string::npos; at = t.find(key, at + 1)) {
-    const size_t from = at + key.size();
-    names.push_back(t.substr(from, t.find(']', from) - from));
-  }
-  return names;
-}
-
 std::string listed(const kalmo_vix::VixTestType& t, const void* rec, long selector) {
   Fields fields;
   kalmo_vix::vixtest_list(t, rec, selector, "", fields);
@@ -229,7 +217,7 @@ class Check {
         packed(*rec, v_.cut, v_.error);
       }
       if (!v_.trace.empty()) {
-        EXPECT_EQ(v_.trace, traceEntries()) << v_.where;
+        EXPECT_EQ(v_.trace, kalmo_vix::vixtest_trace_entries()) << v_.where;
       }
       return;
     }
