@@ -165,12 +165,7 @@ class Simulation {
   }
 
   ~Simulation() {
-    if (plugin_ != nullptr) {
-      plugin_->OnQuit();
-      delete plugin_;
-    }
-    sdk_.Close();
-    lib_.Close();
+    Unload();
     StopLogging();
     if (!workdir_.empty() && !opts_.keep) RemoveWorkDir(workdir_);
     g_host = nullptr;
@@ -232,10 +227,8 @@ class Simulation {
 
   static bool Stopped() { return StopSignal() != 0; }
 
-  // After SIGINT or SIGTERM: quit and unload the plug-in, close the log, remove the work
-  // directory (unless kept), and say so.
-  int Interrupted() {
-    const int sig = StopSignal();
+  // Quits and unloads the plug-in if one is loaded, then closes the SDK copy and the library.
+  void Unload() {
     if (plugin_ != nullptr) {
       plugin_->OnQuit();
       delete plugin_;
@@ -243,6 +236,13 @@ class Simulation {
     }
     sdk_.Close();
     lib_.Close();
+  }
+
+  // After SIGINT or SIGTERM: quit and unload the plug-in, close the log, remove the work
+  // directory (unless kept), and say so.
+  int Interrupted() {
+    const int sig = StopSignal();
+    Unload();
     StopLogging();
     long events = 0;
     for (int k = 0; k < kKinds; ++k) events += count_[k];
@@ -336,13 +336,7 @@ class Simulation {
   // After a failed start: quit and unload the plug-in, close the log, and show the end of the log
   // on the error stream, since the work directory that holds it is about to go.
   void AbandonStart() {
-    if (plugin_ != nullptr) {
-      plugin_->OnQuit();
-      delete plugin_;
-      plugin_ = nullptr;
-    }
-    sdk_.Close();
-    lib_.Close();
+    Unload();
     if (ctx_ == nullptr) return;
     StopLogging();
     std::string text;
